@@ -1,0 +1,133 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file common.h
+  Where the plug-in meets the server: its life with the server's, the sessions
+  that cursors run on, the tables they open, and the snapshots they share.
+
+  Sessions and tables cross this interface as untyped pointers that hold a THD*
+  and a TABLE*.
+*/
+
+#ifndef MORVENA_SN_COMMON_H
+#define MORVENA_SN_COMMON_H
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "cursor.h"
+
+class ReadView;
+class THD;
+struct trx_t;
+
+/** How a table is opened and locked. Cursors use HDL_READ. */
+enum MorvenaLockMode { HDL_READ = 1, HDL_WRITE = 2, HDL_FLUSH = 3 };
+
+/** Idle sessions, the last returned first handed out. Under thd_pool_mutex. */
+extern std::vector<THD *> thd_pool;
+extern std::mutex thd_pool_mutex;
+
+/** Guards the registered shutdown functions. */
+extern std::mutex shutdown_observer_mutex;
+
+/** The most idle sessions kept; one closed beyond them is destroyed. */
+constexpr size_t thd_pool_max_size = 1024;
+
+class CommonApi {
+ public:
+  // --- lifecycle: common/lifecycle.cc ---
+
+  /** Start the worker pool. */
+  static void init_common_api();
+
+  /** Stop the worker pool and destroy the idle sessions. */
+  static void deinit_common_api();
+
+  /** Have f called once when the server begins to shut down; the first caller's
+      plugin (an st_plugin_int) owns the server's notification. */
+  static void register_shutdown_observer(void *plugin,
+                                         Shutdown_observer_func f);
+
+  /** Whether cursors may be opened: the server has started and InnoDB is not
+      about to stop. */
+  static bool server_is_available();
+
+  /** Have f called when the last client session has ended and what is still
+      open must go. One function, set while the module is loaded. */
+  static void set_last_cleanup(void (*f)());
+
+  // --- sessions: common/session.cc ---
+
+  /** @return a session bound to the calling thread, null if out of memory */
+  static void *create_thd();
+
+  /** Make my_thd the calling thread's current session; the one before is stored
+      in *original_thd unless that is null. */
+  static void thd_attach(void *my_thd, void **original_thd);
+
+  /** Give a session back to the pool, or destroy it when the pool is full. It
+      stays the calling thread's current session. */
+  static void close_thd(void *my_thd);
+
+  /** @return the error number of the session's last report, 0 for none; its
+      text goes to message (512 bytes), which stays as it is when there is no
+      report */
+  static unsigned int get_last_error(void *my_thd, char *message);
+
+  /** Destroy every session of the pool. */
+  static void destroy_idle_sessions();
+
+  /** Interrupt every session that is in use. */
+  static void interrupt_sessions();
+
+  /** @return how many sessions are in use */
+  static size_t sessions_in_use();
+
+  // --- tables: common/table.cc ---
+
+  /** Open a base table of InnoDB under a metadata lock that lasts until
+      unlock_table(). @return the TABLE*, or null with the reason in the
+      session's diagnostics area and nothing left open */
+  static void *open_table(void *my_thd, const char *db_name,
+                          const char *table_name, int lock_type);
+
+  /** Take the table lock. @return true on failure, with the reason in the
+      session's diagnostics area */
+  static bool lock_table(void *my_thd, void *my_table, int mode,
+                         int timeout_sec);
+
+  /** End the statement, unlock and close the session's tables, whatever the
+      statement's commit answers. @return the commit's result, 0 for success */
+  static int unlock_table(void *my_thd, void *my_table, int mode);
+
+  /** Set columns to the names of all of a table's columns. */
+  static void get_table_field_names(void *table,
+                                    std::vector<const char *> &columns);
+
+  /** Append the names of an index's fields. For a unique index of InnoDB its
+      own list, else the server's extended key. */
+  static void get_index_field_names(void *key,
+                                    std::vector<const char *> &columns);
+
+  /** @return the number of key parts that the index's definition names */
+  static int get_index_user_defined_parts(void *key);
+
+  // --- snapshots: common/snapshot.cc ---
+
+  /** Give a started transaction the donor's read view, or one of its own for
+      donor 0. @return the transaction's read view afterwards, maybe null; 1094
+      is raised for a donor that does not exist */
+  static ReadView *copy_or_assign_read_view(trx_t *trx,
+                                            uint64_t snapshot_donor);
+};
+
+#endif  // MORVENA_SN_COMMON_H

@@ -1,0 +1,168 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Start and stop with the server: the worker pool, the embedders' shutdown
+// functions, and a guard for what embedders leave open.
+//
+// InnoDB stops the server when a session still has a transaction once the
+// client sessions are gone. Two observers are therefore registered: one, owned
+// by the first embedder's plug-in, relays the beginning of the shutdown to the
+// registered functions; the guard, owned by our own plug-in, acts after the
+// last client session has ended, when nobody but a forgetful embedder uses a
+// cursor.
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "common.h"
+#include "common/plugin.h"
+#include "host.h"
+#include "innodb_api.h"
+
+using Thread_pool = ParallelIndexReader::ThreadPool;
+
+std::mutex shutdown_observer_mutex;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// How long the guard waits for interrupted calls to return.
+constexpr auto drain_limit = 8s;
+
+std::vector<Shutdown_observer_func> shutdown_cbs;  // under the observer mutex
+bool registered = false;                           // under the observer mutex
+
+bool guard_registered = false;                // under the observer mutex
+std::atomic<plugin_ref> own_plugin{nullptr};  // locked while the system runs
+std::atomic<bool> innodb_stops{false};        // set once, by the guard
+std::atomic<void (*)()> last_cleanup{nullptr};
+
+int harbinel_observer_dummy(Server_state_param *) { return 0; }
+
+// The functions must not throw: the mutex would stay locked.
+int harbinel_before_server_shutdown(Server_state_param *) {
+  shutdown_observer_mutex.lock();
+  for (Shutdown_observer_func f : shutdown_cbs) f();
+  shutdown_cbs.clear();
+  shutdown_observer_mutex.unlock();
+  return 0;
+}
+
+// Closes what is still open. Calls that run are interrupted first, and waited
+// for; a callback that never returns is left behind.
+int release_leftovers(Server_state_param *) {
+  innodb_stops = true;
+  CommonApi::interrupt_sessions();
+  if (void (*f)() = last_cleanup) f();
+  const auto give_up = std::chrono::steady_clock::now() + drain_limit;
+  while (CommonApi::sessions_in_use() > 0 &&
+         std::chrono::steady_clock::now() < give_up) {
+    CommonApi::interrupt_sessions();
+    std::this_thread::sleep_for(1ms);
+  }
+  if (CommonApi::sessions_in_use() == 0) CommonApi::deinit_common_api();
+  return 0;
+}
+
+Server_state_observer observer = {
+    sizeof(Server_state_observer),
+    harbinel_observer_dummy,          // before_handle_connection
+    harbinel_observer_dummy,          // before_recovery
+    harbinel_observer_dummy,          // after_engine_recovery
+    harbinel_observer_dummy,          // after_recovery
+    harbinel_before_server_shutdown,  // before_server_shutdown
+    harbinel_observer_dummy,          // after_server_shutdown
+    harbinel_observer_dummy,          // after_dd_upgrade_from_57
+};
+
+Server_state_observer guard = {
+    sizeof(Server_state_observer),
+    harbinel_observer_dummy,  // before_handle_connection
+    harbinel_observer_dummy,  // before_recovery
+    harbinel_observer_dummy,  // after_engine_recovery
+    harbinel_observer_dummy,  // after_recovery
+    harbinel_observer_dummy,  // before_server_shutdown
+    release_leftovers,        // after_server_shutdown
+    harbinel_observer_dummy,  // after_dd_upgrade_from_57
+};
+
+static_assert(sizeof(Server_state_observer) == 64);
+
+// Our own plug-in owns the guard and is kept loaded while the system runs. It
+// is not found where an embedder linked the static library; the owner is then
+// the plug-in that the embedder names.
+void register_guard(void *fallback_owner) {
+  if (own_plugin == nullptr) {
+    const LEX_CSTRING name{STRING_WITH_LEN(MORVENA_SN_PLUGIN_NAME)};
+    own_plugin =
+        plugin_lock_by_name(nullptr, name, MYSQL_STORAGE_ENGINE_PLUGIN);
+  }
+  if (guard_registered) return;
+  const plugin_ref self = own_plugin;
+  void *owner = self != nullptr ? plugin_ref_to_int(self) : fallback_owner;
+  if (owner == nullptr) return;
+  guard_registered = register_server_state_observer(&guard, owner) == 0;
+}
+
+}  // namespace
+
+void release_shutdown_guard() {
+  const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
+  // The owner is not looked at when an observer is taken off.
+  if (guard_registered) unregister_server_state_observer(&guard, nullptr);
+  guard_registered = false;
+}
+
+void CommonApi::init_common_api() {
+  {
+    const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
+    register_guard(nullptr);
+  }
+  Thread_pool::initialize();
+}
+
+void CommonApi::deinit_common_api() {
+  Thread_pool::shutdown();
+  destroy_idle_sessions();
+  // May run inside a shutdown function, under the observer mutex.
+  if (const plugin_ref self = own_plugin.exchange(nullptr)) {
+    plugin_unlock(nullptr, self);
+  }
+}
+
+void CommonApi::register_shutdown_observer(void *plugin,
+                                           Shutdown_observer_func f) {
+  const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
+  if (std::find(shutdown_cbs.begin(), shutdown_cbs.end(), f) ==
+      shutdown_cbs.end()) {
+    shutdown_cbs.push_back(f);
+  }
+  if (!registered) {
+    // A refusal is not retried: the server refuses for good.
+    register_server_state_observer(&observer, plugin);
+    registered = true;
+  }
+  register_guard(plugin);
+}
+
+bool CommonApi::server_is_available() {
+  return mysqld_server_started && !innodb_stops;
+}
+
+void CommonApi::set_last_cleanup(void (*f)()) { last_cleanup = f; }
+
+extern "C" void init_common() { CommonApi::init_common_api(); }
+
+extern "C" void deinit_common() { CommonApi::deinit_common_api(); }
+
+extern "C" void register_shutdown_observer(void *plugin,
+                                           Shutdown_observer_func f) {
+  CommonApi::register_shutdown_observer(plugin, f);
+}

@@ -1,0 +1,164 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Sessions: what cursors and the workers of parallel reads run on. A session is
+// made by us, is not in the server's list of client sessions, and is kept for
+// reuse when it is closed.
+
+#include <cstring>
+#include <new>
+#include <unordered_set>
+
+#include "common.h"
+#include "host.h"
+
+std::vector<THD *> thd_pool;
+std::mutex thd_pool_mutex;
+
+namespace {
+
+// Sessions that were handed out. Under thd_pool_mutex.
+std::unordered_set<THD *> &in_use() {
+  static std::unordered_set<THD *> sessions;
+  return sessions;
+}
+
+THD *take_idle_session() {
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  if (thd_pool.empty()) return nullptr;
+  THD *thd = thd_pool.back();
+  in_use().insert(thd);
+  thd_pool.pop_back();
+  return thd;
+}
+
+// Under SET GLOBAL autocommit = 0 the end of a statement would leave the
+// transaction open, its view in force and the next cursor's donor ignored.
+// Key values are compared, not stored: a zero date is as good as another.
+void adapt_to_cursors(THD *thd) {
+  thd->variables.option_bits &= ~OPTION_NOT_AUTOCOMMIT;
+  thd->server_status |= SERVER_STATUS_AUTOCOMMIT;
+  thd->variables.sql_mode &= ~(MODE_NO_ZERO_DATE | MODE_NO_ZERO_IN_DATE);
+}
+
+THD *new_session() {
+  std::unique_ptr<THD> thd(new (std::nothrow) THD(true));
+  if (thd == nullptr) return nullptr;
+  thd->get_protocol_classic()->init_net(nullptr);
+  thd->set_new_thread_id();
+  adapt_to_cursors(thd.get());
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  in_use().insert(thd.get());
+  return thd.release();
+}
+
+// Not inlined: the address of the local is where the host begins to measure the
+// thread's stack.
+[[gnu::noinline]] void bind_to_thread(THD *thd) {
+  char stack_start;
+  // The host compares addresses and never reads through it.
+  *const_cast<volatile const char **>(
+      const_cast<const char **>(&thd->thread_stack)) = &stack_start;
+  thd->store_globals();
+}
+
+void destroy_session(THD *thd) {
+  thd->get_protocol_classic()->end_net();
+  thd->release_resources();
+  delete thd;
+}
+
+// An idle session that still owned an InnoDB transaction would stop the server
+// at shutdown, and its closed copy of a donor's view could be reopened as the
+// fresh view of the session's next user.
+void release_transaction(THD *thd) {
+  if (thd_get_ha_data(thd, innodb_hton) == nullptr) return;
+  innodb_hton->close_connection(innodb_hton, thd);
+  thd_set_ha_data(thd, innodb_hton, nullptr);
+}
+
+// Nothing else clears them: a session serves any number of cursors, each of
+// which takes a record buffer and names from it.
+void release_memory(THD *thd) {
+  thd->get_stmt_da()->reset_diagnostics_area();
+  thd->get_stmt_da()->reset_condition_info(thd);
+  thd->mem_root->ClearForReuse();
+}
+
+}  // namespace
+
+void *CommonApi::create_thd() {
+  THD *thd = take_idle_session();
+  if (thd == nullptr) thd = new_session();
+  if (thd == nullptr) return nullptr;
+  bind_to_thread(thd);
+  thd->killed = THD::NOT_KILLED;
+  thd->get_stmt_da()->reset_diagnostics_area();
+  return thd;
+}
+
+void CommonApi::thd_attach(void *my_thd, void **original_thd) {
+  THD *thd = static_cast<THD *>(my_thd);
+  if (original_thd != nullptr) *original_thd = current_thd;
+  // A session that another thread used meanwhile is bound again: the host would
+  // measure this thread's stack from the other's.
+  if (current_thd == thd && my_thread_equal(thd->real_id, my_thread_self())) {
+    return;
+  }
+  bind_to_thread(thd);
+}
+
+void CommonApi::close_thd(void *my_thd) {
+  THD *thd = static_cast<THD *>(my_thd);
+  thd->mdl_context.release_transactional_locks();
+  release_transaction(thd);
+  release_memory(thd);
+  {
+    const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+    in_use().erase(thd);
+    if (thd_pool.size() < thd_pool_max_size) {
+      thd_pool.push_back(thd);
+      return;
+    }
+  }
+  destroy_session(thd);
+}
+
+uint CommonApi::get_last_error(void *my_thd, char *message) {
+  const Diagnostics_area *da = static_cast<THD *>(my_thd)->get_stmt_da();
+  if (da == nullptr || (!da->is_error() && !da->is_ok())) return 0;
+  memcpy(message, da->message_text(), MYSQL_ERRMSG_SIZE);
+  return da->is_error() ? da->mysql_errno() : 0;
+}
+
+void CommonApi::destroy_idle_sessions() {
+  THD *const before = current_thd;
+  bool before_is_alive = before != nullptr;
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  for (THD *thd : thd_pool) {
+    before_is_alive = before_is_alive && thd != before;
+    bind_to_thread(thd);
+    destroy_session(thd);
+  }
+  thd_pool.clear();
+  if (before_is_alive) bind_to_thread(before);
+}
+
+void CommonApi::interrupt_sessions() {
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  for (THD *thd : in_use()) {
+    mysql_mutex_lock(&thd->LOCK_thd_data);
+    thd->awake(THD::KILL_CONNECTION);
+    mysql_mutex_unlock(&thd->LOCK_thd_data);
+  }
+}
+
+size_t CommonApi::sessions_in_use() {
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  return in_use().size();
+}

@@ -1,0 +1,93 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Snapshots: a cursor's transaction reads through a copy of the donor's view.
+
+#include "common.h"
+#include "host.h"
+#include "host/read_view.h"
+
+#include "ha_innodb.h"
+#include "lock0guards.h"
+#include "read0read.h"
+#include "srv0srv.h"
+#include "trx0sys.h"
+#include "trx0trx.h"
+
+namespace {
+
+// Asking with thd_to_trx() first would give a session that never used InnoDB an
+// InnoDB part, from a thread that is not its own.
+trx_t *transaction_of(THD *donor) {
+  if (thd_get_ha_data(donor, innodb_hton) == nullptr) return nullptr;
+  return thd_to_trx(donor);
+}
+
+// The donor's view can be neither closed under the mutex, removed nor reopened
+// by the normal path while trx_sys->mutex is held. It can be closed, and reused
+// by a statement that finds it still current, without that mutex: such a view
+// is looked at again after the copy, which is withdrawn when the donor let go.
+bool copy_view(trx_t *trx, trx_t *donor) {
+  const locksys::Global_exclusive_latch_guard latch{UT_LOCATION_HERE};
+  trx_sys_mutex_enter();
+  trx_mutex_enter(donor);
+  const ReadView *view = nullptr;
+  const bool open = donor->state.load() == TRX_STATE_ACTIVE &&
+                    host::find_open_view(donor->read_view, &view);
+  if (open) {
+    if (trx->read_view != nullptr) {
+      trx_sys->mvcc->view_close(trx->read_view, true);
+    }
+    host::clone_read_view(view, trx->read_view, donor);
+  }
+  trx_mutex_exit(donor);
+  const bool copied = open && trx->read_view != nullptr;
+  if (copied) {
+    host::insert_view_after(trx_sys->mvcc, trx->read_view, view);
+    const ReadView *again = nullptr;
+    if (!host::find_open_view(donor->read_view, &again) || again != view) {
+      trx_sys->mvcc->view_close(trx->read_view, true);
+    }
+  }
+  trx_sys_mutex_exit();
+  return copied && trx->read_view != nullptr;
+}
+
+void withdraw_copy(trx_t *trx) {
+  trx_sys_mutex_enter();
+  trx_sys->mvcc->view_close(trx->read_view, true);
+  trx_sys_mutex_exit();
+}
+
+}  // namespace
+
+ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
+                                              uint64_t snapshot_donor) {
+  if (snapshot_donor == 0) return trx_assign_read_view(trx);
+  if (srv_read_only_mode || MVCC::is_view_active(trx->read_view)) {
+    return trx->read_view;
+  }
+  bool copied = false;
+  {
+    // Held to the end of the block: the donor cannot go away.
+    Find_thd_with_id finder =
+        host::find_by_id(static_cast<my_thread_id>(snapshot_donor));
+    THD_ptr donor = Global_THD_manager::get_instance()->find_thd(&finder);
+    if (!donor) {
+      my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(snapshot_donor));
+      return nullptr;
+    }
+    if (trx_t *donor_trx = transaction_of(donor.get())) {
+      copied = copy_view(trx, donor_trx);
+    }
+  }
+  // A statement that tries whether its last view is still current shows it as
+  // open for a moment, when purge may be past it.
+  if (copied && host::purge_has_passed(trx->read_view)) withdraw_copy(trx);
+  return trx->read_view;
+}

@@ -1,0 +1,177 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Tables: opened and locked in a session the way a statement would.
+
+#include <cstring>
+
+#include "common.h"
+#include "host.h"
+
+#include "dict0dd.h"
+#include "dict0dict.h"
+#include "ha_innodb.h"
+#include "ha_prototypes.h"
+
+namespace {
+
+bool is_identifier(const char *name) {
+  if (name == nullptr || *name == '\0') return false;
+  return strnlen(name, NAME_LEN + 1) <= NAME_LEN;
+}
+
+const char *or_empty(const char *name) { return name != nullptr ? name : ""; }
+
+enum_mdl_type metadata_lock_for(int lock_type) {
+  if (lock_type == HDL_FLUSH) return MDL_EXCLUSIVE;
+  return lock_type >= HDL_WRITE ? MDL_SHARED_WRITE : MDL_SHARED_READ;
+}
+
+// The open table keeps a pointer to its reference, and InnoDB and the copies of
+// fields read through it: the reference and its names live in the session's
+// memory root, which is cleared when the session is closed.
+host::Table_ref *make_table_ref(THD *thd, const char *db_name,
+                                const char *table_name, int lock_type) {
+  char *db = strdup_root(thd->mem_root, db_name);
+  char *table = strdup_root(thd->mem_root, table_name);
+  if (db == nullptr || table == nullptr) return nullptr;
+  if (lower_case_table_names != 0) {
+    my_casedn_str(files_charset_info, db);
+    my_casedn_str(files_charset_info, table);
+  }
+  const thr_lock_type lock = lock_type >= HDL_WRITE ? TL_WRITE : TL_READ;
+  auto *ref = new (thd->mem_root) host::Table_ref(db, table, lock);
+  if (ref == nullptr) return nullptr;
+  // The host refuses a view before it parses it, for which a session without a
+  // statement lacks what is needed.
+  ref->required_type = dd::enum_table_type::BASE_TABLE;
+  MDL_REQUEST_INIT(&ref->mdl_request, MDL_key::TABLE, db, table,
+                   metadata_lock_for(lock_type), MDL_TRANSACTION);
+  return ref;
+}
+
+// Closes dictionary tables on the way out.
+class Dictionary_table {
+ public:
+  Dictionary_table(THD *thd, const char *name)
+      : table_(dd_table_open_on_name(thd, nullptr, name, false, 0, nullptr)) {}
+  ~Dictionary_table() {
+    if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
+  }
+  Dictionary_table(const Dictionary_table &) = delete;
+  Dictionary_table &operator=(const Dictionary_table &) = delete;
+  const dict_index_t *find_index(const char *name) const {
+    if (table_ == nullptr) return nullptr;
+    const dict_index_t *index = table_->first_index();
+    while (index != nullptr && innobase_strcasecmp(index->name, name) != 0) {
+      index = index->next();
+    }
+    return index;
+  }
+
+ private:
+  dict_table_t *table_;
+};
+
+// A partitioned table has no dictionary table of its own name.
+bool has_dictionary_table(const TABLE *table) {
+  return table->s->db_type() == innodb_hton && table->part_info == nullptr;
+}
+
+void append_innodb_fields(const KEY *key, std::vector<const char *> &columns) {
+  const TABLE *table = key->table;
+  char name[FN_REFLEN];
+  normalize_table_name(name, table->s->normalized_path.str);
+  const Dictionary_table dictionary(table->in_use, name);
+  const dict_index_t *index = dictionary.find_index(key->name);
+  if (index == nullptr) return;
+  for (ulint i = 0; i < dict_index_get_n_fields(index); ++i) {
+    columns.push_back(index->get_field(i)->name);
+  }
+}
+
+}  // namespace
+
+void *CommonApi::open_table(void *my_thd, const char *db_name,
+                            const char *table_name, int lock_type) {
+  THD *thd = static_cast<THD *>(my_thd);
+  if (!is_identifier(db_name)) {
+    my_error(ER_WRONG_DB_NAME, MYF(0), or_empty(db_name));
+    return nullptr;
+  }
+  if (!is_identifier(table_name)) {
+    my_error(ER_WRONG_TABLE_NAME, MYF(0), or_empty(table_name));
+    return nullptr;
+  }
+  host::Table_ref *ref = make_table_ref(thd, db_name, table_name, lock_type);
+  if (ref == nullptr) return nullptr;
+  Open_table_context context(thd, 0);
+  if (::open_table(thd, ref, &context)) return nullptr;
+  TABLE *table = ref->table;
+  if (table == nullptr) return nullptr;
+  if (table->s->db_type() != innodb_hton) {
+    my_error(ER_ILLEGAL_HA, MYF(0), table_name);
+    close_mysql_tables(thd);
+    return nullptr;
+  }
+  bitmap_set_all(table->read_set);
+  return table;
+}
+
+bool CommonApi::lock_table(void *my_thd, void *my_table, int mode,
+                           int timeout_sec) {
+  THD *thd = static_cast<THD *>(my_thd);
+  TABLE *table = static_cast<TABLE *>(my_table);
+  // Widened with its sign: a negative timeout becomes a very long one.
+  thd->variables.lock_wait_timeout = static_cast<ulong>(timeout_sec);
+  // InnoDB reads without locks, in a transaction of one statement, for this
+  // one.
+  thd->lex->sql_command = SQLCOM_SELECT;
+  table->reginfo.lock_type = (mode & 1) != 0 ? TL_READ : TL_WRITE;
+  thd->lock = mysql_lock_tables(thd, &table, 1, 0);
+  return thd->lock == nullptr;
+}
+
+int CommonApi::unlock_table(void *my_thd, void *my_table, int mode) {
+  THD *thd = static_cast<THD *>(my_thd);
+  TABLE *table = static_cast<TABLE *>(my_table);
+  bitmap_set_all(table->read_set);
+  if ((mode & 1) == 0) table->file->ha_release_auto_increment();
+  const int result = trans_commit_stmt(thd, false);
+  if (thd->lock != nullptr) {
+    mysql_unlock_tables(thd, thd->lock);
+    thd->lock = nullptr;
+  }
+  close_mysql_tables(thd);
+  return result;
+}
+
+void CommonApi::get_table_field_names(void *table,
+                                      std::vector<const char *> &columns) {
+  columns.clear();
+  for (Field **field = static_cast<TABLE *>(table)->field; *field != nullptr;
+       ++field) {
+    columns.push_back((*field)->field_name);
+  }
+}
+
+void CommonApi::get_index_field_names(void *my_key,
+                                      std::vector<const char *> &columns) {
+  const KEY *key = static_cast<KEY *>(my_key);
+  if ((key->flags & HA_NOSAME) != 0 && has_dictionary_table(key->table)) {
+    append_innodb_fields(key, columns);
+  }
+  if (!columns.empty()) return;
+  for (uint i = 0; i < key->actual_key_parts; ++i) {
+    columns.push_back(key->key_part[i].field->field_name);
+  }
+}
+
+int CommonApi::get_index_user_defined_parts(void *key) {
+  return static_cast<int>(static_cast<KEY *>(key)->user_defined_key_parts);
+}

@@ -1,0 +1,202 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The exported index-cursor functions: each recognises its handle, attaches the
+// session where the host is touched, and calls the cursor. No exception leaves
+// them.
+
+#include "cursor.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "common.h"
+#include "cursor/open.h"
+#include "handler_api.h"
+
+namespace {
+
+struct IndexCursorWrapper final : CursorWrapper {
+  static constexpr Handle_kind handle_kind = Handle_kind::INDEX_CURSOR;
+
+  IndexCursorWrapper(void *session, void *open_table,
+                     std::unique_ptr<IndexCursor> index_cursor)
+      : CursorWrapper(handle_kind, session, open_table),
+        cursor(std::move(index_cursor)) {}
+  void drop_cursor() override { cursor.reset(); }
+
+  // The row that cursor_set_read_range() found is still to be reported.
+  bool first_read = false;
+  std::shared_ptr<IndexCursor> cursor;
+};
+
+using Index_use = Handle_use<IndexCursorWrapper>;
+using Names = std::vector<const char *>;
+
+// Fills names through the cursor; none for a handle that is not open.
+template <class List>
+Names names_of(uintptr_t handle, List list) {
+  Names names;
+  const Index_use use(handle);
+  if (use) list(use->cursor.get(), names);
+  return names;
+}
+
+void list_output(IndexCursor *cursor, Names &names) {
+  cursor->cursor_output_col_names_names(names);
+}
+
+void list_key(IndexCursor *cursor, Names &names) {
+  cursor->get_key_col_names(names);
+}
+
+// A typed read of the current row. The conversions of some types look at the
+// thread's session.
+template <class Read>
+bool read_field(uintptr_t handle, Read read) {
+  const Index_use use(handle);
+  if (!use) return true;
+  if (current_thd == nullptr) CommonApi::thd_attach(use->thd, nullptr);
+  return guarded(true, [&] { return read(use->cursor.get()); });
+}
+
+}  // namespace
+
+uintptr_t open_index_cursor(const char *db_name, const char *table_name,
+                            const char *index_name, bool index_only,
+                            uint32_t snapshot_donor, int timeout_sec,
+                            unsigned int *error, char *message) {
+  const auto make = [&](void *thd, void *table) -> CursorWrapper * {
+    std::unique_ptr<IndexCursor> cursor(
+        IndexCursor::open(table, index_name, index_only, snapshot_donor));
+    if (cursor == nullptr) return nullptr;
+    return new IndexCursorWrapper(thd, table, std::move(cursor));
+  };
+  return open_handle({db_name, table_name, timeout_sec}, make,
+                     {error, message});
+}
+
+void close_index_cursor(uintptr_t cursor) {
+  const Index_use use(cursor);
+  if (use) close_handle(use.get());
+}
+
+uint64_t cursor_output_col_num(uintptr_t cursor) {
+  return guarded(size_t{0},
+                 [&] { return names_of(cursor, list_output).size(); });
+}
+
+uint64_t cursor_idx_col_num(uintptr_t cursor) {
+  return guarded(size_t{0}, [&] { return names_of(cursor, list_key).size(); });
+}
+
+uint64_t cursor_idx_user_col_num(uintptr_t cursor) {
+  const Index_use use(cursor);
+  if (!use) return 0;
+  return static_cast<uint64_t>(use->cursor->get_key_user_cols());
+}
+
+void cursor_output_col_names(uintptr_t cursor, const char **names) {
+  guarded(false, [&] {
+    const Names found = names_of(cursor, list_output);
+    std::copy(found.begin(), found.end(), names);
+    return true;
+  });
+}
+
+void cursor_idx_col_names(uintptr_t cursor, const char **names) {
+  guarded(false, [&] {
+    const Names found = names_of(cursor, list_key);
+    std::copy(found.begin(), found.end(), names);
+    return true;
+  });
+}
+
+uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name) {
+  const Index_use use(cursor);
+  if (!use || name == nullptr) return 0;
+  return use->cursor->get_col_fieldnr(name);
+}
+
+bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
+                           bool closed_begin, bool closed_end, bool reverse) {
+  const Index_use use(cursor);
+  if (!use) return false;
+  CommonApi::thd_attach(use->thd, nullptr);
+  use->first_read = guarded(false, [&] {
+    return !use->cursor->set_read_range(begin, end, closed_begin, closed_end,
+                                        reverse);
+  });
+  return use->first_read;
+}
+
+void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields) {
+  const Index_use use(cursor);
+  if (use) use->cursor->set_readset(ncols, fields);
+}
+
+bool cursor_advance(uintptr_t cursor) {
+  const Index_use use(cursor);
+  if (!use) return true;
+  CommonApi::thd_attach(use->thd, nullptr);
+  if (use->first_read) {
+    use->first_read = false;
+    return false;
+  }
+  return guarded(true, [&] { return use->cursor->advance(); });
+}
+
+bool cursor_read_field_int(uintptr_t cursor, unsigned int field_idx,
+                           long long *val) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_int(field_idx, val);
+  });
+}
+
+bool cursor_read_field_real(uintptr_t cursor, unsigned int field_idx,
+                            double *val) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_real(field_idx, val);
+  });
+}
+
+bool cursor_read_field_str(uintptr_t cursor, unsigned int field_idx, char **str,
+                           size_t *size) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_str(field_idx, str, size);
+  });
+}
+
+bool cursor_read_field_decimal(uintptr_t cursor, unsigned int field_idx,
+                               bool *neg, int32_t *intg, int32_t *frac,
+                               int32_t **data) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_decimal(field_idx, neg, intg, frac, data);
+  });
+}
+
+bool cursor_read_field_date(uintptr_t cursor, unsigned int field_idx,
+                            int32_t *time) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_date(field_idx, time);
+  });
+}
+
+bool cursor_read_field_time(uintptr_t cursor, unsigned int field_idx,
+                            int64_t *time) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_time(field_idx, time);
+  });
+}
+
+bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
+                                int64_t *time) {
+  return read_field(cursor, [&](IndexCursor *c) {
+    return c->read_field_datetime(field_idx, time);
+  });
+}

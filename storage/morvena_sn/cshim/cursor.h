@@ -1,0 +1,400 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file cursor.h
+  Read InnoDB tables from native code inside the server process, without SQL.
+
+  This is the whole public face: C linkage, plain C types, no server header.
+  It compiles as C11 and as C++17.
+
+  Use, in order: init_common(), register_shutdown_observer(), then any number
+  of cursors, then deinit_common(). examples/reader.cc is a complete embedder.
+
+  What holds for every function
+  -----------------------------
+  Snapshot.  A cursor sees the rows that one other session, the donor, sees:
+    its transaction's consistent read view is copied when the cursor opens and
+    stays in force until it closes, also when the donor commits or disconnects
+    meanwhile. The donor's own uncommitted rows are visible, those that it
+    writes later as well (once its transaction has an id); changes of others
+    after the donor's snapshot are not. Donor 0, and a donor whose transaction
+    has no read view (idle, READ COMMITTED between statements, READ UNCOMMITTED,
+    prepared in XA), give the cursor a fresh snapshot of its own, taken at the
+    first read for a donor without a view and at open for donor 0. A donor id
+    that no session has raises error 1094 on the cursor's session; the cursor
+    opens all the same and takes a fresh snapshot at its first read.
+    The isolation level, the SQL mode and the time zone of the cursor's session
+    are the server's global ones, not the donor's: a TIMESTAMP reads in the
+    global time zone, and under a global READ UNCOMMITTED no snapshot is kept.
+
+  Threads.  A handle may be used from any thread, by one thread at a time.
+    Different handles are independent. A thread that the server did not make
+    calls my_thread_init() before its first call here and my_thread_end()
+    before it ends.
+    The functions that touch the host (open, close, set_read_range, advance)
+    make the cursor's session the calling thread's current session (THD) and
+    leave it so. Code that runs on a client's thread saves current_thd before
+    its first call and calls store_globals() on it after its last;
+    examples/reader.cc shows how.
+
+  Handles.  0 is the null handle. A null or closed handle, or one of another
+    kind of cursor, is recognised: the function touches nothing and answers
+    with its failure result, which each comment names. A handle's few bytes are
+    never freed, so that a closed one stays recognisable. Any other number
+    that no open function returned is undefined.
+
+  Results.  The sense of a bool differs by function; each comment gives its own.
+
+  Errors.  Only the open functions report in words: *error is a server error
+    number and message a text of at most 512 bytes, terminating zero included.
+    The others report by their result, and the host's errors while reading go
+    to standard error as "got error while scan index :" and the host's code.
+
+  Shutdown.  Every cursor is to be closed and deinit_common() called before the
+    server's InnoDB stops: a function given to register_shutdown_observer() is
+    the place. What is left open is interrupted and closed by the system when
+    the last client session has ended; its handles then answer as closed ones.
+
+  Column numbers are 0-based positions in the table, in its definition's
+  order, wherever a function takes one. cursor_col_fieldnr() alone answers with
+  1-based positions; subtract one before passing its result on.
+*/
+
+#ifndef MORVENA_SN_CURSOR_H
+#define MORVENA_SN_CURSOR_H
+
+#ifdef __cplusplus
+#include <cstddef>
+#include <cstdint>
+extern "C" {
+#else
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#endif
+
+/**
+  The leading key parts of a bound. The system reads it during the call and
+  never writes to it.
+
+  Element i of each array belongs to key part i, in the index's order. Values
+  beyond the parts that the index's definition names are ignored. A bound with
+  num_arg 0 bounds nothing.
+
+  type[i]  value[i] points to
+     1     int64_t; converted through double, so exact up to 2^53
+     2     double
+     3     len[i] bytes in the column's own character set; also the way to give
+           integers beyond 2^53, decimals and temporal values: as text
+     4     MYSQL_TIME (the server's mysql_time.h)
+     5     struct timeval, seconds and microseconds since 1970 UTC; only
+           TIMESTAMP and DATETIME columns take it
+   others  nothing: the part is given, with whatever value the cursor's row
+           buffer holds
+
+  A value is converted by the column's own rules: text that is too long is cut,
+  a number out of range is clamped.
+*/
+typedef struct field_arg {
+  uint32_t num_arg; /**< number of leading key parts given */
+  int32_t *len;     /**< bytes of each value; negative: the part is NULL */
+  void **value;     /**< where each value lies */
+  char *type;       /**< how each value is stored, see above */
+} field_arg;
+
+/** A clean-up function of the embedding code. It must not throw. */
+typedef void (*Shutdown_observer_func)(void);
+
+/* ------------------------------------------------------------------ */
+/* Lifecycle                                                          */
+/* ------------------------------------------------------------------ */
+
+/**
+  Start the process-wide part: a pool of 32 worker threads.
+
+  Sense:    none; a second call without deinit_common() between does nothing.
+  Lifetime: until deinit_common().
+  Threads:  any, once at a time; before the first cursor.
+  Blocks:   no.
+*/
+void init_common(void);
+
+/**
+  Stop the worker pool, then destroy the idle pooled sessions.
+
+  Sense:    none. Sessions of cursors that are still open are left alone.
+  Lifetime: init_common() may start everything again.
+  Threads:  any; must not race with cursor functions.
+  Blocks:   until the worker threads have ended.
+*/
+void deinit_common(void);
+
+/**
+  Have a function called once when the server begins to shut down.
+
+  @param plugin  the caller's own plug-in handle: what the server passed to the
+                 init function of a plug-in that is not a storage engine. The
+                 first caller's becomes the owner of the server's notification,
+                 and that plug-in must then stay loaded.
+  @param f       what to call; typically closes the caller's cursors and calls
+                 deinit_common(). A function that is registered already is not
+                 added again.
+
+  Sense:    none.
+  Lifetime: f is called at most once and then forgotten.
+  Threads:  any. f runs on a server thread, before client sessions are ended,
+            and must not call this function or throw.
+  Blocks:   no.
+*/
+void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
+
+/* ------------------------------------------------------------------ */
+/* Index cursor                                                       */
+/* ------------------------------------------------------------------ */
+
+/**
+  Open a cursor on an index.
+
+  @param db_name, table_name  the table; lower-cased in a copy where the server
+                 stores names so. Partitioned tables are read like others;
+                 temporary tables belong to their session and are not found.
+  @param index_name  the index, in any case; the primary key's name is PRIMARY.
+                 Of names that differ only in case the first in the table wins.
+  @param index_only  read only the index's own columns, from the index alone.
+                 A column of which the index holds a prefix reads as that
+                 prefix; other columns have no defined value.
+  @param snapshot_donor  connection id of the session whose snapshot is read,
+                 0 for a snapshot of the cursor's own
+  @param timeout_sec  how long to wait for table locks, seconds; negative: as
+                 good as for ever. A wait for the table's metadata lock during
+                 this call is bounded by what the session was given at its last
+                 opening, the server's lock_wait_timeout if it is a new one.
+  @param[out] error    0, or the server's error number
+  @param[out] message  at least 512 bytes; written only on failure
+  @retval 0      not opened; nothing is held. *error and message say why:
+                 1049 unknown database, 1146 no such table, 1347 a view,
+                 1031 a table of another engine or an index that has no order
+                 (full-text, spatial), 1205 lock wait timeout, 1317 killed,
+                 1412 the index is newer than the snapshot,
+                 1102, 1103 a missing or impossible name,
+                 3168 the server has not finished starting, or is stopping,
+                 10134 out of memory.
+                 An unknown index leaves *error 0, or what the session last
+                 reported (1094 for an unknown donor): test the handle, not the
+                 number.
+  @retval other  the handle, until close_index_cursor()
+
+  Sense:    a handle, see above.
+  Lifetime: holds a session, a metadata lock on the table (DDL waits) and the
+            snapshot (purge keeps what it sees).
+  Threads:  the new session becomes the calling thread's.
+  Blocks:   waits for metadata and table locks.
+*/
+uintptr_t open_index_cursor(const char *db_name, const char *table_name,
+                            const char *index_name, bool index_only,
+                            uint32_t snapshot_donor, int timeout_sec,
+                            unsigned int *error, char *message);
+
+/**
+  Close a cursor: release its table, locks, snapshot and session.
+
+  Sense:    none; a null or closed handle is left alone.
+  Lifetime: ends that of the handle and of every name and value that was read
+            through it.
+  Threads:  the session becomes the calling thread's, and stays current_thd
+            although it now belongs to the pool: bind your own afterwards.
+  Blocks:   no.
+*/
+void close_index_cursor(uintptr_t cursor);
+
+/**
+  @return how many columns cursor_output_col_names() yields: all of the
+          table's, or the index's for an index-only cursor; 0 for a null or
+          closed handle
+
+  Sense: a count.  Threads: one at a time per cursor.  Blocks: no.
+*/
+uint64_t cursor_output_col_num(uintptr_t cursor);
+
+/**
+  @return how many columns cursor_idx_col_names() yields; 0 for a null or
+          closed handle
+
+  Sense: a count.  Threads: one at a time per cursor.  Blocks: no.
+*/
+uint64_t cursor_idx_col_num(uintptr_t cursor);
+
+/**
+  @return how many key parts the index's definition names, the most values that
+          a bound can use; 0 for a null or closed handle
+
+  Sense: a count.  Threads: one at a time per cursor.  Blocks: no.
+*/
+uint64_t cursor_idx_user_col_num(uintptr_t cursor);
+
+/**
+  The names of the columns that the cursor yields.
+
+  @param[out] names  room for cursor_output_col_num() pointers; exactly so many
+                     are written, none for a null or closed handle
+
+  Sense:    none.
+  Lifetime: the strings are the table's, until close_index_cursor().
+  Threads:  one at a time per cursor.  Blocks: no.
+*/
+void cursor_output_col_names(uintptr_t cursor, const char **names);
+
+/**
+  The names of the index's columns: for a unique index InnoDB's own list (the
+  key, then what InnoDB appends; every column, the system columns among them,
+  for the clustered index), for any other the declared parts and the primary
+  key's that it carries.
+
+  @param[out] names  room for cursor_idx_col_num() pointers; exactly so many
+                     are written, none for a null or closed handle
+
+  Sense:    none.
+  Lifetime: the strings are the server's, until close_index_cursor().
+  Threads:  one at a time per cursor.  Blocks: no.
+*/
+void cursor_idx_col_names(uintptr_t cursor, const char **names);
+
+/**
+  @return the 1-based position of a column in the table; 0 when there is none
+          of that name (letter case is ignored), the name is null, or the
+          handle is null or closed
+
+  Sense: a position; subtract 1 for every function that takes one.
+  Threads: one at a time per cursor.  Blocks: no.
+*/
+uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name);
+
+/**
+  Set the key range to read and move to its first row.
+
+  @param begin, end    the bounds, null for none
+  @param closed_begin, closed_end  whether rows equal to the bound belong
+  @param reverse       read from the end downwards
+  @retval true   the range's first row is current; the next cursor_advance()
+                 keeps it
+  @retval false  no row in the range, the read failed (standard error says
+                 why), or a null or closed handle
+
+  Bounds that give the same key read the rows equal to it, in index order,
+  whatever closed_begin, closed_end and reverse say.
+  A reverse read leaves out rows equal to begin even when it is closed, and
+  without an end it starts at the last row of the index and only then looks at
+  begin: the first row may lie below it.
+  Reading backwards is the server's own ha_index_prev(), which can miss rows
+  while other sessions split the pages under it; where every row counts, read
+  forward.
+
+  Sense:    the opposite of cursor_advance().
+  Lifetime: the bounds are copied; values of the row before are gone.
+  Threads:  the cursor's session becomes the calling thread's.
+  Blocks:   may read from disk; holds no latch when it returns.
+*/
+bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
+                           bool closed_begin, bool closed_end, bool reverse);
+
+/**
+  Choose the columns to read.
+
+  @param ncols   number of elements of fields; 0 reads no column
+  @param fields  0-based column positions, in any order; those beyond the
+                 table's columns are skipped
+
+  In force from the next cursor_set_read_range(). A cursor that was never
+  given a set reads every column. A column outside the set has no defined
+  value.
+
+  Sense:    none.
+  Lifetime: fields is read during the call only.
+  Threads:  one at a time per cursor.  Blocks: no.
+*/
+void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields);
+
+/**
+  Move to the next row of the range, in the range's order. The first call
+  after a cursor_set_read_range() that answered true stays on its row.
+
+  @retval false  a row is current; the cursor_read_field_* functions read it
+  @retval true   no further row, no range set, the read failed or the cursor's
+                 session was killed (standard error says why), or a null or
+                 closed handle; further calls say true again
+
+  Sense:    the opposite of cursor_set_read_range().
+  Lifetime: strings and decimals read from the previous row are gone.
+  Threads:  the cursor's session becomes the calling thread's.
+  Blocks:   may read from disk; holds no latch when it returns.
+*/
+bool cursor_advance(uintptr_t cursor);
+
+/*
+  Typed reads of the current row. What holds for all of them:
+
+  @param field_idx  0-based position of the column in the table
+  @retval false  the value is written
+  @retval true   nothing is written: the value is NULL, there is no such
+                 column, or the handle is null or closed
+
+  Every column can be read by every function; the server's own conversion
+  applies. Before a row is current the values are not defined.
+
+  Sense:    true is "no value".
+  Threads:  one at a time per cursor; a thread without a current session gets
+            the cursor's.
+  Blocks:   no.
+*/
+
+/** Signed 64-bit: Field::val_int(). BIGINT UNSIGNED keeps its bits, so values
+    of 2^63 and above read as negative ones. */
+bool cursor_read_field_int(uintptr_t cursor, unsigned int field_idx,
+                           long long *val);
+
+/** Double: Field::val_real(). */
+bool cursor_read_field_real(uintptr_t cursor, unsigned int field_idx,
+                            double *val);
+
+/** The value's bytes in the column's own character set, without a terminating
+    zero; numbers and dates as text; JSON as text; GEOMETRY as SRID and WKB.
+    Lifetime: until the next string read, cursor_advance(),
+    cursor_set_read_range() or close_index_cursor() of this cursor. */
+bool cursor_read_field_str(uintptr_t cursor, unsigned int field_idx, char **str,
+                           size_t *size);
+
+/** Exact decimal: *neg is the sign; *data points to *intg words of the integer
+    part followed by *frac words of the fraction, most significant first, each
+    0 to 999999999. A fraction's last word is filled from its left: 0.5 is the
+    word 500000000.
+    Lifetime: until the next decimal read, cursor_advance(),
+    cursor_set_read_range() or close_index_cursor() of this cursor. */
+bool cursor_read_field_decimal(uintptr_t cursor, unsigned int field_idx,
+                               bool *neg, int32_t *intg, int32_t *frac,
+                               int32_t **data);
+
+/** Days since 2000-01-01. The zero date, and any column without a date, is
+    -730517. */
+bool cursor_read_field_date(uintptr_t cursor, unsigned int field_idx,
+                            int32_t *time);
+
+/** Signed microseconds, not reduced to a day; 0 for a column without a time. */
+bool cursor_read_field_time(uintptr_t cursor, unsigned int field_idx,
+                            int64_t *time);
+
+/** Microseconds since 2000-01-01 00:00:00, no time-zone conversion beyond that
+    of TIMESTAMP columns to the session's time zone. */
+bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
+                                int64_t *time);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* MORVENA_SN_CURSOR_H */

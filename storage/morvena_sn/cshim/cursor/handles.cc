@@ -1,0 +1,113 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Handles: the list of open ones, and closing them.
+
+#include "cursor/handles.h"
+
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "common.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// How long the closing at shutdown waits for a call to return.
+constexpr auto call_limit = 5s;
+// Longer than any store stays in a processor's buffer.
+constexpr auto store_visible_after = 10ms;
+
+std::mutex open_handles_mutex;
+std::unordered_set<CursorWrapper *> open_handles;  // under open_handles_mutex
+
+bool register_membarrier() {
+  return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0,
+                 0) == 0;
+}
+
+const bool membarrier_registered = register_membarrier();
+
+// Every thread's earlier stores are visible here when this returns.
+void pass_barrier_in_every_thread() {
+  if (membarrier_registered &&
+      syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0) {
+    return;
+  }
+  std::this_thread::sleep_for(store_visible_after);
+}
+
+void unlist(CursorWrapper *wrapper) {
+  const std::lock_guard<std::mutex> lock(open_handles_mutex);
+  open_handles.erase(wrapper);
+}
+
+void release(CursorWrapper *wrapper) {
+  CommonApi::thd_attach(wrapper->thd, nullptr);
+  wrapper->drop_cursor();
+  CommonApi::unlock_table(wrapper->thd, wrapper->table, HDL_READ);
+  CommonApi::close_thd(wrapper->thd);
+}
+
+bool wait_for_call(const CursorWrapper *wrapper) {
+  const auto give_up = std::chrono::steady_clock::now() + call_limit;
+  while (wrapper->in_call.load(std::memory_order_acquire)) {
+    if (std::chrono::steady_clock::now() > give_up) return false;
+    std::this_thread::sleep_for(1ms);
+  }
+  return true;
+}
+
+std::vector<CursorWrapper *> take_open_handles() {
+  const std::lock_guard<std::mutex> lock(open_handles_mutex);
+  std::vector<CursorWrapper *> handles(open_handles.begin(),
+                                       open_handles.end());
+  open_handles.clear();
+  return handles;
+}
+
+// The sessions have been interrupted. A call that does not come back keeps its
+// cursor: taking that away would crash the server for certain.
+void close_leftover_handles() {
+  std::vector<CursorWrapper *> ours;
+  for (CursorWrapper *wrapper : take_open_handles()) {
+    if (wrapper->open.exchange(false)) ours.push_back(wrapper);
+  }
+  if (ours.empty()) return;
+  pass_barrier_in_every_thread();
+  for (CursorWrapper *wrapper : ours) {
+    if (wait_for_call(wrapper)) release(wrapper);
+  }
+}
+
+const bool cleanup_is_set = [] {
+  CommonApi::set_last_cleanup(close_leftover_handles);
+  return true;
+}();
+
+}  // namespace
+
+void list_handle(CursorWrapper *wrapper) {
+  const std::lock_guard<std::mutex> lock(open_handles_mutex);
+  open_handles.insert(wrapper);
+}
+
+bool close_handle(CursorWrapper *wrapper) {
+  if (!wrapper->open.exchange(false)) return false;
+  unlist(wrapper);
+  release(wrapper);
+  return true;
+}

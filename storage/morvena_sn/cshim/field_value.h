@@ -1,0 +1,75 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file field_value.h
+  One column's value in the forms that callers get. The column's Field already
+  points at the row; NULL and positions are the caller's affair.
+*/
+
+#ifndef MORVENA_SN_FIELD_VALUE_H
+#define MORVENA_SN_FIELD_VALUE_H
+
+#include "host.h"
+#include "temporal.h"
+
+/** Where a reader keeps converted strings and decimals: until the next read of
+    the same kind. */
+struct field_read_buffer {
+  String str;
+  my_decimal decimal;
+};
+
+namespace field_value {
+
+inline void to_str(Field *field, field_read_buffer *buffer, char **str,
+                   size_t *size) {
+  String *value = field->val_str(&buffer->str, &buffer->str);
+  *str = value->ptr();
+  *size = value->length();
+}
+
+inline void to_decimal(Field *field, field_read_buffer *buffer, bool *neg,
+                       int32_t *intg, int32_t *frac, int32_t **data) {
+  my_decimal *value = field->val_decimal(&buffer->decimal);
+  *neg = value->sign();
+  *intg = ROUND_UP(value->intg);
+  *frac = ROUND_UP(value->frac);
+  *data = value->buf;
+}
+
+inline MYSQL_TIME unpack_datetime(const Field *field) {
+  MYSQL_TIME value;
+  TIME_from_longlong_datetime_packed(&value, host::val_date_temporal(field));
+  return value;
+}
+
+inline int32_t to_date(const Field *field) {
+  const MYSQL_TIME value = unpack_datetime(field);
+  return days_since_epoch(static_cast<int32_t>(value.year),
+                          static_cast<int32_t>(value.month),
+                          static_cast<int32_t>(value.day));
+}
+
+inline int64_t to_time(const Field *field) {
+  return host::val_time_usecs(field);
+}
+
+inline int64_t to_datetime(const Field *field) {
+  const MYSQL_TIME value = unpack_datetime(field);
+  const int64_t days = days_since_epoch(static_cast<int32_t>(value.year),
+                                        static_cast<int32_t>(value.month),
+                                        static_cast<int32_t>(value.day));
+  return days * USECS_PER_DAY +
+         mysql_time2time(value.hour, value.minute, value.second,
+                         static_cast<int64_t>(value.second_part), false);
+}
+
+}  // namespace field_value
+
+#endif  // MORVENA_SN_FIELD_VALUE_H

@@ -1,0 +1,125 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Index cursor: opening, columns and read set.
+
+#include "handler_api.h"
+
+#include <strings.h>
+
+#include "common.h"
+
+#include "ha_innodb.h"
+#include "trx0trx.h"
+
+namespace {
+
+// The rows that the handler is to fetch ahead of the cursor.
+constexpr double prefetch_rows = 200.0;
+
+KEY *find_key_by_name(TABLE *table, const char *name) {
+  for (uint i = 0; i < table->s->keys; ++i) {
+    if (strcasecmp(table->key_info[i].name, name) == 0) {
+      return &table->key_info[i];
+    }
+  }
+  return nullptr;
+}
+
+// Full-text and spatial indexes are listed like others, but have no key order
+// to read in.
+bool has_key_order(const KEY *key) {
+  if ((key->flags & HA_FULLTEXT) != 0) {
+    my_error(ER_CHECK_NOT_IMPLEMENTED, MYF(0), "cursors on full-text indexes");
+    return false;
+  }
+  if ((key->flags & HA_SPATIAL) != 0) {
+    my_error(ER_CHECK_NOT_IMPLEMENTED, MYF(0), "cursors on spatial indexes");
+    return false;
+  }
+  return true;
+}
+
+// Refused for an index that is corrupt, or newer than the snapshot and so
+// without its rows.
+bool start_index_scan(TABLE *table, const KEY *key) {
+  handler *file = table->file;
+  file->ha_index_or_rnd_end();
+  const int error =
+      file->ha_index_init(static_cast<uint>(key - table->key_info), true);
+  if (error != 0) file->print_error(error, MYF(0));
+  return error == 0;
+}
+
+}  // namespace
+
+IndexCursor::IndexCursor(TABLE *table, KEY *key, bool index_only)
+    : table_(table), key_(key), index_only_(index_only) {
+  buffer_.str.set_charset(&my_charset_bin);
+}
+
+IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
+                               bool index_only, uint32_t snapshot_donor) {
+  TABLE *table = static_cast<TABLE *>(my_table);
+  trx_t *trx = thd_to_trx(current_thd);
+  trx_start_if_not_started_xa_low(trx, false);
+  CommonApi::copy_or_assign_read_view(trx, snapshot_donor);
+
+  if (idx_name == nullptr) return nullptr;
+  KEY *key = find_key_by_name(table, idx_name);
+  if (key == nullptr || !has_key_order(key)) return nullptr;
+  // Keys are built in the row buffer, which a freshly opened table leaves as
+  // the allocator gave it.
+  restore_record(table, s->default_values);
+  if (!start_index_scan(table, key)) return nullptr;
+  set_record_buffer(table, prefetch_rows);
+  if (index_only) table->set_keyread(true);
+  return new IndexCursor(table, key, index_only);
+}
+
+IndexCursor::~IndexCursor() {
+  table()->file->ha_index_or_rnd_end();
+  table()->set_keyread(false);
+  // Through the bounds in use only: the buffer of a bound that a later range
+  // left out stays.
+  if (from_ != nullptr) delete[] from_->key;
+  if (end_ != nullptr) delete[] end_->key;
+}
+
+void IndexCursor::cursor_output_col_names_names(
+    std::vector<const char *> &colnames) {
+  if (!index_only_) {
+    CommonApi::get_table_field_names(table_, colnames);
+    return;
+  }
+  colnames.clear();
+  CommonApi::get_index_field_names(key_, colnames);
+}
+
+void IndexCursor::get_key_col_names(std::vector<const char *> &columns) {
+  CommonApi::get_index_field_names(key_, columns);
+}
+
+int IndexCursor::get_key_user_cols() {
+  return CommonApi::get_index_user_defined_parts(key_);
+}
+
+uint32_t IndexCursor::get_col_fieldnr(const char *name) {
+  for (uint i = 0; i < table()->s->fields; ++i) {
+    if (strcasecmp(table()->field[i]->field_name, name) == 0) return i + 1;
+  }
+  return 0;
+}
+
+void IndexCursor::set_readset(size_t ncols, const uint32_t *fields) {
+  MY_BITMAP *read_set = table()->read_set;
+  bitmap_clear_all(read_set);
+  for (size_t i = 0; i < ncols; ++i) {
+    if (fields[i] < table()->s->fields) bitmap_set_bit(read_set, fields[i]);
+  }
+}

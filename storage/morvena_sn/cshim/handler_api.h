@@ -1,0 +1,100 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file handler_api.h
+  A cursor over one index of one open table, row by row, through the server's
+  table handler.
+*/
+
+#ifndef MORVENA_SN_HANDLER_API_H
+#define MORVENA_SN_HANDLER_API_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "cursor.h"
+#include "field_value.h"
+#include "host.h"
+
+class IndexCursor {
+ public:
+  // --- opening, columns, read set: handler_api.cc ---
+
+  /** @return a cursor on the index of that name, in the calling thread's
+      session and under the donor's snapshot; null when there is none (nothing
+      is reported) or it cannot be read in key order (reported to the session)
+   */
+  static IndexCursor *open(void *table, const char *idx_name, bool index_only,
+                           uint32_t snapshot_donor);
+  ~IndexCursor();
+  IndexCursor(const IndexCursor &) = delete;
+  IndexCursor &operator=(const IndexCursor &) = delete;
+
+  void cursor_output_col_names_names(std::vector<const char *> &colnames);
+  void get_key_col_names(std::vector<const char *> &columns);
+  int get_key_user_cols();
+  /** @return the column's 1-based position in the table, 0 for none */
+  uint32_t get_col_fieldnr(const char *name);
+  /** Positions beyond the table's columns are skipped. */
+  void set_readset(size_t ncols, const uint32_t *fields);
+
+  // --- keys, ranges, stepping: handler_api/range.cc ---
+
+  /** Make the key of the given leading parts. @return its length in bytes: a
+      part that is NULL is in the key but adds nothing to the length */
+  size_t create_key(const field_arg *arg, uchar *keybuf);
+  /** @retval false on the range's first row  @retval true no row, or error */
+  bool set_read_range(const field_arg *begin, const field_arg *end,
+                      bool closed_begin, bool closed_end, bool reverse);
+  /** @retval false on the next row  @retval true no further row, or error */
+  bool advance();
+
+  // --- typed reads: handler_api/fields.cc. false = value written ---
+
+  bool read_field_int(unsigned int field_idx, longlong *val);
+  bool read_field_real(unsigned int field_idx, double *val);
+  bool read_field_str(unsigned int field_idx, char **str, size_t *size);
+  bool read_field_decimal(unsigned int field_idx, bool *neg, int32_t *intg,
+                          int32_t *frac, int32_t **data);
+  bool read_field_date(unsigned int field_idx, int32_t *time);
+  bool read_field_time(unsigned int field_idx, int64_t *time);
+  bool read_field_datetime(unsigned int field_idx, int64_t *time);
+
+ private:
+  IndexCursor(TABLE *table, KEY *key, bool index_only);
+
+  key_range *make_bound(key_range *bound, const field_arg *arg,
+                        ha_rkey_function flag);
+  bool no_row(int error);
+  int refresh_columns();
+  int position();
+  int position_reverse();
+  bool is_before_range();
+  int find_key(const key_range *bound, ha_rkey_function flag);
+  Field *field_with_value(unsigned int field_idx);
+  TABLE *table() const { return static_cast<TABLE *>(table_); }
+  KEY *key() const { return static_cast<KEY *>(key_); }
+
+  void *table_;
+  void *key_;
+  bool positioned_ = false;
+  key_range rangebuf[2] = {};
+  key_range *from_ = nullptr;
+  key_range *end_ = nullptr;
+  bool equal_range_ = false;
+  bool reverse_ = false;
+  bool index_only_;
+  field_read_buffer buffer_;
+  /** The read and write sets with which the handler last positioned; empty
+      before the first time. */
+  std::vector<my_bitmap_map> columns_read_;
+};
+
+#endif  // MORVENA_SN_HANDLER_API_H

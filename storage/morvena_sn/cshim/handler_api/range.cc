@@ -1,0 +1,198 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Index cursor: keys from the caller's values, ranges and stepping. The handler
+// keeps the bounds; the cursor itself compares with the begin bound only, and
+// only when it reads backwards.
+
+#include <iostream>
+
+#include "handler_api.h"
+
+namespace {
+
+// The form of a caller's value.
+enum Value_type : unsigned char {
+  VALUE_INT = 1,
+  VALUE_REAL = 2,
+  VALUE_BYTES = 3,
+  VALUE_TIME = 4,
+  VALUE_TIMESTAMP = 5
+};
+
+void store_value(Field *field, unsigned char type, const void *value,
+                 int32_t bytes) {
+  switch (type) {
+    case VALUE_INT:
+      // Through double, for columns of every type; beyond 2^53 not exact.
+      field->store(static_cast<double>(*static_cast<const int64_t *>(value)));
+      break;
+    case VALUE_REAL:
+      field->store(*static_cast<const double *>(value));
+      break;
+    case VALUE_BYTES:
+      field->store(static_cast<const char *>(value), static_cast<size_t>(bytes),
+                   &my_charset_bin);
+      break;
+    case VALUE_TIME:
+      host::store_time(field, *static_cast<const MYSQL_TIME *>(value));
+      break;
+    case VALUE_TIMESTAMP:
+      host::store_timestamp(field, *static_cast<const timeval *>(value));
+      break;
+    default:
+      // The column keeps what the row buffer holds, but a large object's
+      // pointer there may outlive its memory.
+      if (field->is_flag_set(BLOB_FLAG)) field->reset();
+      break;
+  }
+}
+
+key_part_map map_of_leading_parts(uint32_t n_parts) {
+  return static_cast<key_part_map>((1U << (n_parts % 32)) - 1);
+}
+
+}  // namespace
+
+// The end of a range is silent. After any other error the handler's position is
+// not to be trusted, and the cursor asks it no more until the next range.
+bool IndexCursor::no_row(int error) {
+  if (error == 0) return false;
+  if (error != HA_ERR_END_OF_FILE && error != HA_ERR_KEY_NOT_FOUND) {
+    std::cerr << "got error while scan index :" << error << std::endl;
+    positioned_ = false;
+  }
+  return true;
+}
+
+size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
+  size_t total = 0;
+  uint image_bytes = 0;
+  const KEY *index = key();
+  for (uint i = 0; i < index->user_defined_key_parts; ++i) {
+    const KEY_PART_INFO &part = index->key_part[i];
+    Field *field = part.field;
+    if (i >= arg->num_arg) {
+      field->set_null();
+      continue;
+    }
+    image_bytes += part.store_length;
+    // Also has the handler fetch the column, which the comparisons with the
+    // bounds read from the row.
+    bitmap_set_bit(table()->write_set, field->field_index());
+    if (arg->len[i] < 0) {
+      field->set_null();
+      continue;
+    }
+    field->set_notnull();
+    store_value(field, static_cast<unsigned char>(arg->type[i]), arg->value[i],
+                arg->len[i]);
+    total += part.store_length;
+  }
+  // The handler goes by the number of parts given, not by the length, so NULL
+  // parts are in the image too.
+  key_copy(keybuf, table()->record[0], index, image_bytes);
+  return total;
+}
+
+// A bound of no parts bounds nothing; the handler cannot search for one.
+key_range *IndexCursor::make_bound(key_range *bound, const field_arg *arg,
+                                   ha_rkey_function flag) {
+  if (arg == nullptr) return nullptr;
+  const key_part_map parts = map_of_leading_parts(arg->num_arg);
+  if (parts == 0) return nullptr;
+  if (bound->key == nullptr) bound->key = new uchar[key()->key_length]();
+  bound->length =
+      static_cast<uint>(create_key(arg, const_cast<uchar *>(bound->key)));
+  bound->keypart_map = parts;
+  bound->flag = flag;
+  return bound;
+}
+
+// The handler decides which columns to fetch when an index scan starts. A set
+// that changed since it last positioned starts the scan anew.
+int IndexCursor::refresh_columns() {
+  const my_bitmap_map *read_set = table()->read_set->bitmap;
+  const my_bitmap_map *write_set = table()->write_set->bitmap;
+  const size_t words = no_words_in_map(table()->read_set);
+  const bool first_read = columns_read_.empty();
+  if (!first_read &&
+      std::equal(read_set, read_set + words, columns_read_.begin()) &&
+      std::equal(write_set, write_set + words, columns_read_.begin() + words)) {
+    return 0;
+  }
+  columns_read_.assign(read_set, read_set + words);
+  columns_read_.insert(columns_read_.end(), write_set, write_set + words);
+  // The handler looks by itself at the first read.
+  if (first_read) return 0;
+  handler *file = table()->file;
+  const uint index = file->active_index;
+  file->ha_index_end();
+  return file->ha_index_init(index, true);
+}
+
+bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
+                                 bool closed_begin, bool closed_end,
+                                 bool reverse) {
+  const ha_rkey_function closed_end_flag =
+      reverse ? HA_READ_PREFIX_LAST_OR_PREV : HA_READ_KEY_OR_PREV;
+  from_ = make_bound(&rangebuf[0], begin,
+                     closed_begin ? HA_READ_KEY_OR_NEXT : HA_READ_AFTER_KEY);
+  end_ = make_bound(&rangebuf[1], end,
+                    closed_end ? closed_end_flag : HA_READ_BEFORE_KEY);
+  reverse_ = reverse;
+  equal_range_ = from_ != nullptr && end_ != nullptr &&
+                 from_->length == end_->length &&
+                 memcmp(from_->key, end_->key, from_->length) == 0;
+  positioned_ = true;
+  if (const int error = refresh_columns()) return no_row(error);
+  if (no_row(position())) return true;
+  return !equal_range_ && reverse_ && end_ != nullptr && is_before_range();
+}
+
+int IndexCursor::position() {
+  if (equal_range_) return find_key(from_, HA_READ_KEY_EXACT);
+  if (reverse_) return position_reverse();
+  return table()->file->ha_read_range_first(from_, end_, false, true);
+}
+
+// Without an end bound the last row is not compared with the begin bound; the
+// next step is.
+int IndexCursor::position_reverse() {
+  if (end_ != nullptr) return find_key(end_, end_->flag);
+  table()->file->set_end_range(nullptr, handler::RANGE_SCAN_ASC);
+  return table()->file->ha_index_last(table()->record[0]);
+}
+
+// The handler remembers the end of its last forward range, and the rows fetched
+// ahead would stop there.
+int IndexCursor::find_key(const key_range *bound, ha_rkey_function flag) {
+  handler *file = table()->file;
+  file->set_end_range(nullptr, handler::RANGE_SCAN_ASC);
+  return file->ha_index_read_map(table()->record[0], bound->key,
+                                 bound->keypart_map, flag);
+}
+
+// Backward scans leave out a row equal to the begin bound whether it is open or
+// closed: both of its flags have one of the two low bits set.
+bool IndexCursor::is_before_range() {
+  if (from_ == nullptr) return false;
+  const int order = host::key_cmp(key()->key_part, from_->key, from_->length);
+  return order < 0 || (order == 0 && (from_->flag & 3) != 0);
+}
+
+bool IndexCursor::advance() {
+  if (!positioned_) return true;
+  handler *file = table()->file;
+  uchar *row = table()->record[0];
+  if (equal_range_) {
+    return no_row(file->ha_index_next_same(row, end_->key, end_->length));
+  }
+  if (reverse_) return no_row(file->ha_index_prev(row)) || is_before_range();
+  return no_row(file->ha_read_range_next());
+}

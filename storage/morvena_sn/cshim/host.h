@@ -1,0 +1,183 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file host.h
+  Every difference between the hosts, behind one form each: that of MySQL 8.0.
+  One entry a difference; host/version.h names the versions. What a stock host
+  lacks is supplied in host/.
+*/
+
+#ifndef MORVENA_SN_HOST_H
+#define MORVENA_SN_HOST_H
+
+#include "host/version.h"
+
+#include "my_config.h"
+
+#include "my_base.h"
+#include "my_byteorder.h"
+#include "my_sys.h"
+#include "my_thread.h"
+#include "my_time.h"
+#include "mysql/plugin.h"
+#include "mysql_com.h"
+#include "mysqld_error.h"
+#include "sql/current_thd.h"
+#include "sql/field.h"
+#include "sql/field_common_properties.h"
+#include "sql/handler.h"
+#include "sql/key.h"
+#include "sql/lock.h"
+#include "sql/mdl.h"
+#include "sql/mysqld.h"
+#include "sql/mysqld_thd_manager.h"
+#include "sql/protocol_classic.h"
+#include "sql/replication.h"
+#include "sql/sql_base.h"
+#include "sql/sql_class.h"
+#include "sql/sql_error.h"
+#include "sql/sql_executor.h"
+#include "sql/sql_lex.h"
+#include "sql/sql_plugin.h"
+#include "sql/table.h"
+#include "sql/transaction.h"
+
+// 9.7 moved these.
+#if __has_include("sql-common/my_decimal.h")
+#include "sql-common/my_decimal.h"
+#else
+#include "sql/my_decimal.h"
+#endif
+#if __has_include("mysql/strings/m_ctype.h")
+#include "mysql/strings/m_ctype.h"
+#else
+#include "m_ctype.h"
+#endif
+#if __has_include("sql/mysqld_cs.h")
+#include "sql/mysqld_cs.h"
+#endif
+#if HOST_HAS_TIME_VAL
+#include "my_temporal.h"
+#endif
+
+#include <algorithm>
+
+#include "temporal.h"
+
+namespace host {
+
+// The reference to an opened table: TABLE_LIST in 8.0.27, Table_ref later.
+template <class Ref>
+Ref second_argument(bool (*)(THD *, Ref *, Open_table_context *));
+using Table_ref = decltype(second_argument(&::open_table));
+
+// 8.0.27: never finds daemon sessions and takes no word for it.
+inline Find_thd_with_id find_by_id(my_thread_id id) {
+#if HOST_FIND_THD_TAKES_DAEMON
+  return Find_thd_with_id(id, true);
+#else
+  return Find_thd_with_id(id);
+#endif
+}
+
+// 8.0.27: three arguments.
+inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
+#if HOST_KEY_CMP_TAKES_MULTI_VALUED
+  return ::key_cmp(part, key, key_bytes, false);
+#else
+  return ::key_cmp(part, key, key_bytes);
+#endif
+}
+
+// Only columns with a date and a time have a timestamp store; the one that the
+// others inherit is a fault in debug builds. 8.0.27 takes a timeval.
+inline void store_timestamp(Field *field, const timeval &value) {
+  const enum_field_types type = field->type();
+  if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
+#if HOST_HAS_MY_TIMEVAL
+  const my_timeval host_value{value.tv_sec, value.tv_usec};
+  field->store_timestamp(&host_value);
+#else
+  field->store_timestamp(&value);
+#endif
+}
+
+// 8.0 stores a MYSQL_TIME of every kind. 9.7 takes datetimes only and turns a
+// date into the zero date; dates and times have calls of their own there.
+inline void store_time(Field *field, const MYSQL_TIME &value) {
+  MYSQL_TIME copy = value;
+#if HOST_HAS_TIME_VAL
+  switch (value.time_type) {
+    case MYSQL_TIMESTAMP_DATE:
+      copy.hour = copy.minute = copy.second = 0;
+      copy.second_part = 0;
+      copy.neg = false;
+      if (is_temporal_type_with_date(field->type())) {
+        copy.time_type = MYSQL_TIMESTAMP_DATETIME;
+        field->store_time(&copy, 0);
+      } else {
+        field->store_date(Date_val(copy));
+      }
+      return;
+    case MYSQL_TIMESTAMP_TIME:
+      field->store_time(
+          Time_val(value.neg, std::min(value.hour, 838U),
+                   std::min(value.minute, 59U), std::min(value.second, 59U),
+                   std::min(value.second_part, 999999UL)),
+          0);
+      return;
+    default:
+      break;
+  }
+#endif
+  field->store_time(&copy, 0);
+}
+
+// A column's value as a packed datetime; 0 for a column without a date. The
+// getter that columns of other types inherit is a fault in debug builds.
+inline longlong val_date_temporal(const Field *field) {
+  switch (field->type()) {
+    case MYSQL_TYPE_DATE:
+    case MYSQL_TYPE_NEWDATE:
+    case MYSQL_TYPE_TIME:
+    case MYSQL_TYPE_DATETIME:
+    case MYSQL_TYPE_TIMESTAMP:
+      return field->val_date_temporal();
+    default:
+      return 0;
+  }
+}
+
+// A column's value as signed microseconds; 0 for a column without a time. 8.0
+// packs a time into an integer; 9.7 has Time_val, and would parse text.
+inline int64_t val_time_usecs(const Field *field) {
+  switch (field->type()) {
+    case MYSQL_TYPE_DATE:
+    case MYSQL_TYPE_NEWDATE:
+    case MYSQL_TYPE_TIME:
+    case MYSQL_TYPE_DATETIME:
+    case MYSQL_TYPE_TIMESTAMP:
+      break;
+    default:
+      return 0;
+  }
+#if HOST_HAS_TIME_VAL
+  Time_val value;
+  return field->val_time(&value) ? 0 : value.to_microseconds();
+#else
+  MYSQL_TIME value;
+  TIME_from_longlong_time_packed(&value, field->val_time_temporal());
+  return mysql_time2time(value.hour, value.minute, value.second,
+                         value.second_part, value.neg);
+#endif
+}
+
+}  // namespace host
+
+#endif  // MORVENA_SN_HOST_H

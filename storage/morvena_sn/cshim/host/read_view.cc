@@ -1,0 +1,129 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Copies of read views on hosts that cannot make them. The members that the
+// copy needs are private in the host; an explicit template instantiation may
+// name them.
+
+#include "host/read_view.h"
+
+#include "host.h"
+#include "host/innodb.h"
+
+#include "read0read.h"
+#include "trx0purge.h"
+#include "trx0sys.h"
+#include "trx0trx.h"
+#include "ut0new.h"
+
+#ifndef HOST_HAS_READVIEW_CLONE
+#error "morvena_sn: HOST_HAS_READVIEW_CLONE is for the configure step to define"
+#endif
+#ifndef HOST_HAS_MVCC_VIEW_INSERT_AFTER
+#error \
+    "morvena_sn: HOST_HAS_MVCC_VIEW_INSERT_AFTER is for the configure step to define"
+#endif
+
+namespace {
+
+template <class Tag, auto Pointer>
+struct Expose {
+  friend constexpr auto member(Tag) { return Pointer; }
+};
+
+#define EXPOSE(TAG, POINTER)           \
+  struct TAG {                         \
+    friend constexpr auto member(TAG); \
+  };                                   \
+  template struct Expose<TAG, POINTER>
+
+EXPOSE(View_closed, &ReadView::m_closed);
+#if !HOST_HAS_READVIEW_CLONE
+EXPOSE(View_low_limit_id, &ReadView::m_low_limit_id);
+EXPOSE(View_up_limit_id, &ReadView::m_up_limit_id);
+EXPOSE(View_creator, &ReadView::m_creator_trx_id);
+EXPOSE(View_ids, &ReadView::m_ids);
+EXPOSE(View_low_limit_no, &ReadView::m_low_limit_no);
+#if defined(UNIV_DEBUG) && HOST_DEBUG_VIEW_LOW_LIMIT_NO
+EXPOSE(View_debug_low_limit_no, &ReadView::m_view_low_limit_no);
+#endif
+EXPOSE(Ids_assign, &ReadView::ids_t::assign);
+EXPOSE(Ids_pointer, &ReadView::ids_t::m_ptr);
+EXPOSE(Ids_size, &ReadView::ids_t::m_size);
+EXPOSE(Mvcc_free, &MVCC::m_free);
+#endif
+#if !HOST_HAS_MVCC_VIEW_INSERT_AFTER
+EXPOSE(Mvcc_views, &MVCC::m_views);
+#endif
+
+#undef EXPOSE
+
+#if !HOST_HAS_READVIEW_CLONE
+// From InnoDB's own stock: at shutdown it frees views with its own allocator.
+ReadView *take_unused_view() {
+  auto &unused = trx_sys->mvcc->*member(Mvcc_free{});
+  ReadView *view = UT_LIST_GET_FIRST(unused);
+  if (view != nullptr) {
+    UT_LIST_REMOVE(unused, view);
+    return view;
+  }
+  return ut::new_withkey<ReadView>(UT_NEW_THIS_FILE_PSI_KEY);
+}
+#endif
+
+}  // namespace
+
+namespace host {
+
+bool find_open_view(ReadView *tagged, const ReadView **open) {
+  if (tagged == nullptr || !MVCC::is_view_active(tagged)) return false;
+  *open = tagged;
+  return !(tagged->*member(View_closed{}));
+}
+
+void clone_read_view(const ReadView *from, ReadView *&to, trx_t *creator) {
+#if HOST_HAS_READVIEW_CLONE
+  from->clone(to, creator);
+#else
+  (void)creator;
+  ReadView *copy = take_unused_view();
+  if (copy == nullptr) return;
+  const auto &ids = from->*member(View_ids{});
+  const trx_id_t *first = ids.*member(Ids_pointer{});
+  (copy->*member(View_ids{}).*member(Ids_assign{}))(
+      first, first + ids.*member(Ids_size{}));
+  copy->*member(View_low_limit_id{}) = from->*member(View_low_limit_id{});
+  copy->*member(View_up_limit_id{}) = from->*member(View_up_limit_id{});
+  copy->*member(View_low_limit_no{}) = from->*member(View_low_limit_no{});
+#if defined(UNIV_DEBUG) && HOST_DEBUG_VIEW_LOW_LIMIT_NO
+  copy->*member(View_debug_low_limit_no{}) =
+      from->*member(View_debug_low_limit_no{});
+#endif
+  copy->*member(View_creator{}) = from->*member(View_creator{});
+  copy->*member(View_closed{}) = false;
+  to = copy;
+#endif
+}
+
+void insert_view_after(MVCC *mvcc, ReadView *view, const ReadView *after) {
+#if HOST_HAS_MVCC_VIEW_INSERT_AFTER
+  mvcc->view_insert_after(view, after);
+#else
+  UT_LIST_INSERT_AFTER(mvcc->*member(Mvcc_views{}),
+                       const_cast<ReadView *>(after), view);
+#endif
+}
+
+bool purge_has_passed(const ReadView *view) {
+  host::s_lock(&purge_sys->latch, 0);
+  const bool passed = view->low_limit_no() < purge_sys->view.low_limit_no();
+  host::s_unlock(&purge_sys->latch, 0);
+  return passed;
+}
+
+}  // namespace host

@@ -1,0 +1,111 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The worker pool and the thread budget.
+
+#include "innodb_api/pool.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "univ.i"
+
+#include "my_thread.h"
+#include "ut0dbg.h"
+
+ThreadPool *ThreadPool::instance = nullptr;
+
+std::atomic<size_t> ThreadBudget::s_active_threads{0};
+
+void ThreadPool::initialize() {
+  if (instance == nullptr) instance = new ThreadPool(n_workers);
+}
+
+ThreadPool *ThreadPool::get_instance() { return instance; }
+
+void ThreadPool::shutdown() noexcept {
+  if (instance == nullptr) return;
+  instance->stop_and_join();
+  delete instance;
+  instance = nullptr;
+}
+
+ThreadPool::ThreadPool(size_t n) : idle_workers(n) {
+  workers.reserve(n);
+  try {
+    while (workers.size() < n) workers.emplace_back([this] { work(); });
+  } catch (const std::system_error &) {
+    idle_workers -= n - workers.size();
+  }
+}
+
+void ThreadPool::work() {
+  my_thread_init();
+  std::unique_lock<std::mutex> lock(queue_mutex);
+  for (;;) {
+    condition.wait(lock, [this] { return stop_flag || !tasks.empty(); });
+    if (tasks.empty()) break;
+    {
+      const std::function<void()> task = std::move(tasks.front());
+      tasks.pop();
+      lock.unlock();
+      --idle_workers;
+      task();
+      ++idle_workers;
+    }
+    lock.lock();
+  }
+  my_thread_end();
+}
+
+void ThreadPool::enqueue(std::function<void()> task) {
+  const std::lock_guard<std::mutex> lock(queue_mutex);
+  if (stop_flag) throw std::runtime_error("ThreadPool has been stopped.");
+  tasks.push(std::move(task));
+  condition.notify_one();
+}
+
+void ThreadPool::run_detached(std::function<void()> task) {
+  std::thread([task = std::move(task)] {
+    my_thread_init();
+    task();
+    my_thread_end();
+  }).detach();
+}
+
+void ThreadPool::stop_and_join() {
+  {
+    const std::lock_guard<std::mutex> lock(queue_mutex);
+    stop_flag = true;
+    condition.notify_all();
+  }
+  for (std::thread &worker : workers) worker.join();
+}
+
+// An optimistic add and a corrective subtraction, no loop. A request beyond the
+// budget is cut first: a huge one would make the counter wrap under the others.
+size_t ThreadBudget::available_threads(size_t n_required) {
+  n_required = std::min(n_required, MAX_THREADS);
+  const size_t active = s_active_threads.fetch_add(n_required);
+  if (active >= MAX_THREADS) {
+    const size_t o = s_active_threads.fetch_sub(n_required);
+    ut_a(o >= n_required);
+    return 0;
+  }
+  const size_t available = MAX_THREADS - active;
+  if (n_required <= available) return n_required;
+  const size_t release = n_required - available;
+  const size_t o = s_active_threads.fetch_sub(release);
+  ut_a(o >= release);
+  return available;
+}
+
+void ThreadBudget::release_threads(size_t n_threads) {
+  const size_t active = s_active_threads.fetch_sub(n_threads);
+  ut_a(active >= n_threads);
+}

@@ -1,0 +1,113 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file innodb_api/pool.h
+  The threads of parallel reads: one pool for the process, and beside it a
+  budget from which each read reserves its threads before it starts. Needs no
+  server but its per-thread set-up.
+
+  Invariants: a worker leaves only when the pool stops and the queue is empty,
+  so what was queued runs. A task never waits while a thread of its own could
+  run it: with no worker idle it gets one.
+*/
+
+#ifndef MORVENA_SN_INNODB_API_POOL_H
+#define MORVENA_SN_INNODB_API_POOL_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <queue>
+#include <stdexcept>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+class ThreadPool {
+ public:
+  /** How many workers initialize() starts. */
+  static constexpr size_t n_workers = 32;
+
+  /** Create the process's pool; nothing when there is one. */
+  static void initialize();
+  /** @return the process's pool, null before initialize() and after shutdown()
+   */
+  static ThreadPool *get_instance();
+  /** Run what is queued, stop the workers and destroy the pool; nothing when
+      there is none. Does not wait for tasks on threads of their own. */
+  static void shutdown() noexcept;
+
+  /** Start n workers, or as many as the system grants. */
+  explicit ThreadPool(size_t n);
+  ~ThreadPool() = default;
+  ThreadPool(const ThreadPool &) = delete;
+  ThreadPool &operator=(const ThreadPool &) = delete;
+
+  /**
+    Have a worker run f, or a detached thread when no worker is idle. What f
+    throws stays in the future.
+
+    Throws std::runtime_error when the pool is stopping, std::system_error when
+    no thread can be had.
+  */
+  template <class F>
+  auto submit(F &&f) -> std::future<std::invoke_result_t<std::decay_t<F>>> {
+    using Result = std::invoke_result_t<std::decay_t<F>>;
+    auto task =
+        std::make_shared<std::packaged_task<Result()>>(std::forward<F>(f));
+    std::future<Result> result = task->get_future();
+    // A stale count is harmless: the task then waits for a worker.
+    if (idle_workers.load() != 0) {
+      enqueue([task] { (*task)(); });
+    } else {
+      run_detached([task] { (*task)(); });
+    }
+    return result;
+  }
+
+  /** @return how many workers are not running a task */
+  size_t n_idle() const { return idle_workers.load(); }
+
+ private:
+  void enqueue(std::function<void()> task);
+  static void run_detached(std::function<void()> task);
+  void work();
+  void stop_and_join();
+
+  std::vector<std::thread> workers;
+  std::queue<std::function<void()>> tasks;  // under queue_mutex
+  std::mutex queue_mutex;
+  std::condition_variable condition;   // with queue_mutex
+  std::atomic<bool> stop_flag{false};  // set once, under queue_mutex
+  std::atomic<size_t> idle_workers{0};
+
+  static ThreadPool *instance;
+};
+
+/** The scan threads that all parallel reads of the process may hold at once. */
+class ThreadBudget {
+ public:
+  static constexpr size_t MAX_THREADS = 256;
+
+  /** Reserve up to n_required threads. @return how many were reserved */
+  static size_t available_threads(size_t n_required);
+  /** Give n_threads back. */
+  static void release_threads(size_t n_threads);
+
+  /** Threads reserved; above MAX_THREADS for a moment while a reservation
+      corrects itself. */
+  static std::atomic<size_t> s_active_threads;
+};
+
+#endif  // MORVENA_SN_INNODB_API_POOL_H
