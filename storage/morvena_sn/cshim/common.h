@@ -109,6 +109,10 @@ class CommonApi {
       statement's commit answers. @return the commit's result, 0 for success */
   static int unlock_table(void *my_thd, void *my_table, int mode);
 
+  /** Make the given column positions the table's read set; those beyond its
+      columns are skipped. */
+  static void set_readset(void *table, size_t ncols, const uint32_t *fields);
+
   /** Set columns to the names of all of a table's columns. */
   static void get_table_field_names(void *table,
                                     std::vector<const char *> &columns);

@@ -151,6 +151,16 @@ bool cursor_advance(uintptr_t cursor) {
   return guarded(true, [&] { return use->cursor->advance(); });
 }
 
+bool cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
+                             Parallel_load_func fn, void *argument) {
+  const Index_use use(cursor);
+  if (!use || fn == nullptr) return false;
+  CommonApi::thd_attach(use->thd, nullptr);
+  return guarded(false, [&] {
+    return use->cursor->advance_parallel(nthreads, fn, argument);
+  });
+}
+
 bool cursor_read_field_int(uintptr_t cursor, unsigned int field_idx,
                            long long *val) {
   return read_field(cursor, [&](IndexCursor *c) {

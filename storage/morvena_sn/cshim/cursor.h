@@ -29,9 +29,12 @@
     first read for a donor without a view and at open for donor 0. A donor id
     that no session has raises error 1094 on the cursor's session; the cursor
     opens all the same and takes a fresh snapshot at its first read.
+    A parallel read takes no snapshot by itself: where the donor gave none, it
+    delivers what the index holds at the moment, uncommitted rows among it.
     The isolation level, the SQL mode and the time zone of the cursor's session
-    are the server's global ones, not the donor's: a TIMESTAMP reads in the
-    global time zone, and under a global READ UNCOMMITTED no snapshot is kept.
+    are the server's global ones at open, not the donor's: a TIMESTAMP reads in
+    the global time zone, and under a global READ UNCOMMITTED no snapshot is
+    kept.
 
   Threads.  A handle may be used from any thread, by one thread at a time.
     Different handles are independent. A thread that the server did not make
@@ -107,6 +110,32 @@ typedef struct field_arg {
   void **value;     /**< where each value lies */
   char *type;       /**< how each value is stored, see above */
 } field_arg;
+
+/**
+  The load callback of a parallel read: takes a batch of up to 4096 rows.
+
+  @param handle     the batch, for pread_n_tuples() and pread_field_*()
+  @param thread_id  the worker's number, 0 to the number of workers - 1
+  @param argument   what the caller gave to the read
+  @retval false  go on
+  @retval true   stop the whole read, which then answers false
+
+  Lifetime: the batch and every value read from it, until this call returns.
+  Threads:  runs on worker threads, several at a time with different handles, or
+            on the calling thread; one call at a time for each worker. The
+  thread has a session of its own (current_thd). Holds:    its worker holds a
+  leaf page of the index, shared, and the read holds the index's latch. It must
+  not wait for anything that needs them: statements that write to the table, on
+  this thread or on another that it waits for. It must not open, close or
+  advance the read's own handle. A writer that needs the whole index (one that
+  stores a value over several pages) waits until the read is over, and other
+            statements on the index behind it; the server ends itself when that
+            takes longer than its limit for latch waits, ten minutes. Copy what
+            is needed, and return.
+  An exception that leaves it ends the read like a true.
+*/
+typedef bool (*Parallel_load_func)(uint64_t handle, uint64_t thread_id,
+                                   void *argument);
 
 /** A clean-up function of the embedding code. It must not throw. */
 typedef void (*Shutdown_observer_func)(void);
@@ -392,6 +421,162 @@ bool cursor_read_field_time(uintptr_t cursor, unsigned int field_idx,
     of TIMESTAMP columns to the session's time zone. */
 bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
                                 int64_t *time);
+
+/* ------------------------------------------------------------------ */
+/* Parallel reads                                                     */
+/* ------------------------------------------------------------------ */
+
+/**
+  Read an index cursor's range with several threads.
+
+  @param nthreads  how many workers; no more than what is left of the 256 that
+                   all reads of the process share. With fewer than two the
+                   calling thread reads alone.
+  @param fn        takes the batches; must not be null
+  @param argument  handed on to fn
+  @retval true   the range was read to its end and every batch was taken
+  @retval false  fn stopped the read, the cursor's session was killed, the read
+                 failed or could not start (standard error says why), or a null
+                 or closed handle
+
+  The range is the one last given to cursor_set_read_range(), the whole index if
+  none was; the columns are the read set of this moment. Rows come in ascending
+  key order within each worker's sequence of units, in no order overall. The
+  cursor's own position is neither used nor moved. After a read with two workers
+  or more, standard output has one line for each worker with its count.
+
+  Exact reads: of the primary key, and of a secondary index by an index-only
+  cursor. They deliver each row that the snapshot sees exactly once, whatever
+  writers do. The isolation level counts: under a global READ COMMITTED an
+  index-only read of a secondary index delivers every entry that is not marked
+  as deleted.
+  Reads of a secondary index that also fetch the row (index_only false) are not
+  exact at the inner ends of the range's pieces: rows of the last page of a
+  piece that ends inside that page are left out. Read the primary key, or
+  index-only, where every row counts. An open or closed begin is kept as given;
+  an end is closed only if the range was given without reverse. Bounds that give
+  the same key read that key only if both are closed.
+
+  What cannot be read: a partitioned table; an index with a virtual generated
+  column, full-text, spatial or multi-valued; one that is corrupt or newer than
+  the snapshot. A virtual generated column of the table has no value.
+
+  Sense:    true is a complete read; the opposite of cursor_advance().
+  Lifetime: fn is not called after the return.
+  Threads:  the cursor's session becomes the calling thread's.
+  Blocks:   until the read is over; holds the index's latch meanwhile.
+*/
+bool cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
+                             Parallel_load_func fn, void *argument);
+
+/**
+  @return the number of rows in a batch; 0 for a null handle
+
+  Sense: a count.  Threads: inside the callback.  Blocks: no.
+*/
+uint64_t pread_n_tuples(uintptr_t ctx);
+
+/*
+  Typed reads of a batch, in the forms of the cursor_read_field_* functions.
+  What holds for all of them:
+
+  @param ctx        the batch handle that the callback was given
+  @param field_idx  0-based position of the column in the table
+  @param nr         the row, 0 to pread_n_tuples() - 1
+  @retval false  the value is written
+  @retval true   nothing is written: the value is NULL, there is no such column
+                 or row, the column is not read, or the handle is null
+
+  Sense:    true is "no value".
+  Lifetime: a string until the next string read of the batch, a decimal until
+  the next decimal read, both no longer than the callback. Threads:  inside the
+  callback that was given the handle, on its thread. Blocks:   no.
+*/
+
+/** See cursor_read_field_int(). */
+bool pread_field_int(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                     long long *val);
+/** See cursor_read_field_real(). */
+bool pread_field_real(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                      double *val);
+/** See cursor_read_field_str(). */
+bool pread_field_str(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                     char **str, size_t *size);
+/** See cursor_read_field_decimal(). */
+bool pread_field_decimal(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                         bool *neg, int32_t *intg, int32_t *frac,
+                         int32_t **data);
+/** See cursor_read_field_date(). */
+bool pread_field_date(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                      int32_t *date);
+/** See cursor_read_field_time(). */
+bool pread_field_time(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                      int64_t *time);
+/** See cursor_read_field_datetime(). */
+bool pread_field_datetime(uintptr_t ctx, unsigned int field_idx,
+                          unsigned int nr, int64_t *datetime);
+
+/* ------------------------------------------------------------------ */
+/* Sequential scan                                                    */
+/* ------------------------------------------------------------------ */
+
+/**
+  Open a cursor that reads a whole table in parallel along its primary key, or
+  along InnoDB's own clustered index for a table without one.
+
+  The parameters, results, lifetime, threads and waits are those of
+  open_index_cursor(), less the index. A snapshot donor that does not exist does
+  not fail the open.
+
+  Sense: a handle, 0 on failure.
+*/
+uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
+                              uint32_t snapshot_donor, int timeout_sec,
+                              unsigned int *error, char *message);
+
+/**
+  Close a sequential-scan cursor; all as for close_index_cursor().
+
+  Sense: none.  Blocks: no.
+*/
+void close_seqscan_cursor(uintptr_t cursor);
+
+/**
+  @return the number of the table's columns; 0 for a null or closed handle
+
+  Sense: a count.  Threads: one at a time per cursor.  Blocks: no.
+*/
+uint64_t seqscan_cursor_output_col_num(uintptr_t cursor);
+
+/**
+  The names of the table's columns, in its order.
+
+  @param[out] names  room for seqscan_cursor_output_col_num() pointers; exactly
+                     so many are written, none for a null or closed handle
+
+  Sense:    none.
+  Lifetime: the strings are the table's, until close_seqscan_cursor().
+  Threads:  one at a time per cursor.  Blocks: no.
+*/
+void seqscan_cursor_output_col_names(uintptr_t cursor, const char **names);
+
+/**
+  Choose the columns to read; as for cursor_set_readset(), in force from the
+  next seqscan_cursor_advance_parallel().
+
+  Sense: none.  Threads: one at a time per cursor.  Blocks: no.
+*/
+void seqscan_cursor_set_readset(uintptr_t cursor, size_t ncols,
+                                uint32_t *fields);
+
+/**
+  Read the whole table; as for cursor_advance_parallel(), exactly. Each call
+  reads the same rows: the snapshot is that of the opening.
+
+  Sense: true is a complete read.
+*/
+bool seqscan_cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
+                                     Parallel_load_func fn, void *argument);
 
 #ifdef __cplusplus
 }

@@ -13,9 +13,7 @@
 #include <strings.h>
 
 #include "common.h"
-
-#include "ha_innodb.h"
-#include "trx0trx.h"
+#include "host/innodb.h"
 
 namespace {
 
@@ -67,7 +65,7 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
                                bool index_only, uint32_t snapshot_donor) {
   TABLE *table = static_cast<TABLE *>(my_table);
   trx_t *trx = thd_to_trx(current_thd);
-  trx_start_if_not_started_xa_low(trx, false);
+  host::start_read_transaction(trx);
   CommonApi::copy_or_assign_read_view(trx, snapshot_donor);
 
   if (idx_name == nullptr) return nullptr;
@@ -117,9 +115,5 @@ uint32_t IndexCursor::get_col_fieldnr(const char *name) {
 }
 
 void IndexCursor::set_readset(size_t ncols, const uint32_t *fields) {
-  MY_BITMAP *read_set = table()->read_set;
-  bitmap_clear_all(read_set);
-  for (size_t i = 0; i < ncols; ++i) {
-    if (fields[i] < table()->s->fields) bitmap_set_bit(read_set, fields[i]);
-  }
+  CommonApi::set_readset(table_, ncols, fields);
 }

@@ -56,6 +56,13 @@ class IndexCursor {
   /** @retval false on the next row  @retval true no further row, or error */
   bool advance();
 
+  // --- parallel read: handler_api/parallel.cc ---
+
+  /** Read the range with the parallel reader, in ascending order whatever the
+      range's was. @return whether it ended without error */
+  bool advance_parallel(size_t n_threads, Parallel_load_func load_cb,
+                        void *argument);
+
   // --- typed reads: handler_api/fields.cc. false = value written ---
 
   bool read_field_int(unsigned int field_idx, longlong *val);

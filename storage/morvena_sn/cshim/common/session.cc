@@ -37,10 +37,19 @@ THD *take_idle_session() {
   return thd;
 }
 
+// The server's settings of now, also for a session that was made under others.
 // Under SET GLOBAL autocommit = 0 the end of a statement would leave the
 // transaction open, its view in force and the next cursor's donor ignored.
 // Key values are compared, not stored: a zero date is as good as another.
 void adapt_to_cursors(THD *thd) {
+  mysql_mutex_lock(&LOCK_global_system_variables);
+  thd->variables.time_zone = global_system_variables.time_zone;
+  thd->variables.sql_mode = global_system_variables.sql_mode;
+  thd->variables.transaction_isolation =
+      global_system_variables.transaction_isolation;
+  mysql_mutex_unlock(&LOCK_global_system_variables);
+  thd->tx_isolation =
+      static_cast<enum_tx_isolation>(thd->variables.transaction_isolation);
   thd->variables.option_bits &= ~OPTION_NOT_AUTOCOMMIT;
   thd->server_status |= SERVER_STATUS_AUTOCOMMIT;
   thd->variables.sql_mode &= ~(MODE_NO_ZERO_DATE | MODE_NO_ZERO_IN_DATE);
@@ -51,7 +60,6 @@ THD *new_session() {
   if (thd == nullptr) return nullptr;
   thd->get_protocol_classic()->init_net(nullptr);
   thd->set_new_thread_id();
-  adapt_to_cursors(thd.get());
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
   in_use().insert(thd.get());
   return thd.release();
@@ -97,6 +105,7 @@ void *CommonApi::create_thd() {
   if (thd == nullptr) thd = new_session();
   if (thd == nullptr) return nullptr;
   bind_to_thread(thd);
+  adapt_to_cursors(thd);
   thd->killed = THD::NOT_KILLED;
   thd->get_stmt_da()->reset_diagnostics_area();
   return thd;

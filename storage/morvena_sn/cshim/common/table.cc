@@ -151,6 +151,16 @@ int CommonApi::unlock_table(void *my_thd, void *my_table, int mode) {
   return result;
 }
 
+void CommonApi::set_readset(void *my_table, size_t ncols,
+                            const uint32_t *fields) {
+  TABLE *table = static_cast<TABLE *>(my_table);
+  bitmap_clear_all(table->read_set);
+  for (size_t i = 0; i < ncols; ++i) {
+    if (fields[i] < table->s->fields)
+      bitmap_set_bit(table->read_set, fields[i]);
+  }
+}
+
 void CommonApi::get_table_field_names(void *table,
                                       std::vector<const char *> &columns) {
   columns.clear();

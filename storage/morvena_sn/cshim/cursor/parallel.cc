@@ -1,0 +1,138 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The exported sequential-scan functions, and the reads of a batch.
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "common.h"
+#include "cursor.h"
+#include "cursor/open.h"
+#include "innodb_api.h"
+#include "seqscan.h"
+
+namespace {
+
+struct SeqCursorWrapper final : CursorWrapper {
+  static constexpr Handle_kind handle_kind = Handle_kind::SEQSCAN;
+
+  SeqCursorWrapper(void *session, void *open_table,
+                   std::unique_ptr<SeqScanCursor> scan)
+      : CursorWrapper(handle_kind, session, open_table),
+        cursor(std::move(scan)) {}
+  void drop_cursor() override { cursor.reset(); }
+
+  std::shared_ptr<SeqScanCursor> cursor;
+};
+
+using Scan_use = Handle_use<SeqCursorWrapper>;
+
+std::vector<const char *> names_of(uintptr_t handle) {
+  std::vector<const char *> names;
+  const Scan_use use(handle);
+  if (use) use->cursor->get_col_names(names);
+  return names;
+}
+
+ThreadCtx *batch(uintptr_t ctx) { return reinterpret_cast<ThreadCtx *>(ctx); }
+
+}  // namespace
+
+uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
+                              uint32_t snapshot_donor, int timeout_sec,
+                              unsigned int *error, char *message) {
+  const auto make = [&](void *thd, void *table) -> CursorWrapper * {
+    std::unique_ptr<SeqScanCursor> cursor(
+        SeqScanCursor::open(static_cast<TABLE *>(table), snapshot_donor));
+    return new SeqCursorWrapper(thd, table, std::move(cursor));
+  };
+  return open_handle({db_name, table_name, timeout_sec}, make,
+                     {error, message});
+}
+
+void close_seqscan_cursor(uintptr_t cursor) {
+  const Scan_use use(cursor);
+  if (use) close_handle(use.get());
+}
+
+uint64_t seqscan_cursor_output_col_num(uintptr_t cursor) {
+  return guarded(size_t{0}, [&] { return names_of(cursor).size(); });
+}
+
+void seqscan_cursor_output_col_names(uintptr_t cursor, const char **names) {
+  guarded(false, [&] {
+    const std::vector<const char *> found = names_of(cursor);
+    std::copy(found.begin(), found.end(), names);
+    return true;
+  });
+}
+
+void seqscan_cursor_set_readset(uintptr_t cursor, size_t ncols,
+                                uint32_t *fields) {
+  const Scan_use use(cursor);
+  if (use) use->cursor->set_readset(ncols, fields);
+}
+
+bool seqscan_cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
+                                     Parallel_load_func fn, void *argument) {
+  const Scan_use use(cursor);
+  if (!use || fn == nullptr) return false;
+  CommonApi::thd_attach(use->thd, nullptr);
+  return guarded(false, [&] {
+    return use->cursor->advance_parallel(nthreads, fn, argument);
+  });
+}
+
+uint64_t pread_n_tuples(uintptr_t ctx) {
+  return ctx != 0 ? batch(ctx)->n_rows_ : 0;
+}
+
+bool pread_field_int(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                     long long *val) {
+  return ctx == 0 ||
+         ParallelIndexReader::read_field_int(batch(ctx), field_idx, nr, val);
+}
+
+bool pread_field_real(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                      double *val) {
+  return ctx == 0 ||
+         ParallelIndexReader::read_field_real(batch(ctx), field_idx, nr, val);
+}
+
+bool pread_field_str(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                     char **str, size_t *size) {
+  return ctx == 0 || ParallelIndexReader::read_field_str(batch(ctx), field_idx,
+                                                         nr, str, size);
+}
+
+bool pread_field_decimal(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                         bool *neg, int32_t *intg, int32_t *frac,
+                         int32_t **data) {
+  return ctx == 0 || ParallelIndexReader::read_field_decimal(
+                         batch(ctx), field_idx, nr, neg, intg, frac, data);
+}
+
+bool pread_field_date(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                      int32_t *date) {
+  return ctx == 0 ||
+         ParallelIndexReader::read_field_date(batch(ctx), field_idx, nr, date);
+}
+
+bool pread_field_time(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
+                      int64_t *time) {
+  return ctx == 0 ||
+         ParallelIndexReader::read_field_time(batch(ctx), field_idx, nr, time);
+}
+
+bool pread_field_datetime(uintptr_t ctx, unsigned int field_idx,
+                          unsigned int nr, int64_t *datetime) {
+  return ctx == 0 || ParallelIndexReader::read_field_datetime(
+                         batch(ctx), field_idx, nr, datetime);
+}

@@ -1,0 +1,24 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Index cursor: its range, handed over to the parallel reader.
+
+#include <memory>
+
+#include "handler_api.h"
+#include "innodb_api.h"
+
+bool IndexCursor::advance_parallel(size_t n_threads, Parallel_load_func load_cb,
+                                   void *argument) {
+  const std::unique_ptr<ParallelIndexReader> reader(
+      ParallelIndexReader::open(table(), key()->name, index_only_));
+  if (reader == nullptr) return false;
+  reader->set_range_scan(from_, end_);
+  reader->set_load_cb(load_cb, argument);
+  return reader->run(n_threads);
+}

@@ -1,0 +1,179 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// batch: a version's columns, in memory of ours and in the server's row format.
+// In: a visible version. Out: a row of the worker's batch; full batches go on
+// to the callback. Holds: nothing of its own. Threads: any worker, each on its
+// own context; the template is read only. Fails: no memory, a large value that
+// is not written yet.
+
+#include <cstring>
+#include <new>
+
+#include "innodb_api.h"
+
+namespace {
+
+constexpr size_t rows_per_batch = 4096;
+
+// A worker's own Field objects: reading a row points them at it.
+bool copy_fields(ThreadCtx *tctx, TABLE *table,
+                 const row_prebuilt_t *prebuilt) {
+  tctx->fields.assign(table->s->fields, nullptr);
+  for (ulint i = 0; i < prebuilt->n_template; ++i) {
+    const ulint position = prebuilt->mysql_template[i].col_no;
+    Field *copy = table->field[position]->new_field(&tctx->root, table);
+    if (copy == nullptr) return false;
+    tctx->fields[position] = copy;
+  }
+  return true;
+}
+
+// Where each column's value and null bit lie in a row.
+void lay_out_row(ThreadCtx *tctx, const row_prebuilt_t *prebuilt) {
+  tctx->row_len_ = prebuilt->mysql_row_len;
+  if (prebuilt->n_template > 0) {
+    tctx->ncols_ =
+        prebuilt->mysql_template[prebuilt->n_template - 1].col_no + 1;
+  }
+  tctx->col_offsets_.resize(tctx->ncols_);
+  tctx->null_byte_offsets_.resize(tctx->ncols_);
+  tctx->null_bitmasks_.resize(tctx->ncols_);
+  for (ulint i = 0; i < prebuilt->n_template; ++i) {
+    const mysql_row_templ_t &templ = prebuilt->mysql_template[i];
+    tctx->col_offsets_[templ.col_no] = templ.mysql_col_offset;
+    tctx->null_byte_offsets_[templ.col_no] = templ.mysql_null_byte_offset;
+    tctx->null_bitmasks_[templ.col_no] = templ.mysql_null_bit_mask;
+  }
+}
+
+void set_null(byte *row, const mysql_row_templ_t *templ,
+              const byte *default_row) {
+  if (templ->mysql_null_bit_mask != 0) {
+    row[templ->mysql_null_byte_offset] |=
+        static_cast<byte>(templ->mysql_null_bit_mask);
+  }
+  memcpy(row + templ->mysql_col_offset, default_row + templ->mysql_col_offset,
+         templ->mysql_col_len);
+}
+
+void set_not_null(byte *row, const mysql_row_templ_t *templ) {
+  row[templ->mysql_null_byte_offset] &=
+      static_cast<byte>(~templ->mysql_null_bit_mask);
+}
+
+bool keeps_pointer(const mysql_row_templ_t *templ) {
+  return DATA_LARGE_MTYPE(templ->type) || DATA_GEOMETRY_MTYPE(templ->type);
+}
+
+// A value that is stored off the page, as of the version in hand. Null while
+// its writer has not written it yet.
+const byte *fetch_extern(const row_prebuilt_t *prebuilt, const Ctx *ctx,
+                         const dict_index_t *clustered, ulint field_no,
+                         mem_heap_t *heap, ulint *bytes) {
+  size_t lob_version = 0;
+  const page_size_t page_size = dict_table_page_size(clustered->table);
+  byte *data = lob::btr_rec_copy_externally_stored_field(
+      prebuilt->trx, clustered, ctx->rec_, ctx->offsets_, page_size, field_no,
+      bytes, &lob_version, false, heap);
+  if (data == nullptr) return nullptr;
+  // Small changes made in place since are taken back.
+  ulint local_bytes;
+  const byte *local = rec_get_nth_field_instant(
+      ctx->rec_, ctx->offsets_, field_no, clustered, &local_bytes);
+  lob::ref_t ref(
+      const_cast<byte *>(local + local_bytes - BTR_EXTERN_FIELD_REF_SIZE));
+  ctx->thread_ctx_->lob_undo_.apply(const_cast<dict_index_t *>(clustered),
+                                    field_no, data, *bytes, lob_version,
+                                    ref.page_no());
+  return data;
+}
+
+}  // namespace
+
+ThreadCtx *ParallelIndexReader::init_thread_ctx(size_t id) {
+  try {
+    std::unique_ptr<ThreadCtx> tctx(new ThreadCtx());
+    tctx->id_ = id;
+    tctx->fn_ = loader_;
+    tctx->argument_ = argument_;
+    tctx->field_buffer_.str.set_charset(&my_charset_bin);
+    if (!copy_fields(tctx.get(), mysql_table_, prebuilt_)) return nullptr;
+    lay_out_row(tctx.get(), prebuilt_);
+    tctx->batch_size_ = rows_per_batch;
+    // Not cleared: pages of it that no row reaches are never touched.
+    tctx->buffer_.reset(new byte[tctx->row_len_ * rows_per_batch]);
+    tctx->blob_heap_ = host::new_heap(srv_page_size);
+    return tctx.release();
+  } catch (const std::bad_alloc &) {
+    return nullptr;
+  }
+}
+
+void ParallelIndexReader::deinit_thread_ctx(ThreadCtx *tctx) {
+  mem_heap_free(tctx->blob_heap_);
+  tctx->lob_undo_.destroy();
+  tctx->root.Clear();
+  delete tctx;
+}
+
+dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
+  ThreadCtx *tctx = ctx->thread_ctx_;
+  const size_t slot = tctx->n_read_ % tctx->batch_size_;
+  dberr_t err = DB_SUCCESS;
+  if (tctx->n_read_ - tctx->n_sent_ >= tctx->batch_size_) {
+    err = send_batch(tctx);
+    mem_heap_empty(tctx->blob_heap_);
+  }
+  if (!store_row(ctx, tctx->buffer_.get() + slot * tctx->row_len_)) {
+    return DB_ERROR;
+  }
+  ++tctx->n_read_;
+  return err;
+}
+
+bool ParallelIndexReader::store_row(const Ctx *ctx, byte *row) {
+  for (const Column_plan &column : columns_) {
+    if (!store_column(column, ctx, row)) return false;
+  }
+  return true;
+}
+
+// A column that the index does not hold reads as NULL, or its default.
+bool ParallelIndexReader::store_column(const Column_plan &column,
+                                       const Ctx *ctx, byte *row) {
+  const mysql_row_templ_t *templ = column.templ;
+  if (column.rec_field_no == ULINT_UNDEFINED) {
+    set_null(row, templ, prebuilt_->default_rec);
+    return true;
+  }
+  const dict_index_t *index = converts_clustered() ? clustered_index() : index_;
+  mem_heap_t *heap = ctx->thread_ctx_->blob_heap_;
+  ulint bytes;
+  const byte *data = rec_get_nth_field_instant(
+      ctx->rec_, ctx->offsets_, column.rec_field_no, index, &bytes);
+  if (bytes == UNIV_SQL_NULL) {
+    set_null(row, templ, prebuilt_->default_rec);
+    return true;
+  }
+  if (host::nth_extern(index, ctx->offsets_, column.rec_field_no)) {
+    data =
+        fetch_extern(prebuilt_, ctx, index, column.rec_field_no, heap, &bytes);
+    if (data == nullptr) return false;
+  } else if (keeps_pointer(templ)) {
+    // The row will point to it after the page has been let go.
+    data = static_cast<byte *>(mem_heap_dup(heap, data, bytes));
+  }
+  const ulint sec_field_no =
+      converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
+  row_sel_field_store_in_mysql_format(row + templ->mysql_col_offset, templ,
+                                      index, column.rec_field_no, data, bytes,
+                                      sec_field_no);
+  if (templ->mysql_null_bit_mask != 0) set_not_null(row, templ);
+  return true;
+}

@@ -1,0 +1,186 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// driver: the rooms together: reserve, cut, work, join, result.
+// In: a reader with its range and callback. Out: whether the read ended well.
+// Holds: threads of the budget and the index latch, both given back before the
+// result. Threads: the caller's, which waits for its workers. Fails: any
+// worker's failure, threads or memory that cannot be had, a kill.
+
+#include <iostream>
+#include <new>
+
+#include "common.h"
+#include "innodb_api.h"
+
+namespace {
+
+// The threads of one read. A single one is not worth a hand-over: the calling
+// thread then reads alone.
+class Reserved_threads {
+ public:
+  explicit Reserved_threads(size_t wanted)
+      : n_(ThreadBudget::available_threads(wanted)) {
+    if (n_ == 1) give_back();
+  }
+  ~Reserved_threads() { give_back(); }
+  Reserved_threads(const Reserved_threads &) = delete;
+  Reserved_threads &operator=(const Reserved_threads &) = delete;
+  size_t count() const { return n_; }
+
+ private:
+  void give_back() {
+    if (n_ > 0) ThreadBudget::release_threads(n_);
+    n_ = 0;
+  }
+  size_t n_;
+};
+
+// A session for a worker's thread.
+class Worker_session {
+ public:
+  Worker_session() : thd_(CommonApi::create_thd()) {
+    if (thd_ != nullptr) CommonApi::thd_attach(thd_, nullptr);
+  }
+  ~Worker_session() {
+    if (thd_ != nullptr) CommonApi::close_thd(thd_);
+  }
+  Worker_session(const Worker_session &) = delete;
+  Worker_session &operator=(const Worker_session &) = delete;
+  bool exists() const { return thd_ != nullptr; }
+
+ private:
+  void *thd_;
+};
+
+void report(const std::vector<ThreadCtx *> &workers) {
+  for (const ThreadCtx *tctx : workers) {
+    std::cout << "thread(" << tctx->id_ << ") read tuples: " << tctx->n_read_
+              << std::endl;
+  }
+}
+
+}  // namespace
+
+bool ParallelIndexReader::run(size_t n_threads) {
+  const Reserved_threads threads(n_threads);
+  index_s_lock();
+  try {
+    setup_ctx(threads.count());
+    parallel_read(threads.count());
+  } catch (...) {
+    set_error(DB_OUT_OF_MEMORY);
+    os_event_set(event_);
+  }
+  for (std::future<void> &worker : parallel_threads_) worker.wait();
+  if (threads.count() > 0) report(thread_ctxs_);
+  const bool is_complete = get_error() == DB_SUCCESS;
+  index_s_unlock();
+  return is_complete;
+}
+
+void ParallelIndexReader::parallel_read(size_t n_threads) {
+  const size_t n_contexts = n_threads > 0 ? n_threads : 1;
+  thread_ctxs_.reserve(n_contexts);
+  parallel_threads_.reserve(n_threads);
+  for (size_t i = 0; i < n_contexts; ++i) {
+    ThreadCtx *tctx = init_thread_ctx(i);
+    if (tctx == nullptr) {
+      set_error(DB_OUT_OF_MEMORY);
+      return;
+    }
+    thread_ctxs_.push_back(tctx);
+  }
+  if (n_threads == 0) {
+    os_event_set(event_);
+    parallel_read_worker(thread_ctxs_[0]);
+    return;
+  }
+  try {
+    ThreadPool *pool = ThreadPool::get_instance();
+    if (pool == nullptr) throw std::bad_alloc();
+    for (ThreadCtx *tctx : thread_ctxs_) {
+      parallel_threads_.push_back(
+          pool->submit([this, tctx] { parallel_read_worker(tctx); }));
+    }
+  } catch (...) {
+    // No thread, no memory or a stopped pool. Workers that have started stop at
+    // their next check.
+    set_error(DB_OUT_OF_MEMORY);
+  }
+  // Releases the workers' first wait.
+  os_event_set(event_);
+}
+
+void ParallelIndexReader::parallel_read_worker(ThreadCtx *tctx) {
+  try {
+    if (thread_ctxs_.size() == 1) {
+      work_until_done(tctx, false);
+      return;
+    }
+    os_event_wait_low(event_, static_cast<int64_t>(m_sig_count));
+    const Worker_session session;
+    if (!session.exists()) throw std::bad_alloc();
+    work_until_done(tctx, true);
+  } catch (...) {
+    set_error(DB_OUT_OF_MEMORY);
+    os_event_set(event_);
+  }
+}
+
+// The event's count is taken before the queue is looked at: a unit that comes
+// in between ends the wait at once.
+void ParallelIndexReader::work_until_done(ThreadCtx *tctx, bool waits) {
+  for (;;) {
+    const int64_t signals = os_event_reset(event_);
+    const size_t n_done = take_units(tctx);
+    if (get_error() != DB_SUCCESS) {
+      os_event_set(event_);
+      return;
+    }
+    completed_.fetch_add(n_done);
+    if (ctx_id_.load() == completed_.load()) {
+      os_event_set(event_);
+      // The last, partial batch; there is nothing left for its answer to stop.
+      send_batch(tctx);
+      return;
+    }
+    if (waits) os_event_wait_low(event_, signals);
+  }
+}
+
+// @return how many units were read or split
+size_t ParallelIndexReader::take_units(ThreadCtx *tctx) {
+  size_t n_done = 0;
+  while (get_error() == DB_SUCCESS) {
+    const std::shared_ptr<Ctx> ctx = deque();
+    if (ctx == nullptr) break;
+    ctx->thread_ctx_ = tctx;
+    if (ctx->split_) {
+      const dberr_t err = split_ctx(ctx.get());
+      if (err != DB_SUCCESS) set_error(err);
+      os_event_set(event_);
+    } else {
+      traverse(ctx.get());
+    }
+    if (trx_is_interrupted(trx_)) {
+      set_error(DB_INTERRUPTED);
+      break;
+    }
+    ++n_done;
+  }
+  return n_done;
+}
+
+ParallelIndexReader::~ParallelIndexReader() {
+  if (s_locks_.exchange(0) != 0) host::s_unlock(&index_->lock, 1);
+  if (prebuilt_ != nullptr) row_prebuilt_free(prebuilt_, false);
+  for (ThreadCtx *tctx : thread_ctxs_) deinit_thread_ctx(tctx);
+  os_event_destroy(event_);
+  mutex_destroy(&mutex_);
+}

@@ -1,0 +1,222 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// open: which index, and how are its records converted?
+// In: an open, locked table and an index name. Out: a reader, or a refusal on
+// standard error. Holds: the dictionary table and the row-conversion state,
+// until the reader's destruction. Threads: the caller's. Fails: no such index,
+// an index that has no B-tree of whole keys.
+
+#include <iostream>
+
+#include "innodb_api.h"
+
+namespace {
+
+// Closes the dictionary table unless a reader takes it over.
+class Dictionary_table {
+ public:
+  explicit Dictionary_table(TABLE *table) {
+    char name[FN_REFLEN];
+    normalize_table_name(name, table->s->normalized_path.str);
+    table_ = dd_table_open_on_name(current_thd, nullptr, name, false, 0);
+  }
+  ~Dictionary_table() {
+    if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
+  }
+  Dictionary_table(const Dictionary_table &) = delete;
+  Dictionary_table &operator=(const Dictionary_table &) = delete;
+  dict_table_t *get() const { return table_; }
+  void taken_over() { table_ = nullptr; }
+
+ private:
+  dict_table_t *table_;
+};
+
+dict_index_t *find_index(const dict_table_t *table, const char *name) {
+  if (table == nullptr) return nullptr;
+  dict_index_t *index = const_cast<dict_index_t *>(table->first_index());
+  if (name == nullptr) {
+    while (index != nullptr && !index->is_clustered()) index = index->next();
+  } else {
+    while (index != nullptr && innobase_strcasecmp(index->name, name) != 0) {
+      index = index->next();
+    }
+  }
+  return index;
+}
+
+// A virtual column has no stored value. In the clustered index it matters only
+// when it is read; the bit looked at is that of InnoDB's number of the column.
+bool has_virtual_field(const dict_index_t *index, const TABLE *table) {
+  for (ulint i = 0; i < dict_index_get_n_fields(index); ++i) {
+    const dict_col_t *col = index->get_field(i)->col;
+    if (!col->is_virtual()) continue;
+    if (!index->is_clustered() ||
+        bitmap_is_set(table->read_set, static_cast<uint>(col->ind))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// @return why the index cannot be scanned, null if it can.
+const char *refusal(const dict_index_t *index, const TABLE *table,
+                    const trx_t *trx) {
+  if ((index->type & DICT_FTS) != 0) {
+    return "Cannot do parallel scan on full-text index";
+  }
+  if (dict_index_is_spatial(index)) {
+    return "Cannot do parallel scan on spatial index";
+  }
+  if (index->is_corrupted())
+    return "Cannot do parallel scan on corrupted index";
+  if (!index->is_usable(trx)) {
+    return "Cannot do parallel scan on index newer than the snapshot";
+  }
+  if (has_virtual_field(index, table)) {
+    return "Cannot do parallel scan on index with virtual field";
+  }
+  return nullptr;
+}
+
+// A partitioned table has a B-tree for each partition and no dictionary table
+// of its own name; another engine's has neither.
+bool has_one_tree(const TABLE *table) {
+  return table->s->db_type() == innodb_hton && table->part_info == nullptr;
+}
+
+void fill_column(mysql_row_templ_t *templ, const TABLE *table,
+                 const Field *field, const dict_table_t *dict_table,
+                 ulint col_no) {
+  const dict_col_t *col = dict_table->get_col(col_no);
+  *templ = mysql_row_templ_t{};
+  templ->col_no = field->field_index();
+  templ->clust_rec_field_no =
+      dict_col_get_clust_pos(col, dict_table->first_index());
+  ut_a(templ->clust_rec_field_no != ULINT_UNDEFINED);
+  templ->rec_field_no = templ->clust_rec_field_no;
+  templ->icp_rec_field_no = ULINT_UNDEFINED;
+  templ->mysql_col_offset = field->offset(table->record[0]);
+  templ->mysql_col_len = field->pack_length();
+  if (field->is_nullable()) {
+    templ->mysql_null_byte_offset = field->null_offset();
+    templ->mysql_null_bit_mask = field->null_bit;
+  }
+  templ->type = col->mtype;
+  templ->mysql_type = static_cast<ulint>(field->type());
+  if (templ->mysql_type == DATA_MYSQL_TRUE_VARCHAR) {
+    templ->mysql_length_bytes = field->get_length_bytes();
+  }
+  templ->charset = dtype_get_charset_coll(col->prtype);
+  templ->mbminlen = col->get_mbminlen();
+  templ->mbmaxlen = col->get_mbmaxlen();
+  templ->is_unsigned = col->prtype & DATA_UNSIGNED;
+}
+
+}  // namespace
+
+ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
+                                               const char *index_name,
+                                               bool indexonly_scan) {
+  if (!has_one_tree(table)) {
+    std::cerr << "Cannot do parallel scan on table without a single B-tree"
+              << std::endl;
+    return nullptr;
+  }
+  Dictionary_table dict_table(table);
+  dict_index_t *index = find_index(dict_table.get(), index_name);
+  if (index == nullptr) {
+    std::cerr << "Cannot find a index \""
+              << (index_name != nullptr ? index_name : "") << "\".";
+    return nullptr;
+  }
+  const char *why = refusal(index, table, thd_to_trx(current_thd));
+  if (why != nullptr) {
+    std::cerr << why << std::endl;
+    return nullptr;
+  }
+  std::unique_ptr<ParallelIndexReader> reader(
+      new ParallelIndexReader(table, dict_table.get(), index, indexonly_scan));
+  dict_table.taken_over();
+  reader->plan_columns();
+  return reader.release();
+}
+
+ParallelIndexReader::ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
+                                         dict_index_t *index,
+                                         bool indexonly_scan)
+    : trx_(thd_to_trx(current_thd)),
+      mysql_table_(table),
+      table_(dict_table),
+      index_(index),
+      page_size_(dict_table_page_size(dict_table)),
+      table_is_compact_(dict_table_is_comp(dict_table)),
+      // The clustered index holds every column.
+      indexonly_scan_(indexonly_scan || index->is_clustered()),
+      event_(os_event_create()),
+      m_sig_count(static_cast<uint64_t>(os_event_reset(event_))),
+      scan_range_(std::make_shared<Iter>(), std::make_shared<Iter>()) {
+  mutex_create(LATCH_ID_PARALLEL_READ, &mutex_);
+  prebuilt_ = row_create_prebuilt(dict_table, table->s->reclength);
+  prebuilt_->index = index;
+  prebuilt_->m_mysql_table = table;
+  prebuilt_->m_mysql_handler = static_cast<ha_innobase *>(table->file);
+  prebuilt_->default_rec = table->s->default_values;
+  prebuilt_->trx = trx_;
+  prebuilt_->read_just_key = indexonly_scan_;
+  build_template(table, prebuilt_, false);
+}
+
+// One entry for each stored column that is read or written, in the table's
+// order. InnoDB numbers the stored columns alone.
+void ParallelIndexReader::build_template(TABLE *table, row_prebuilt_t *prebuilt,
+                                         bool whole_row) {
+  const uint n_fields = table->s->fields;
+  prebuilt->mysql_template =
+      static_cast<mysql_row_templ_t *>(ut::malloc_withkey(
+          UT_NEW_THIS_FILE_PSI_KEY, n_fields * sizeof(mysql_row_templ_t)));
+  ulint n_template = 0;
+  ulint n_virtual = 0;
+  for (uint i = 0; i < n_fields; ++i) {
+    const Field *field = table->field[i];
+    if (innobase_is_v_fld(field)) {
+      ++n_virtual;
+      continue;
+    }
+    if (!whole_row && !bitmap_is_set(table->read_set, i) &&
+        !bitmap_is_set(table->write_set, i)) {
+      continue;
+    }
+    mysql_row_templ_t *templ = &prebuilt->mysql_template[n_template++];
+    fill_column(templ, table, field, prebuilt->table, i - n_virtual);
+    if (DATA_LARGE_MTYPE(templ->type)) prebuilt->templ_contains_blob = true;
+  }
+  prebuilt->n_template = n_template;
+  prebuilt->template_type = ROW_MYSQL_REC_FIELDS;
+  prebuilt->null_bitmap_len = table->s->null_bytes;
+  prebuilt->need_to_access_clustered = converts_clustered();
+}
+
+void ParallelIndexReader::plan_columns() {
+  columns_.reserve(prebuilt_->n_template);
+  for (ulint i = 0; i < prebuilt_->n_template; ++i) {
+    const mysql_row_templ_t *templ = &prebuilt_->mysql_template[i];
+    ulint field_no = templ->clust_rec_field_no;
+    if (!converts_clustered()) {
+      const ulint col_no =
+          clustered_index()->get_field(templ->clust_rec_field_no)->col->ind;
+      // The whole column if the index holds it, else its prefix.
+      field_no = index_->get_col_pos(col_no, false, false);
+      if (field_no == ULINT_UNDEFINED) {
+        field_no = index_->get_col_pos(col_no, true, false);
+      }
+    }
+    columns_.push_back({templ, field_no});
+  }
+}

@@ -1,0 +1,144 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// range: the caller's bounds as host keys, and positions that need no latch.
+// In: key images; records under a page latch. Out: boundaries (Iter).
+// Holds: the index latch, counted. Threads: the driver's, and workers that
+// split or yield. Fails: out of memory.
+
+#include <new>
+
+#include "innodb_api.h"
+
+namespace {
+
+constexpr ulint latch_pass = 1;  // another thread may release it
+
+const KEY *find_key(const TABLE *table, const dict_index_t *index) {
+  for (uint i = 0; i < table->s->keys; ++i) {
+    if (innobase_strcasecmp(table->key_info[i].name, index->name) == 0) {
+      return &table->key_info[i];
+    }
+  }
+  return nullptr;
+}
+
+// The bytes of a key image's leading parts. The length that a bound carries
+// leaves NULL parts out, and the conversion would stop inside a field.
+uint image_bytes(const KEY *key, key_part_map parts) {
+  uint bytes = 0;
+  for (uint i = 0; i < key->user_defined_key_parts && parts != 0; ++i) {
+    bytes += key->key_part[i].store_length;
+    parts >>= 1;
+  }
+  return bytes;
+}
+
+}  // namespace
+
+Iter::~Iter() {
+  // The cursor keeps the stored key outside the heap.
+  if (pcur_ != nullptr) pcur_->free_rec_buf();
+  if (heap_ != nullptr) mem_heap_free(heap_);
+}
+
+std::shared_ptr<Iter> create_persistent_cursor(dict_index_t *index,
+                                               const page_cur_t &page_cursor,
+                                               mtr_t *mtr) {
+  auto iter = std::make_shared<Iter>();
+  iter->heap_ = host::new_heap(srv_page_size / 16 + sizeof(btr_pcur_t));
+  page_cur_t cursor = page_cursor;
+  // Cursors placed without a search do not know their index.
+  cursor.index = index;
+  if (page_cur_is_before_first(&cursor)) page_cur_move_to_next(&cursor);
+  if (page_cur_is_after_last(&cursor)) return iter;
+
+  const rec_t *rec = page_cur_get_rec(&cursor);
+  ulint *offsets = host::rec_offsets(rec, index, nullptr, &iter->heap_);
+  void *place = mem_heap_alloc(iter->heap_, rec_offs_size(offsets));
+  rec_t *copy = rec_copy(place, rec, offsets);
+  rec_offs_make_valid(copy, index, offsets);
+  iter->offsets_ = offsets;
+  iter->rec_ = copy;
+  dtuple_t *tuple =
+      row_rec_to_index_entry_low(copy, index, offsets, iter->heap_);
+  dtuple_set_n_fields_cmp(tuple, dict_index_get_n_unique_in_tree(index));
+  iter->tuple_ = tuple;
+
+  auto *pcur =
+      new (mem_heap_alloc(iter->heap_, sizeof(btr_pcur_t))) btr_pcur_t();
+  pcur->init();
+  pcur->open_on_user_rec(cursor, PAGE_CUR_GE,
+                         BTR_SEARCH_LEAF | BTR_ALREADY_S_LATCHED);
+  iter->pcur_ = pcur;
+  pcur->store_position(mtr);
+  pcur->set_fetch_type(Page_fetch::NORMAL);
+  return iter;
+}
+
+int cmp_dtuple(const dict_index_t *index, dtuple_t *a, dtuple_t *b) {
+  for (ulint i = 0; i < a->n_fields_cmp; ++i) {
+    const dfield_t *field = dtuple_get_nth_field(a, i);
+    const ulint a_bytes = dfield_get_len(field);
+    const ulint b_bytes = dfield_get_len(dtuple_get_nth_field(b, i));
+    if (a_bytes == b_bytes) continue;  // the same value twice
+    const auto *data = static_cast<const byte *>(dfield_get_data(field));
+    // Compared with itself at another length: beyond its end it goes on in
+    // zeros, not in whatever memory follows.
+    std::vector<byte> longer;
+    if (b_bytes != UNIV_SQL_NULL && a_bytes != UNIV_SQL_NULL &&
+        b_bytes > a_bytes) {
+      longer.assign(data, data + a_bytes);
+      longer.resize(b_bytes);
+      data = longer.data();
+    }
+    const bool is_ascending =
+        dict_index_is_ibuf(index) || index->get_field(i)->is_ascending;
+    const dtype_t *type = dfield_get_type(field);
+    const int order = cmp_data_data(type->mtype, type->prtype, is_ascending,
+                                    data, a_bytes, data, b_bytes);
+    if (order != 0) return order;
+  }
+  return 0;
+}
+
+void ParallelIndexReader::set_range_scan(const key_range *start,
+                                         const key_range *end) {
+  Range range(std::make_shared<Iter>(), std::make_shared<Iter>());
+  const KEY *key = find_key(mysql_table_, index_);
+  const auto convert = [&](const key_range *bound, dtuple_t *tuple,
+                           byte *buffer) -> const dtuple_t * {
+    if (bound == nullptr || key == nullptr) return nullptr;
+    // A bound of no parts would compare equal to everything.
+    const uint bytes = image_bytes(key, bound->keypart_map);
+    if (bytes == 0) return nullptr;
+    dict_index_copy_types(tuple, index_, index_->n_fields);
+    host::convert_key(tuple, buffer, prebuilt_->srch_key_val_len, index_,
+                      bound->key, bytes, trx_);
+    return tuple;
+  };
+  range.first->tuple_ =
+      convert(start, prebuilt_->search_tuple, prebuilt_->srch_key_val1);
+  range.second->tuple_ =
+      convert(end, prebuilt_->m_stop_tuple, prebuilt_->srch_key_val2);
+  // Every other flag excludes the bound, that of a closed end of a backward
+  // cursor too.
+  if (start != nullptr) {
+    range.first->include_ = start->flag == HA_READ_KEY_OR_NEXT;
+  }
+  if (end != nullptr) range.second->include_ = end->flag == HA_READ_KEY_OR_PREV;
+  scan_range_ = std::move(range);
+}
+
+void ParallelIndexReader::index_s_lock() {
+  if (s_locks_.fetch_add(1) == 0) host::s_lock(&index_->lock, latch_pass);
+}
+
+void ParallelIndexReader::index_s_unlock() {
+  if (s_locks_.fetch_sub(1) == 1) host::s_unlock(&index_->lock, latch_pass);
+}

@@ -1,0 +1,81 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file innodb_api/scope.h
+  What must be given back on every way out of a room.
+*/
+
+#ifndef MORVENA_SN_INNODB_API_SCOPE_H
+#define MORVENA_SN_INNODB_API_SCOPE_H
+
+#include "host/innodb.h"
+
+/** A mini-transaction that writes no redo; committed at the end of its scope,
+   so that no latch outlives it. */
+class Read_mtr {
+ public:
+  Read_mtr() = default;
+  ~Read_mtr() { commit(); }
+  Read_mtr(const Read_mtr &) = delete;
+  Read_mtr &operator=(const Read_mtr &) = delete;
+
+  mtr_t *start() {
+    mtr_.start();
+    mtr_.set_log_mode(MTR_LOG_NO_REDO);
+    active_ = true;
+    return &mtr_;
+  }
+  void commit() {
+    if (active_) mtr_.commit();
+    active_ = false;
+  }
+  /** The mini-transaction, started if it is not. */
+  mtr_t *get() { return active_ ? &mtr_ : start(); }
+
+ private:
+  mtr_t mtr_;
+  bool active_ = false;
+};
+
+/** A memory heap of its own. */
+class Scratch_heap {
+ public:
+  explicit Scratch_heap(ulint bytes) : heap_(host::new_heap(bytes)) {}
+  ~Scratch_heap() { mem_heap_free(heap_); }
+  Scratch_heap(const Scratch_heap &) = delete;
+  Scratch_heap &operator=(const Scratch_heap &) = delete;
+
+  mem_heap_t *&get() { return heap_; }
+  void clear() { mem_heap_empty(heap_); }
+
+ private:
+  mem_heap_t *heap_;
+};
+
+/** Offsets of one record after another. The array on the stack does for most;
+    the heap takes a longer one, which is then reused. */
+class Record_offsets {
+ public:
+  Record_offsets() { rec_offs_init(stack_); }
+  Record_offsets(const Record_offsets &) = delete;
+  Record_offsets &operator=(const Record_offsets &) = delete;
+
+  ulint *of(const rec_t *rec, const dict_index_t *index, mem_heap_t **heap) {
+    offsets_ = host::rec_offsets(rec, index, offsets_, heap);
+    return offsets_;
+  }
+  /** To be called before the heap is emptied. */
+  void forget_heap() { offsets_ = stack_; }
+
+ private:
+  ulint stack_[REC_OFFS_NORMAL_SIZE];
+  ulint *offsets_ = stack_;
+};
+
+#endif  // MORVENA_SN_INNODB_API_SCOPE_H

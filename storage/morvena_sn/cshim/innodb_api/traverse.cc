@@ -1,0 +1,298 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// traverse: the records of one unit, page by page.
+// In: a unit. Out: its visible rows, to the worker's batch.
+// Holds: one leaf page, shared, the next one latched before it is let go; for
+// one row, what its look-up latches. The only owner of latches between rows.
+// Threads: any worker. Fails: the batch's failure, a kill; stops quietly when
+// another worker failed.
+
+#include <sched.h>
+
+#include <algorithm>
+
+#include "innodb_api.h"
+#include "innodb_api/scope.h"
+
+namespace {
+
+// The position's page as it was when it was stored, if nothing has changed it.
+bool restore_as_stored(btr_pcur_t *pcur, mtr_t *mtr) {
+  const uint64_t modify_clock = pcur->m_modify_clock;
+  return pcur->m_block_when_stored.run_with_hint([&](buf_block_t *block) {
+    return block != nullptr &&
+           buf_page_optimistic_get(RW_S_LATCH, block, modify_clock,
+                                   Page_fetch::NORMAL, __FILE__, __LINE__, mtr);
+  });
+}
+
+bool has_multi_value_field(const dtuple_t *tuple) {
+  for (ulint i = 0; i < dtuple_get_n_fields(tuple); ++i) {
+    if (dfield_is_multi_value(dtuple_get_nth_field(tuple, i))) return true;
+  }
+  return false;
+}
+
+// A secondary record of the page in hand, and the key of its clustered record.
+using Pending_pair = std::pair<const rec_t *, dtuple_t *>;
+
+// A kill is looked for once in so many versions built, which may be the only
+// rows there are.
+constexpr size_t versions_between_checks = 256;
+
+}  // namespace
+
+class Traversal {
+ public:
+  Traversal(ParallelIndexReader *reader, Ctx *ctx)
+      : reader_(*reader),
+        ctx_(ctx),
+        index_(reader->index_),
+        end_(*ctx->range_.second),
+        heap_(srv_page_size / 4) {
+    cursor_.index = index_;
+  }
+
+  dberr_t run() {
+    restore_start();
+    dberr_t err = DB_SUCCESS;
+    while (err == DB_SUCCESS) {
+      err = page_cur_is_after_last(&cursor_) ? end_page() : handle_record();
+    }
+    return err == DB_END_OF_INDEX ? DB_SUCCESS : err;
+  }
+
+ private:
+  void restore_start();
+  bool pcur_restore_position(const Iter &position);
+  dberr_t handle_record();
+  dberr_t read_index_only(const rec_t *rec, ulint *offsets);
+  dberr_t deliver(const rec_t *rec, ulint *offsets);
+  void start_page();
+  bool is_past_end(const rec_t *rec, const ulint *offsets) const;
+  void gather(const rec_t *rec, ulint *offsets);
+  dberr_t look_up_pending();
+  dberr_t end_page();
+  bool is_stopped(dberr_t *err) const;
+  dberr_t pcur_move_to_next_node();
+  bool pcur_move_to_next_block();
+  dberr_t pcur_move_to_user_rec();
+
+  mtr_t *scan_mtr() { return mtrs_[current_mtr_].get(); }
+  buf_block_t *block() { return page_cur_get_block(&cursor_); }
+
+  ParallelIndexReader &reader_;
+  Ctx *ctx_;
+  dict_index_t *index_;
+  const Iter &end_;
+  // One holds the page in hand; the other takes the next page. A single one
+  // would grow with every page.
+  Read_mtr mtrs_[2];
+  size_t current_mtr_ = 0;
+  Read_mtr row_mtr_;
+  Scratch_heap heap_;
+  Record_offsets offsets_;
+  page_cur_t cursor_{};
+  bool at_page_start_ = true;
+  bool check_end_ = true;  // whether the unit may end on the page in hand
+  std::vector<Pending_pair> pairs_;
+  size_t n_handled_ = 0;
+};
+
+// The cursor comes to stand on the stored record if it is still there, else on
+// the first one after it, in which case that one has not been handled.
+// @return whether it is the stored record
+bool Traversal::pcur_restore_position(const Iter &position) {
+  if (restore_as_stored(position.pcur_, scan_mtr())) {
+    cursor_ = *position.pcur_->get_page_cur();
+    cursor_.index = index_;
+    return true;
+  }
+  // By the key, from the root, under the index latch that the read holds: the
+  // host's own restore would ask for that latch once more.
+  std::vector<ParallelIndexReader::Savepoint> path;
+  cursor_ = reader_.start_of_range(index_->page, scan_mtr(), position.tuple_,
+                                   true, path);
+  path.pop_back();
+  for (const auto &[savepoint, block] : path) {
+    scan_mtr()->release_block_at_savepoint(savepoint, block);
+  }
+  while (page_cur_is_after_last(&cursor_)) {
+    if (pcur_move_to_user_rec() != DB_SUCCESS) return false;
+  }
+  const rec_t *rec = page_cur_get_rec(&cursor_);
+  return position.tuple_->compare(rec, index_,
+                                  offsets_.of(rec, index_, &heap_.get())) == 0;
+}
+
+void Traversal::restore_start() {
+  const Iter &start = *ctx_->range_.first;
+  scan_mtr();
+  pcur_restore_position(start);
+}
+
+// Whether the unit can end on a page is settled once, against its last record.
+void Traversal::start_page() {
+  at_page_start_ = false;
+  check_end_ = end_.tuple_ != nullptr;
+  if (!check_end_) return;
+  page_cur_t last = cursor_;
+  page_cur_set_after_last(block(), &last);
+  page_cur_move_to_prev(&last);
+  const rec_t *rec = page_cur_get_rec(&last);
+  const ulint *offsets = offsets_.of(rec, index_, &heap_.get());
+  check_end_ = is_past_end(rec, offsets);
+}
+
+bool Traversal::is_past_end(const rec_t *rec, const ulint *offsets) const {
+  const int order = end_.tuple_->compare(rec, index_, offsets);
+  return order < 0 || (order == 0 && !end_.include_);
+}
+
+dberr_t Traversal::handle_record() {
+  if (at_page_start_) start_page();
+  ctx_->first_rec_ = false;
+  const rec_t *rec = page_cur_get_rec(&cursor_);
+  ulint *offsets = offsets_.of(rec, index_, &heap_.get());
+  // Pairs gathered on the page in which a unit ends are dropped.
+  if (check_end_ && is_past_end(rec, offsets)) return DB_END_OF_INDEX;
+  dberr_t err = DB_SUCCESS;
+  if (reader_.indexonly_scan_) {
+    err = read_index_only(rec, offsets);
+  } else {
+    gather(rec, offsets);
+  }
+  page_cur_move_to_next(&cursor_);
+  return err;
+}
+
+dberr_t Traversal::read_index_only(const rec_t *rec, ulint *offsets) {
+  const ulint *in_place = offsets;
+  const bool visible = reader_.check_visibility(
+      rec, offsets, heap_.get(), scan_mtr(), &row_mtr_, ctx_->thread_ctx_);
+  dberr_t err = visible ? deliver(rec, offsets) : DB_SUCCESS;
+  row_mtr_.commit();
+  const bool version_built = offsets != in_place || !visible;
+  if (err == DB_SUCCESS && version_built &&
+      ++n_handled_ % versions_between_checks == 0) {
+    is_stopped(&err);
+  }
+  return err;
+}
+
+dberr_t Traversal::deliver(const rec_t *rec, ulint *offsets) {
+  ctx_->rec_ = rec;
+  ctx_->offsets_ = offsets;
+  ctx_->block_ = block();
+  const dberr_t err = reader_.process_row(ctx_);
+  if (err != DB_SUCCESS) reader_.set_error(err);
+  return err;
+}
+
+void Traversal::gather(const rec_t *rec, ulint *offsets) {
+  const dict_index_t *clustered = reader_.clustered_index();
+  const ulint n_fields = dict_index_get_n_unique(clustered);
+  dtuple_t *ref = dtuple_create(heap_.get(), n_fields);
+  dict_index_copy_types(ref, clustered, n_fields);
+  host::build_row_ref(ref, rec, index_, offsets, reader_.trx_);
+  pairs_.emplace_back(rec, ref);
+}
+
+// A merge sort: it stays inside the range also under an order that is none.
+dberr_t Traversal::look_up_pending() {
+  if (pairs_.empty()) return DB_SUCCESS;
+  if (!has_multi_value_field(pairs_.front().second)) {
+    std::stable_sort(pairs_.begin(), pairs_.end(),
+                     [this](const Pending_pair &a, const Pending_pair &b) {
+                       return cmp_dtuple(index_, a.second, b.second) < 0;
+                     });
+  }
+  dberr_t err = DB_SUCCESS;
+  for (const auto &[sec_rec, ref] : pairs_) {
+    const rec_t *rec = sec_rec;
+    ulint *offsets = nullptr;
+    const rec_t *found = reader_.lookup_cluster_rec(
+        rec, ref, offsets, heap_.get(), &row_mtr_, ctx_->thread_ctx_);
+    if (found != nullptr) err = deliver(found, offsets);
+    row_mtr_.commit();
+    if (err != DB_SUCCESS) break;
+    if (++n_handled_ % versions_between_checks == 0 && is_stopped(&err)) break;
+  }
+  pairs_.clear();
+  return err;
+}
+
+// @return whether the unit is to be left: with an error of its own when the
+// session was killed, with the end's code when another worker failed.
+bool Traversal::is_stopped(dberr_t *err) const {
+  if (trx_is_interrupted(reader_.trx_)) {
+    reader_.set_error(DB_INTERRUPTED);
+    *err = DB_INTERRUPTED;
+  } else if (reader_.get_error() != DB_SUCCESS) {
+    *err = DB_END_OF_INDEX;
+  }
+  return *err != DB_SUCCESS;
+}
+
+dberr_t Traversal::end_page() {
+  dberr_t err = look_up_pending();
+  if (err != DB_SUCCESS) return err;
+  offsets_.forget_heap();
+  heap_.clear();
+  if (is_stopped(&err)) return err;
+  return pcur_move_to_next_node();
+}
+
+dberr_t Traversal::pcur_move_to_next_node() {
+  at_page_start_ = true;
+  if (rw_lock_get_waiters(dict_index_get_lock(index_)) &&
+      pcur_move_to_next_block()) {
+    ++ctx_->n_pages_;
+    return DB_SUCCESS;
+  }
+  const dberr_t err = pcur_move_to_user_rec();
+  ++ctx_->n_pages_;
+  return err;
+}
+
+// Let go of the page for whoever waits, and come back by the key of the last
+// record handled. What the page has become does not matter: another page may
+// have been merged into it, rows may have come in before and after.
+// @return whether the cursor stands on a record that is still to be handled
+bool Traversal::pcur_move_to_next_block() {
+  page_cur_t last = cursor_;
+  page_cur_move_to_prev(&last);
+  if (page_cur_is_before_first(&last)) return false;
+  const auto position = create_persistent_cursor(index_, last, scan_mtr());
+  mtrs_[current_mtr_].commit();
+  sched_yield();
+  // Stepping on from a record that has not been handled would lose it.
+  if (pcur_restore_position(*position)) page_cur_move_to_next(&cursor_);
+  return !page_cur_is_after_last(&cursor_);
+}
+
+// On to the next leaf, latched before this one is let go.
+dberr_t Traversal::pcur_move_to_user_rec() {
+  const page_no_t next =
+      btr_page_get_next(buf_block_get_frame(block()), scan_mtr());
+  if (next == FIL_NULL) return DB_END_OF_INDEX;
+  Read_mtr &next_mtr = mtrs_[1 - current_mtr_];
+  buf_block_t *next_block = host::page_get_s_latched(
+      page_id_t(index_->space, next), reader_.page_size_, next_mtr.start());
+  mtrs_[current_mtr_].commit();
+  current_mtr_ = 1 - current_mtr_;
+  page_cur_set_before_first(next_block, &cursor_);
+  page_cur_move_to_next(&cursor_);
+  return DB_SUCCESS;
+}
+
+dberr_t ParallelIndexReader::traverse(Ctx *ctx) {
+  Traversal traversal(this, ctx);
+  return traversal.run();
+}

@@ -1,0 +1,50 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Sequential-scan cursor.
+
+#include "seqscan.h"
+
+#include <strings.h>
+
+#include <memory>
+
+#include "common.h"
+#include "host/innodb.h"
+#include "innodb_api.h"
+
+SeqScanCursor *SeqScanCursor::open(TABLE *table, uint32_t snapshot_donor) {
+  trx_t *trx = thd_to_trx(current_thd);
+  host::start_read_transaction(trx);
+  CommonApi::copy_or_assign_read_view(trx, snapshot_donor);
+  std::unique_ptr<SeqScanCursor> cursor(new SeqScanCursor(table));
+  for (uint i = 0; i < table->s->keys && cursor->pkey_ == nullptr; ++i) {
+    KEY *key = &table->key_info[i];
+    if (strcasecmp(key->name, "primary") == 0) cursor->pkey_ = key;
+  }
+  return cursor.release();
+}
+
+bool SeqScanCursor::advance_parallel(size_t nthreads, Parallel_load_func fn,
+                                     void *argument) {
+  const char *index_name = pkey_ != nullptr ? pkey_->name : nullptr;
+  const std::unique_ptr<ParallelIndexReader> reader(
+      ParallelIndexReader::open(table_, index_name, true));
+  if (reader == nullptr) return false;
+  reader->set_load_cb(fn, argument);
+  reader->set_range_scan(nullptr, nullptr);
+  return reader->run(nthreads);
+}
+
+void SeqScanCursor::get_col_names(std::vector<const char *> &columns) {
+  CommonApi::get_table_field_names(table_, columns);
+}
+
+void SeqScanCursor::set_readset(size_t ncols, const uint32_t *fields) {
+  CommonApi::set_readset(table_, ncols, fields);
+}

@@ -1,0 +1,45 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file seqscan.h
+  A cursor whose only read is a parallel scan of a whole table.
+*/
+
+#ifndef MORVENA_SN_SEQSCAN_H
+#define MORVENA_SN_SEQSCAN_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "cursor.h"
+#include "host.h"
+
+class SeqScanCursor {
+ public:
+  /** @return a cursor on a locked table, under the donor's snapshot; never null
+   */
+  static SeqScanCursor *open(TABLE *table, uint32_t snapshot_donor);
+
+  /** Read the table along its primary key, or InnoDB's own clustered index.
+      @return whether the read ended without error */
+  bool advance_parallel(size_t nthreads, Parallel_load_func fn, void *argument);
+  /** Set columns to the names of the table's columns. */
+  void get_col_names(std::vector<const char *> &columns);
+  /** Positions beyond the table's columns are skipped. */
+  void set_readset(size_t ncols, const uint32_t *fields);
+
+ private:
+  explicit SeqScanCursor(TABLE *table) : table_(table) {}
+
+  TABLE *table_;
+  KEY *pkey_ = nullptr;  // null: the table has no primary key
+};
+
+#endif  // MORVENA_SN_SEQSCAN_H
