@@ -208,7 +208,7 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
   @param[out] message  at least 512 bytes; written only on failure
   @retval 0      not opened; nothing is held. *error and message say why:
                  1049 unknown database, 1146 no such table, 1347 a view,
-                 1031 a table of another engine or an index that has no order
+                 1031 a table of another engine, 1178 an index that has no order
                  (full-text, spatial), 1205 lock wait timeout, 1317 killed,
                  1412 the index is newer than the snapshot,
                  1102, 1103 a missing or impossible name,

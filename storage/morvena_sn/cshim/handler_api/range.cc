@@ -10,6 +10,7 @@
 // keeps the bounds; the cursor itself compares with the begin bound only, and
 // only when it reads backwards.
 
+#include <algorithm>
 #include <iostream>
 
 #include "handler_api.h"
@@ -53,8 +54,11 @@ void store_value(Field *field, unsigned char type, const void *value,
   }
 }
 
-key_part_map map_of_leading_parts(uint32_t n_parts) {
-  return static_cast<key_part_map>((1U << (n_parts % 32)) - 1);
+// Parts beyond the declared ones are ignored: the handler would take the bits of
+// those that InnoDB appends for parts of the image.
+key_part_map map_of_leading_parts(uint32_t n_parts, const KEY *key) {
+  const uint32_t n = std::min(n_parts, key->user_defined_key_parts);
+  return (key_part_map{1} << n) - 1;
 }
 
 }  // namespace
@@ -104,7 +108,7 @@ size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
 key_range *IndexCursor::make_bound(key_range *bound, const field_arg *arg,
                                    ha_rkey_function flag) {
   if (arg == nullptr) return nullptr;
-  const key_part_map parts = map_of_leading_parts(arg->num_arg);
+  const key_part_map parts = map_of_leading_parts(arg->num_arg, key());
   if (parts == 0) return nullptr;
   if (bound->key == nullptr) bound->key = new uchar[key()->key_length]();
   bound->length =
