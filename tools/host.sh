@@ -70,7 +70,8 @@ missing_tools() {
 }
 
 install_tools() {
-  local -a install=(apt-get install -y --no-install-recommends "$@")
+  local -a install=(apt-get install -y --no-install-recommends
+    -oDPkg::Lock::Timeout=300 "$@")
   export DEBIAN_FRONTEND=noninteractive
   "${install[@]}" || { apt-get update && "${install[@]}"; }
 }
@@ -84,16 +85,23 @@ need_tools() {
   fi
   rm -f "$host/stamp/tools"
   once tools "installing ${missing[*]}" install_tools "${missing[@]}"
+  mapfile -t missing < <(missing_tools)
+  [[ ${#missing[@]} = 0 ]] || die "still missing: ${missing[*]}"
 }
 
 # --- versions --------------------------------------------------------------
 
-# Whether host/version.h knows the version "major.minor.patch".
-known_version() {
+# "major.minor.patch" as the host's headers count it.
+version_id() {
   local major minor patch
   IFS=. read -r major minor patch <<<"$1"
+  echo $((major * 10000 + minor * 100 + patch))
+}
+
+# Whether host/version.h knows a version.
+known_version() {
   mkdir -p "$host/version-check"
-  echo "#define MYSQL_VERSION_ID $((major * 10000 + minor * 100 + patch))" \
+  echo "#define MYSQL_VERSION_ID $(version_id "$1")" \
     >"$host/version-check/mysql_version.h"
   echo '#include "host/version.h"' | g++ -E -x c++ -I "$host/version-check" \
     -I "$cshim" - >/dev/null 2>&1
@@ -222,7 +230,6 @@ packaged_host() {
   source_dir=$host/source
   build_dir=$(dirname "$host"/source/*/CMakeCache.txt)
   include_dir=$host/include
-  clients=$root/usr/bin
   components=$root/usr/lib/mysql/plugin
   mysqld=$root/usr/sbin/mysqld
   mysqld_options=(--basedir="$root/usr"
@@ -260,30 +267,32 @@ tree_host() {
     die "HOST_BUILD=$HOST_BUILD is not a configured build folder"
   build_dir=$(realpath "$HOST_BUILD")
   include_dir=$build_dir/include
-  if [[ ! -e $include_dir/mysqld_error.h ]]; then
-    rm -f "$host/stamp/tree-headers"
-    once tree-headers "building the error headers in $HOST_BUILD" \
-      cmake --build "$build_dir" --target GenError
-  fi
+  grep -q "MYSQL_VERSION_ID *$(version_id "$(tree_version "$source_dir")")" \
+    "$include_dir/mysql_version.h" ||
+    die "HOST_BUILD=$HOST_BUILD was configured from another version than HOST_SOURCE"
   if [[ -n ${HOST_MYSQLD:-} ]]; then
     mysqld=$(first_program "$HOST_MYSQLD")
     [[ -n $mysqld ]] || die "HOST_MYSQLD=$HOST_MYSQLD is not a program"
-    [[ "$("$mysqld" --no-defaults --version)" = *"$(tree_version "$source_dir")"* ]] ||
+    [[ "$("$mysqld" --no-defaults --version 2>&1)" = *"$(tree_version "$source_dir")"* ]] ||
       die "HOST_MYSQLD=$HOST_MYSQLD is of another version than HOST_SOURCE"
   else
     mysqld=$(first_program "$build_dir"/{bin,runtime_output_directory}/mysqld)
   fi
-  clients=$(dirname "$(first_program "$build_dir"/{bin,runtime_output_directory}/mysql)")
-  if [[ $clients = . ]]; then
-    packaged_client
-    clients=$root/usr/bin
-  fi
   components=$build_dir/plugin_output_directory
   mysqld_options=()
-  if [[ $mysqld = "$build_dir"/* ]]; then
+  # An installed server finds its own messages.
+  if [[ $mysqld = "$build_dir"/* || ! -d ${mysqld%/*}/../share ]]; then
     mysqld_options=(--basedir="$build_dir" --lc-messages-dir="$build_dir/share"
       --character-sets-dir="$source_dir/share/charsets")
   fi
+}
+
+# A tree that is only configured lacks them.
+tree_headers() {
+  [[ -e $include_dir/mysqld_error.h ]] && return
+  rm -f "$host/stamp/tree-headers"
+  once tree-headers "building the error headers in $build_dir" \
+    cmake --build "$build_dir" --target GenError
 }
 
 # --- the result ------------------------------------------------------------
@@ -294,6 +303,13 @@ replace() {
   local temporary=$1.new
   cat >"$temporary"
   if cmp -s "$temporary" "$1"; then rm "$temporary"; else mv "$temporary" "$1"; fi
+}
+
+write_flags() {
+  local flags
+  flags=$(python3 "$repo/tools/host_flags.py" "$source_dir" "$build_dir" "$include_dir")
+  replace "$host/host.cmake" <<<"$flags"
+  tree_version "$source_dir" | replace "$host/version"
 }
 
 # Prints words for a shell to read back.
@@ -330,6 +346,27 @@ client_wrapper() {
   printf '#!/bin/sh\nexec %s"$@"\n' "$(quoted "${run[@]}")"
 }
 
+write_programs() {
+  local program clients=$root/usr/bin own
+  # A tree of which only the server was built borrows the packaged clients.
+  own=$(first_program "$build_dir"/{bin,runtime_output_directory}/mysqladmin)
+  if [[ -n $own ]]; then
+    clients=${own%/*}
+  else
+    packaged_client
+  fi
+  mkdir -p "$host/bin"
+  if [[ -n $mysqld ]]; then
+    mysqld_wrapper | replace "$host/bin/mysqld"
+  else
+    rm -f "$host/bin/mysqld"
+  fi
+  for program in mysql mysqladmin; do
+    client_wrapper "$clients/$program" | replace "$host/bin/$program"
+  done
+  chmod +x "$host"/bin/*
+}
+
 # The libraries that the server loads, by its own loader's word.
 server_libraries() {
   set_run "$mysqld"
@@ -350,7 +387,8 @@ write_exports() {
     $(cat "$host/exports.of" 2>/dev/null) = "$mysqld" ]] && return
   mapfile -t files < <(server_libraries)
   nm -D --defined-only -j "$mysqld" "${files[@]}" 2>/dev/null |
-    sed 's/@.*//' | sort -u >"$host/exports.txt"
+    sed 's/@.*//' | sort -u >"$host/exports.new"
+  mv "$host/exports.new" "$host/exports.txt"
   echo "$mysqld" >"$host/exports.of"
 }
 
@@ -363,25 +401,6 @@ link_component() {
   [[ ! -e $components/$name ]] || ln -s "$components/$name" "$build/plugin/$name"
 }
 
-write_result() {
-  local program
-  python3 "$repo/tools/host_flags.py" "$source_dir" "$build_dir" "$include_dir" |
-    replace "$host/host.cmake"
-  tree_version "$source_dir" | replace "$host/version"
-  mkdir -p "$host/bin"
-  if [[ -n $mysqld ]]; then
-    mysqld_wrapper | replace "$host/bin/mysqld"
-  else
-    rm -f "$host/bin/mysqld"
-  fi
-  for program in mysql mysqladmin; do
-    client_wrapper "$clients/$program" | replace "$host/bin/$program"
-  done
-  chmod +x "$host"/bin/*
-  link_component
-  write_exports
-}
-
 mkdir -p "$host/stamp" "$host/log"
 need_tools
 if [[ -n ${HOST_SOURCE:-}${HOST_BUILD:-}${HOST_MYSQLD:-} ]]; then
@@ -389,5 +408,9 @@ if [[ -n ${HOST_SOURCE:-}${HOST_BUILD:-}${HOST_MYSQLD:-} ]]; then
 else
   packaged_host
 fi
-write_result
+write_flags
+tree_headers
+write_programs
+write_exports
+link_component
 say "MySQL $(cat "$host/version") is ready in $host"
