@@ -1,0 +1,67 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file reader.h
+  What reader.cc offers to other sources of the same shared object.
+*/
+
+#ifndef MORVENA_EXAMPLE_READER_H
+#define MORVENA_EXAMPLE_READER_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace example {
+
+/** What to read. The bounds are text of the index's first key part. */
+struct Range_read {
+  std::string db, table, index;
+  std::vector<std::string> columns;      ///< names, in the order of `fields`
+  std::optional<std::string> low, high;  ///< none: unbounded
+  bool low_included = true;
+  bool high_included = true;
+  bool backward = false;
+  bool index_only = false;
+  uint32_t donor = 0;  ///< connection id; 0: a snapshot of the read's own
+};
+
+/** How it ended. `error` is 0 or the server's number, `message` its text. */
+struct Outcome {
+  unsigned int error = 0;
+  std::string message;
+  uint64_t rows = 0;
+};
+
+/** Called for each row; `fields` are the positions of Range_read::columns. Must
+    not throw: nothing above it on the thread catches. */
+using Row_function =
+    std::function<void(uintptr_t cursor, const std::vector<uint32_t> &fields)>;
+
+/**
+  Read the rows of a range in its order.
+
+  Threads: those that the server made or that called my_thread_init(). Leaves
+  the thread with a session that is not its own; on_row runs so, too.
+*/
+Outcome read_range(Range_read read, const Row_function &on_row);
+
+/** The same on a client's thread, which has its session back afterwards. */
+Outcome read_range_on_client_thread(const Range_read &read,
+                                    const Row_function &on_row);
+
+/** The same on a thread that is made for it; waits for its end. */
+Outcome read_range_on_own_thread(const Range_read &read,
+                                 const Row_function &on_row);
+
+}  // namespace example
+
+#endif  // MORVENA_EXAMPLE_READER_H
