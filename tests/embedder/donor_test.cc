@@ -1,0 +1,415 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Whose snapshot a cursor reads: donors in every state.
+
+#include "cursor_test.h"
+#include "session.h"
+
+namespace {
+
+using namespace harness;
+
+using Ints = std::vector<long long>;
+
+class Donor : public Cursor_test {
+ protected:
+  Donor() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+    sql.exec("INSERT INTO t VALUES (1, 10), (2, 20), (3, 30)");
+    donor.exec("USE db");
+  }
+
+  /** Others change every row after the donor's snapshot. */
+  void change() {
+    sql.exec("UPDATE t SET v = v + 1 WHERE id = 1");
+    sql.exec("DELETE FROM t WHERE id = 2");
+    sql.exec("INSERT INTO t VALUES (4, 40)");
+  }
+
+  Ints read(uint32_t donor_id, const char *index = "PRIMARY") {
+    Cursor cursor({.index = index, .donor = donor_id});
+    EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
+    return cursor.ints(1);
+  }
+
+  const Ints before{10, 20, 30}, after{11, 30, 40};
+  Client donor;
+};
+
+TEST_F(Donor, NoneGivesAFreshSnapshot) {
+  change();
+  EXPECT_EQ(read(0), after);
+}
+
+TEST_F(Donor, NoneTakesItsSnapshotAtOpen) {
+  Cursor cursor;
+  change();
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Donor, SnapshotOfTheDonorIsRead) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(read(donor.id(), "by_v"), before);
+  EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
+}
+
+TEST_F(Donor, SnapshotOfAReadInTheDonorsTransactionIsRead) {
+  donor.exec("BEGIN");
+  donor.query("SELECT * FROM t");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+}
+
+TEST_F(Donor, ReadOnlyTransaction) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT, READ ONLY");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+}
+
+TEST_F(Donor, SerializableTransaction) {
+  donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL SERIALIZABLE");
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  // Serializable reads lock and take no view: the cursor reads afresh.
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, IdleSessionGivesAFreshSnapshot) {
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, IdleSessionsSnapshotIsTakenAtTheFirstRead) {
+  Cursor cursor({.donor = donor.id()});
+  change();
+  EXPECT_EQ(cursor.ints(1), after);
+}
+
+TEST_F(Donor, TransactionWithoutAReadGivesAFreshSnapshot) {
+  donor.exec("BEGIN");
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, OwnUncommittedRowsAreSeen) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  donor.exec("UPDATE t SET v = 25 WHERE id = 2");
+  donor.exec("DELETE FROM t WHERE id = 3");
+  EXPECT_EQ(read(donor.id()), (Ints{10, 25, 50}));
+  EXPECT_EQ(read(donor.id(), "by_v"), (Ints{10, 25, 50}));
+  EXPECT_EQ(read(0), before);
+}
+
+TEST_F(Donor, RowsThatItWritesLaterAreSeenOnceItHasAnId) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  Cursor cursor({.donor = donor.id()});
+  donor.exec("INSERT INTO t VALUES (6, 60)");
+  EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30, 50, 60}));
+}
+
+TEST_F(Donor, UncommittedRowsOfOthersAreNotSeen) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("BEGIN");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(read(0), before);
+  sql.exec("COMMIT");
+  EXPECT_EQ(read(donor.id()), before);
+}
+
+TEST_F(Donor, CommittedTransactionGivesAFreshSnapshot) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("COMMIT");
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, RolledBackTransactionGivesAFreshSnapshot) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  donor.exec("ROLLBACK");
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, SavepointRolledBack) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  donor.exec("SAVEPOINT s");
+  donor.exec("INSERT INTO t VALUES (6, 60)");
+  donor.exec("ROLLBACK TO s");
+  EXPECT_EQ(read(donor.id()), (Ints{10, 20, 30, 50}));
+}
+
+TEST_F(Donor, ReadCommittedBetweenStatementsGivesAFreshSnapshot) {
+  donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
+  donor.exec("BEGIN");
+  donor.query("SELECT * FROM t");
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, ReadUncommittedGivesAFreshSnapshot) {
+  donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL READ UNCOMMITTED");
+  donor.exec("BEGIN");
+  donor.query("SELECT * FROM t");
+  sql.exec("BEGIN");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  sql.exec("COMMIT");
+  EXPECT_EQ(read(donor.id()), after);
+}
+
+TEST_F(Donor, PreparedInXaGivesAFreshSnapshot) {
+  donor.exec("XA START 'x'");
+  donor.query("SELECT * FROM t");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  donor.exec("XA END 'x'");
+  donor.exec("XA PREPARE 'x'");
+  change();
+  EXPECT_EQ(read(donor.id()), after);
+  sql.exec("XA ROLLBACK 'x'");
+}
+
+TEST_F(Donor, ActiveInXa) {
+  donor.exec("XA START 'y'");
+  donor.query("SELECT * FROM t");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  donor.exec("XA END 'y'");
+  donor.exec("XA ROLLBACK 'y'");
+}
+
+TEST_F(Donor, AutocommitOff) {
+  donor.exec("SET autocommit = 0");
+  donor.query("SELECT * FROM t");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+}
+
+TEST_F(Donor, StatementThatIsRunning) {
+  donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
+  auto running = donor.send(
+      "SELECT v, IF(id = 1, GET_LOCK('stop', 30), 0) FROM t ORDER BY id");
+  // GET_LOCK is had at once; a second session holds it instead.
+  running.get();
+  Client holder;
+  donor.exec("SELECT RELEASE_LOCK('stop')");
+  holder.query("SELECT GET_LOCK('stop', 0)");
+  running = donor.send(
+      "SELECT v, IF(id = 1, GET_LOCK('stop', 30), 0) FROM t ORDER BY id");
+  ASSERT_TRUE(wait_for_state("User lock"));
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  holder.query("SELECT RELEASE_LOCK('stop')");
+  EXPECT_EQ(running.get().rows.size(), 3u);
+}
+
+TEST_F(Donor, UnknownRaisesAnErrorAndOpensAllTheSame) {
+  Cursor cursor({.donor = 4000000000});
+  EXPECT_TRUE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 0u);
+  const Session_error error = session_error(current_session());
+  EXPECT_EQ(error.number, 1094u);
+  EXPECT_NE(error.text.find("4000000000"), std::string::npos) << error.text;
+  change();
+  EXPECT_EQ(cursor.ints(1), after);
+}
+
+TEST_F(Donor, UnknownWithAnUnknownIndexReportsTheDonor) {
+  Cursor cursor({.index = "nothing", .donor = 4000000000});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 1094u);
+  EXPECT_NE(cursor.message.find("4000000000"), std::string::npos);
+}
+
+TEST_F(Donor, ThatHasGoneIsUnknown) {
+  const uint32_t id = donor.id();
+  donor.disconnect();
+  ASSERT_TRUE(wait_until([&] {
+    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist"
+                      " WHERE id = " + std::to_string(id)) == 0;
+  }));
+  Cursor cursor({.donor = id});
+  EXPECT_TRUE(cursor.is_open());
+  EXPECT_EQ(session_error(current_session()).number, 1094u);
+}
+
+// A session of the system is no donor: it is not in the server's list.
+TEST_F(Donor, CursorsSessionIsNone) {
+  Cursor first;
+  ASSERT_TRUE(first.set_range());
+  Cursor second({.donor = session_id(current_session())});
+  EXPECT_EQ(session_error(current_session()).number, 1094u);
+}
+
+TEST_F(Donor, CommitsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  Cursor cursor({.donor = donor.id()});
+  ASSERT_TRUE(cursor.set_range());
+  donor.exec("COMMIT");
+  EXPECT_EQ(cursor.ints(1), before);
+  donor.exec("UPDATE t SET v = 99");
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+// What the donor had written stays part of what the cursor sees.
+TEST_F(Donor, CommitsItsOwnRowsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  change();
+  Cursor cursor({.donor = donor.id()});
+  donor.exec("COMMIT");
+  EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30, 50}));
+}
+
+TEST_F(Donor, RollsBackItsRowsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  Cursor cursor({.donor = donor.id()});
+  donor.exec("ROLLBACK");
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Donor, DisconnectsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  Cursor cursor({.donor = donor.id()});
+  const uint32_t id = donor.id();
+  donor.disconnect();
+  ASSERT_TRUE(wait_until([&] {
+    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist"
+                      " WHERE id = " + std::to_string(id)) == 0;
+  }));
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Donor, IsKilledWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  Cursor cursor({.donor = donor.id()});
+  ASSERT_TRUE(cursor.set_range());
+  const std::string id = std::to_string(donor.id());
+  sql.exec("KILL " + id);
+  ASSERT_TRUE(wait_until([&] {
+    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist"
+                      " WHERE id = " + id) == 0;
+  }));
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Donor, StartsAnotherTransactionWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  Cursor first({.donor = donor.id()});
+  change();
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  Cursor second({.donor = donor.id()});
+  EXPECT_EQ(first.ints(1), before);
+  EXPECT_EQ(second.ints(1), after);
+}
+
+TEST_F(Donor, ServesManyCursors) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  std::vector<std::unique_ptr<Cursor>> cursors;
+  for (int i = 0; i < 50; ++i)
+    cursors.push_back(std::make_unique<Cursor>(Open{.donor = donor.id()}));
+  for (auto &cursor : cursors) EXPECT_EQ(cursor->ints(1), before);
+}
+
+TEST_F(Donor, SeveralDonorsAtOnce) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  Client other;
+  other.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("DELETE FROM t");
+  Cursor first({.donor = donor.id()}), second({.donor = other.id()}), third;
+  EXPECT_EQ(second.ints(1), after);
+  EXPECT_EQ(first.ints(1), before);
+  EXPECT_EQ(third.ints(1), (Ints{}));
+}
+
+// The donor of the session's last cursor is not that of its next.
+TEST_F(Donor, PooledSessionForgetsItsDonor) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  {
+    Cursor cursor({.donor = donor.id()});
+    EXPECT_EQ(cursor.ints(1), before);
+  }
+  void *session = current_session();
+  for (const uint32_t id : {0u, sql.id()}) {
+    Cursor cursor({.donor = id});
+    EXPECT_EQ(current_session(), session);
+    EXPECT_EQ(cursor.ints(1), after);
+  }
+  EXPECT_EQ(read(donor.id()), before);
+}
+
+TEST_F(Donor, MayBeTheCallersOwnSession) {
+  // The client that waits for this case is in a transaction of one statement.
+  sql.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("DELETE FROM t");
+  EXPECT_EQ(read(sql.id()), before);
+}
+
+class Donors_transaction : public Donor {
+ protected:
+  std::string info(const std::string &column) {
+    return sql
+        .value("SELECT COALESCE(MAX(" + column + "), 'none') FROM"
+               " information_schema.innodb_trx WHERE trx_mysql_thread_id = " +
+               std::to_string(donor.id()))
+        .value();
+  }
+};
+
+TEST_F(Donors_transaction, IsLeftAsItWas) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  const std::string id = info("trx_id"), level = info("trx_isolation_level");
+  {
+    Cursor cursor({.donor = donor.id()});
+    EXPECT_EQ(cursor.ints(1), before);
+    EXPECT_EQ(info("trx_id"), id);
+  }
+  EXPECT_EQ(info("trx_id"), id);
+  EXPECT_EQ(info("trx_isolation_level"), level);
+  EXPECT_EQ(info("trx_state"), "RUNNING");
+}
+
+TEST_F(Donors_transaction, MayGoOnToWriteAndCommit) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  {
+    Cursor cursor({.donor = donor.id()});
+    EXPECT_EQ(cursor.ints(1), before);
+    donor.exec("INSERT INTO t VALUES (7, 70)");
+  }
+  donor.exec("COMMIT");
+  EXPECT_EQ(read(0), (Ints{10, 20, 30, 70}));
+}
+
+TEST_F(Donors_transaction, ReadsItsOwnSnapshotOnAfterTheCursor) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
+}
+
+TEST_F(Donors_transaction, IsNotStartedForAnIdleSession) {
+  EXPECT_EQ(info("trx_id"), "none");
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(info("trx_id"), "none");
+}
+
+}  // namespace

@@ -1,0 +1,153 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file cursor_test.h
+  What most cases start from: a fresh database, a client, a cursor that closes
+  itself, bounds, and reads into standard types.
+*/
+
+#ifndef MORVENA_SN_TESTS_CURSOR_TEST_H
+#define MORVENA_SN_TESTS_CURSOR_TEST_H
+
+#include <sys/time.h>
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client.h"
+#include "cursor.h"
+#include "gtest/gtest.h"
+#include "my_config.h"
+#include "mysql_time.h"
+
+namespace harness {
+
+/** The values of a bound, in key-part order. */
+class Keys {
+ public:
+  Keys() = default;
+  Keys(const Keys &other) { *this = other; }
+  Keys &operator=(const Keys &other);
+
+  Keys &number(int64_t value);
+  Keys &real(double value);
+  Keys &text(const std::string &value);
+  Keys &time(const MYSQL_TIME &value);
+  Keys &stamp(int64_t seconds, int64_t microseconds);
+  Keys &null();
+  /** A type code of any kind and a stated length. */
+  Keys &raw(char type, int32_t length, const std::string &bytes);
+
+  /** Valid while this object is unchanged. */
+  field_arg *arg();
+
+ private:
+  void add(char type, int32_t length, const void *bytes, size_t size);
+
+  std::deque<std::vector<char>> storage_;
+  std::vector<int32_t> lengths_;
+  std::vector<void *> values_;
+  std::string types_;
+  field_arg arg_ = {};
+};
+
+struct Range {
+  std::optional<Keys> begin = {};
+  std::optional<Keys> end = {};
+  bool closed_begin = true;
+  bool closed_end = true;
+  bool reverse = false;
+};
+
+struct Open {
+  const char *db = "db";
+  const char *table = "t";
+  const char *index = "PRIMARY";
+  bool index_only = false;
+  uint32_t donor = 0;
+  int timeout = 10;
+};
+
+/** A value of cursor_read_field_decimal(). */
+struct Decimal {
+  bool negative;
+  std::vector<int32_t> integer_words;
+  std::vector<int32_t> fraction_words;
+};
+
+/** As SQL prints it: -12345.678000000 for words of nine digits. */
+std::string to_text(const Decimal &value);
+
+/** An index cursor that closes itself. Reads of NULL give no value. */
+class Cursor {
+ public:
+  explicit Cursor(const Open &open = {});
+  ~Cursor() { close(); }
+  Cursor(const Cursor &) = delete;
+  Cursor &operator=(const Cursor &) = delete;
+
+  bool is_open() const { return handle != 0; }
+  void close();
+
+  /** @return whether a row is current */
+  bool set_range(Range range = {});
+  bool next() { return !cursor_advance(handle); }
+  void set_columns(std::vector<uint32_t> positions);
+
+  std::optional<long long> read_int(unsigned int column) const;
+  std::optional<double> read_real(unsigned int column) const;
+  std::optional<std::string> read_text(unsigned int column) const;
+  std::optional<Decimal> read_decimal(unsigned int column) const;
+  std::optional<int32_t> read_date(unsigned int column) const;
+  std::optional<int64_t> read_time(unsigned int column) const;
+  std::optional<int64_t> read_datetime(unsigned int column) const;
+
+  /** Every row of a range, one column. */
+  std::vector<long long> ints(unsigned int column, const Range &range = {});
+  /** Every row of a range, some columns as text. */
+  Rows texts(const std::vector<unsigned int> &columns, const Range &range = {});
+
+  std::vector<std::string> output_columns() const;
+  std::vector<std::string> index_columns() const;
+
+  uintptr_t handle = 0;
+  unsigned int error = 12345;
+  std::string message;
+};
+
+/** Poll until what is waited for can be seen; false after half a minute. */
+bool wait_until(const std::function<bool()> &reached);
+
+/** Run f on a new thread that is known to the server. */
+std::future<void> on_own_thread(std::function<void()> f);
+
+/** Read a column of SQL's answer as integers. */
+std::vector<long long> as_ints(const Rows &rows);
+
+/** Fresh database db for each case. sql is a client in it. */
+class Cursor_test : public testing::Test {
+ protected:
+  Cursor_test();
+  ~Cursor_test() override;
+
+  /** Wait until some statement of the server is in a state, as its process list
+      names it. */
+  bool wait_for_state(const std::string &state);
+
+  Client sql;
+};
+
+}  // namespace harness
+
+#endif  // MORVENA_SN_TESTS_CURSOR_TEST_H

@@ -1,0 +1,174 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file lifecycle.cc
+  The embedder's plug-in declaration, and a SQL function for scripts that start
+  and stop servers:
+
+    CREATE FUNCTION morvena_act RETURNS STRING SONAME 'morvena_sn_test.so';
+    SELECT morvena_act('start');        the list of acts is at the end
+
+  A script that uses morvena_act() starts the reading functions, or does not, as
+  its question demands; morvena_test() always does.
+*/
+
+#include "lifecycle.h"
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cursor.h"
+#include "my_config.h"
+#include "my_thread.h"
+#include "mysql.h"
+#include "mysql/plugin.h"
+#include "udf_text.h"
+
+namespace harness {
+namespace {
+
+void *handle = nullptr;
+std::string opened_at_load;
+std::vector<uintptr_t> left_open;
+
+/** Runs f where no client's session is the thread's. */
+template <class F>
+void on_own_thread(F f) {
+  std::thread([&f] {
+    my_thread_init();
+    f();
+    my_thread_end();
+  }).join();
+}
+
+std::string open_cursor(const char *db, const char *table, uintptr_t *cursor) {
+  unsigned int error = 12345;
+  char message[512] = "untouched";
+  *cursor = open_index_cursor(db, table, "PRIMARY", false, 0, 5, &error, message);
+  if (*cursor != 0) return "open " + std::to_string(error);
+  return std::to_string(error) + " " + message;
+}
+
+/** Loads before the server is ready try what must be refused then. */
+int at_load(void *plugin) {
+  handle = plugin;
+  uintptr_t cursor;
+  on_own_thread([&] {
+    opened_at_load = open_cursor("mysql", "component", &cursor);
+    close_index_cursor(cursor);
+  });
+  return 0;
+}
+
+void say(const char *what) {
+  fprintf(stderr, "callback: %s\n", what);
+  fflush(stderr);
+}
+
+void callback_a() { say("a"); }
+void callback_b() { say("b"); }
+
+void clean_up() {
+  for (const uintptr_t cursor : left_open) close_index_cursor(cursor);
+  left_open.clear();
+  deinit_common();
+  say("clean_up");
+}
+
+std::string leave_open() {
+  std::string result;
+  on_own_thread([&] {
+    uintptr_t cursor;
+    result = open_cursor("db", "t", &cursor);
+    if (cursor == 0) return;
+    left_open.push_back(cursor);
+    cursor_set_read_range(cursor, nullptr, nullptr, true, true, false);
+    result += cursor_advance(cursor) ? " without a row" : " on a row";
+  });
+  return result;
+}
+
+std::string leave_idle() {
+  std::string result;
+  on_own_thread([&] {
+    uintptr_t cursor;
+    result = open_cursor("db", "t", &cursor);
+    close_index_cursor(cursor);
+  });
+  return result;
+}
+
+std::string observe(Shutdown_observer_func f) {
+  register_shutdown_observer(handle, f);
+  return "done";
+}
+
+std::string act(const std::string &name) {
+  static const std::map<std::string, std::string (*)()> acts = {
+      {"opened_at_load", [] { return opened_at_load; }},
+      {"start", [] { return init_common(), std::string("done"); }},
+      {"stop", [] { return deinit_common(), std::string("done"); }},
+      {"observe_a", [] { return observe(callback_a); }},
+      {"observe_b", [] { return observe(callback_b); }},
+      {"observe_clean_up", [] { return observe(clean_up); }},
+      {"leave_open", leave_open},
+      {"leave_idle", leave_idle},
+  };
+  const auto found = acts.find(name);
+  return found == acts.end() ? "no such act" : found->second();
+}
+
+}  // namespace
+
+void *plugin_handle() { return handle; }
+
+void start_embedding() {
+  init_common();
+  register_shutdown_observer(handle, deinit_common);
+}
+
+static st_mysql_daemon descriptor = {MYSQL_DAEMON_INTERFACE_VERSION};
+
+}  // namespace harness
+
+extern "C" {
+
+bool morvena_act_init(UDF_INIT *init, UDF_ARGS *args, char *message) {
+  return harness::start_text_function(init, args, message);
+}
+
+void morvena_act_deinit(UDF_INIT *init) { harness::end_text_function(init); }
+
+char *morvena_act(UDF_INIT *init, UDF_ARGS *args, char *, unsigned long *length,
+                  unsigned char *, unsigned char *) {
+  return harness::answer(init, harness::act(harness::argument(args)), length);
+}
+
+}  // extern "C"
+
+mysql_declare_plugin(morvena_sn_test){
+    MYSQL_DAEMON_PLUGIN,
+    &harness::descriptor,
+    "morvena_sn_test",
+    "the morvena_sn authors",
+    "The cases that run inside the server",
+    PLUGIN_LICENSE_GPL,
+    harness::at_load,
+    nullptr,  // check_uninstall
+    nullptr,  // deinit
+    0x0100,
+    nullptr,  // status variables
+    nullptr,  // system variables
+    nullptr,
+    PLUGIN_OPT_NO_UNINSTALL,
+} mysql_declare_plugin_end;

@@ -1,0 +1,48 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file session.h
+  The server's side of a cursor's session, for cases that look at it or kill it.
+*/
+
+#ifndef MORVENA_SN_TESTS_SESSION_H
+#define MORVENA_SN_TESTS_SESSION_H
+
+#include <cstdint>
+#include <string>
+
+namespace harness {
+
+/** The calling thread's current session; after a cursor function, the
+    cursor's. */
+void *current_session();
+
+/** Its connection id. */
+uint32_t session_id(void *session);
+
+/** End its statement, as KILL QUERY does with a client's. */
+void kill_session(void *session);
+
+/** The lock_wait_timeout that it waits with, in seconds. */
+unsigned long lock_wait_timeout(void *session);
+
+/** What it does, as the process list would say; "" for nothing. */
+std::string session_state(void *session);
+
+struct Session_error {
+  unsigned int number;
+  std::string text;
+};
+
+/** What its last statement reported; number 0 for nothing. */
+Session_error session_error(void *session);
+
+}  // namespace harness
+
+#endif  // MORVENA_SN_TESTS_SESSION_H

@@ -1,0 +1,329 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// What cannot be opened, and what the open function says then.
+
+#include <chrono>
+#include <cstring>
+
+#include "cursor_test.h"
+#include "session.h"
+
+namespace {
+
+using namespace harness;
+
+class Refusal : public Cursor_test {
+ protected:
+  Refusal() { sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY k (a))"); }
+
+  /** Opening fails with the error that SQL gives for the same names. */
+  void expect_error_of(const std::string &statement, const Open &open) {
+    const Reply reply = sql.attempt(statement);
+    ASSERT_NE(reply.error, 0u);
+    Cursor cursor(open);
+    EXPECT_FALSE(cursor.is_open());
+    EXPECT_EQ(cursor.error, reply.error);
+    EXPECT_EQ(cursor.message, reply.message);
+  }
+
+  void expect_error(unsigned int error, const Open &open) {
+    Cursor cursor(open);
+    EXPECT_FALSE(cursor.is_open());
+    EXPECT_EQ(cursor.error, error);
+    EXPECT_FALSE(cursor.message.empty());
+  }
+
+  int64_t count(const std::string &what) {
+    return sql.number("SELECT COUNT(*) FROM performance_schema." + what);
+  }
+};
+
+TEST_F(Refusal, UnknownTable) {
+  expect_error_of("SELECT * FROM db.nothing", {.table = "nothing"});
+}
+
+TEST_F(Refusal, UnknownDatabase) {
+  expect_error_of("SELECT * FROM nowhere.t", {.db = "nowhere"});
+}
+
+TEST_F(Refusal, View) {
+  sql.exec("CREATE VIEW v AS SELECT * FROM t");
+  expect_error(1347, {.table = "v"});
+}
+
+TEST_F(Refusal, MyisamTable) {
+  sql.exec("CREATE TABLE m (id INT PRIMARY KEY) ENGINE = MyISAM");
+  expect_error(1031, {.table = "m"});
+}
+
+TEST_F(Refusal, MemoryTable) {
+  sql.exec("CREATE TABLE m (id INT PRIMARY KEY) ENGINE = MEMORY");
+  expect_error(1031, {.table = "m"});
+}
+
+TEST_F(Refusal, InformationSchemaTable) {
+  Cursor cursor({.db = "information_schema", .table = "PLUGINS"});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_NE(cursor.error, 0u);
+}
+
+TEST_F(Refusal, PerformanceSchemaTable) {
+  expect_error(1031, {.db = "performance_schema", .table = "threads"});
+}
+
+// It belongs to its session.
+TEST_F(Refusal, TemporaryTable) {
+  sql.exec("CREATE TEMPORARY TABLE own (id INT PRIMARY KEY)");
+  expect_error(1146, {.table = "own"});
+}
+
+TEST_F(Refusal, TemporaryTableHidesNoBaseTable) {
+  sql.exec("INSERT INTO t VALUES (1, 1)");
+  sql.exec("CREATE TEMPORARY TABLE t (id INT PRIMARY KEY)");
+  Cursor cursor;
+  EXPECT_EQ(cursor.ints(0), (std::vector<long long>{1}));
+}
+
+TEST_F(Refusal, UnknownIndexReportsNothing) {
+  Cursor cursor({.index = "nothing"});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 0u);
+}
+
+TEST_F(Refusal, MissingIndexName) {
+  for (const char *name : {static_cast<const char *>(nullptr), ""}) {
+    Cursor cursor({.index = name});
+    EXPECT_FALSE(cursor.is_open());
+    EXPECT_EQ(cursor.error, 0u);
+  }
+}
+
+TEST_F(Refusal, OverlongIndexName) {
+  const std::string name(5000, 'k');
+  EXPECT_FALSE(Cursor({.index = name.c_str()}).is_open());
+}
+
+TEST_F(Refusal, TableWithoutIndexes) {
+  sql.exec("CREATE TABLE heap (id INT)");
+  Cursor cursor({.table = "heap"});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 0u);
+}
+
+TEST_F(Refusal, FulltextIndex) {
+  sql.exec("CREATE TABLE f (id INT PRIMARY KEY, x TEXT, FULLTEXT KEY words (x))");
+  expect_error(1178, {.table = "f", .index = "words"});
+}
+
+TEST_F(Refusal, SpatialIndex) {
+  sql.exec("CREATE TABLE g (id INT PRIMARY KEY,"
+           " p POINT NOT NULL SRID 4326, SPATIAL KEY places (p))");
+  expect_error(1178, {.table = "g", .index = "places"});
+}
+
+TEST_F(Refusal, MissingNames) {
+  expect_error(1102, {.db = nullptr});
+  expect_error(1102, {.db = ""});
+  expect_error(1103, {.table = nullptr});
+  expect_error(1103, {.table = ""});
+}
+
+TEST_F(Refusal, OverlongNames) {
+  const std::string name(65, 'n'), huge(100000, 'n');
+  EXPECT_FALSE(Cursor({.db = name.c_str()}).is_open());
+  EXPECT_FALSE(Cursor({.table = name.c_str()}).is_open());
+  expect_error(1102, {.db = huge.c_str()});
+  expect_error(1103, {.table = huge.c_str()});
+}
+
+TEST_F(Refusal, LongestNames) {
+  const std::string name(64, 'n');
+  sql.exec("CREATE TABLE " + name + " (id INT PRIMARY KEY)");
+  EXPECT_TRUE(Cursor({.table = name.c_str()}).is_open());
+  sql.exec("DROP TABLE " + name);
+  expect_error(1146, {.table = name.c_str()});
+  expect_error(1049, {.db = name.c_str()});
+}
+
+TEST_F(Refusal, OddNames) {
+  for (const char *name : {"../t", "a/b", "t;DROP", "\xff\xfe", ".", "`t`", "%s%n"})
+    EXPECT_FALSE(Cursor({.table = name}).is_open()) << name;
+}
+
+TEST_F(Refusal, NamesOfManyKinds) {
+  for (const char *name : {"a b", "t`q", "\u00e9t\u00e9", "select", "a.b", "x/y"}) {
+    std::string quoted;
+    for (const char *c = name; *c; ++c) quoted += *c == '`' ? "``" : std::string(1, *c);
+    sql.exec("CREATE TABLE `" + quoted + "` (id INT PRIMARY KEY)");
+    Cursor cursor({.table = name});
+    EXPECT_TRUE(cursor.is_open()) << name << cursor.message;
+    EXPECT_FALSE(cursor.set_range());
+    EXPECT_EQ(cursor.index_columns().size(), 3u) << name;
+  }
+}
+
+TEST_F(Refusal, MessageHasAtMost512Bytes) {
+  const std::string db(64, 'd'), table(64, 't');
+  char message[600];
+  memset(message, '#', sizeof message);
+  unsigned int error;
+  EXPECT_EQ(open_index_cursor(db.c_str(), table.c_str(), "PRIMARY", false, 0, 5,
+                              &error, message),
+            0u);
+  EXPECT_EQ(error, 1049u);
+  EXPECT_LT(strnlen(message, sizeof message), 512u);
+  EXPECT_EQ(std::string(message + 512, 88), std::string(88, '#'));
+}
+
+TEST_F(Refusal, NothingIsLeftOpen) {
+  const int64_t before = count("metadata_locks WHERE object_schema = 'db'");
+  sql.exec("CREATE VIEW v AS SELECT * FROM t");
+  sql.exec("CREATE TABLE m (id INT PRIMARY KEY) ENGINE = MyISAM");
+  EXPECT_FALSE(Cursor({.table = "nothing"}).is_open());
+  EXPECT_FALSE(Cursor({.db = "nowhere"}).is_open());
+  EXPECT_FALSE(Cursor({.table = "v"}).is_open());
+  EXPECT_FALSE(Cursor({.table = "m"}).is_open());
+  EXPECT_FALSE(Cursor({.index = "nothing"}).is_open());
+  EXPECT_EQ(count("metadata_locks WHERE object_schema = 'db'"), before);
+  // A lock that was left would hold these up.
+  sql.exec("SET lock_wait_timeout = 2");
+  sql.exec("DROP TABLE m");
+  sql.exec("DROP VIEW v");
+  sql.exec("ALTER TABLE t ADD COLUMN z INT");
+}
+
+// The second one is served by the session that the failed first one gave back.
+TEST_F(Refusal, ErrorIsNotTheOneOfTheOpeningBefore) {
+  EXPECT_EQ(Cursor({.table = "nothing"}).error, 1146u);
+  EXPECT_EQ(Cursor({.index = "nothing"}).error, 0u);
+  EXPECT_EQ(Cursor({.db = "nowhere"}).error, 1049u);
+  EXPECT_EQ(Cursor().error, 0u);
+}
+
+TEST_F(Refusal, IndexNewerThanTheSnapshot) {
+  Client donor;
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("INSERT INTO t VALUES (1, 1)");
+  sql.exec("ALTER TABLE t ADD KEY later (a), ALGORITHM = INPLACE");
+  Cursor cursor({.index = "later", .donor = donor.id()});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 1412u);
+}
+
+class Locked_table : public Refusal {
+ protected:
+  /** Have the pool hand out next a session that waits so long for metadata
+      locks. @return the session */
+  static void *wait_for_locks(int seconds) {
+    Cursor cursor({.timeout = seconds});
+    void *session = current_session();
+    EXPECT_EQ(lock_wait_timeout(session),
+              static_cast<unsigned long>(static_cast<long>(seconds)));
+    return session;
+  }
+
+  static bool waits(void *session) {
+    return wait_until([session] {
+      return session_state(session) == "Waiting for table metadata lock";
+    });
+  }
+
+  Client locker;
+};
+
+TEST_F(Locked_table, WaitEndsWithTheTimeout) {
+  wait_for_locks(1);
+  locker.exec("LOCK TABLES db.t WRITE");
+  expect_error(1205, {});
+}
+
+TEST_F(Locked_table, NoWaitWithATimeoutOfZero) {
+  wait_for_locks(0);
+  locker.exec("LOCK TABLES db.t WRITE");
+  expect_error(1205, {});
+}
+
+TEST_F(Locked_table, FailedOpeningLeavesTheTimeoutOfTheSession) {
+  wait_for_locks(0);
+  locker.exec("LOCK TABLES db.t WRITE");
+  expect_error(1205, {.timeout = 1000});
+  expect_error(1205, {.timeout = 1000});
+}
+
+TEST_F(Locked_table, NegativeTimeoutWaitsUntilTheLockIsGone) {
+  void *session = wait_for_locks(-1);
+  locker.exec("LOCK TABLES db.t WRITE");
+  std::future<void> opening = on_own_thread([] {
+    Cursor cursor;
+    EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
+  });
+  EXPECT_TRUE(waits(session));
+  EXPECT_EQ(opening.wait_for(std::chrono::seconds(0)),
+            std::future_status::timeout);
+  locker.exec("UNLOCK TABLES");
+}
+
+TEST_F(Locked_table, LongTimeoutWaitsUntilTheLockIsGone) {
+  void *session = wait_for_locks(1000);
+  locker.exec("LOCK TABLES db.t WRITE");
+  std::future<void> opening = on_own_thread([] {
+    Cursor cursor;
+    EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
+  });
+  EXPECT_TRUE(waits(session));
+  locker.exec("UNLOCK TABLES");
+}
+
+TEST_F(Locked_table, KillEndsTheWait) {
+  void *session = wait_for_locks(1000);
+  locker.exec("LOCK TABLES db.t WRITE");
+  std::future<void> opening = on_own_thread([this] { expect_error(1317, {}); });
+  EXPECT_TRUE(waits(session));
+  kill_session(session);
+  opening.get();
+  locker.exec("UNLOCK TABLES");
+  // The session serves again.
+  EXPECT_TRUE(Cursor().is_open());
+  EXPECT_EQ(current_session(), session);
+}
+
+TEST_F(Locked_table, ReadLockOfAnotherSessionIsNoHindrance) {
+  wait_for_locks(1);
+  locker.exec("LOCK TABLES db.t READ");
+  EXPECT_TRUE(Cursor().is_open());
+}
+
+TEST_F(Locked_table, RowLocksAreNoHindrance) {
+  sql.exec("INSERT INTO t VALUES (1, 1)");
+  locker.exec("BEGIN");
+  locker.exec("UPDATE db.t SET a = 2");
+  EXPECT_EQ(Cursor().ints(1), (std::vector<long long>{1}));
+}
+
+// The cursor's own lock: the definition stays while it is open.
+TEST_F(Locked_table, DefinitionWaitsForTheCursor) {
+  Cursor cursor;
+  std::future<Reply> change = locker.send("ALTER TABLE db.t ADD COLUMN z INT");
+  EXPECT_TRUE(wait_for_state("Waiting for table metadata lock"));
+  EXPECT_EQ(change.wait_for(std::chrono::seconds(0)),
+            std::future_status::timeout);
+  cursor.close();
+  EXPECT_EQ(change.get().error, 0u);
+}
+
+TEST_F(Locked_table, TableGoneWhileWaiting) {
+  void *session = wait_for_locks(1000);
+  locker.exec("LOCK TABLES db.t WRITE");
+  std::future<void> opening = on_own_thread([this] { expect_error(1146, {}); });
+  EXPECT_TRUE(waits(session));
+  locker.exec("DROP TABLE db.t");
+  locker.exec("UNLOCK TABLES");
+}
+
+}  // namespace

@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# The server of the embedder's cases.
+#   embedder.sh up DIR                  start it afresh, with both plug-ins
+#   embedder.sh case DIR SUITE.CASE     run a case in it
+#   embedder.sh compare_list DIR FILE   whether FILE names all cases that it has
+#   embedder.sh down DIR                stop it
+set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+command=$1
+run=$2
+
+start() { server start "$run" -- "${fast_options[@]}" >/dev/null; }
+
+up() {
+  server kill "$run" >/dev/null
+  rm -rf "$run"
+  mkdir -p "$run"
+  start || fail "the server did not start"
+  sql "$run" "
+    INSTALL PLUGIN morvena_sn_test SONAME 'morvena_sn_test.so';
+    CREATE FUNCTION morvena_test RETURNS STRING SONAME 'morvena_sn_test.so'" ||
+    fail "the cases are not loaded"
+}
+
+# A server that a case took down, or that still runs a case given up.
+restart() {
+  server kill "$run" >/dev/null
+  start || fail "the server did not start again"
+}
+
+case_() {
+  local answer code
+  server status "$run" >/dev/null || restart
+  mark_log "$run"
+  answer=$(TIMEOUT=100 sql "$run" "SELECT morvena_test('$1')" 2>&1)
+  code=$?
+  [[ $code = 0 && $answer = PASS ]] && exit 0
+  printf '%s\n' "$answer"
+  if [[ $code = 124 ]]; then
+    echo "the case did not end" >&2
+    sql "$run" "SHOW FULL PROCESSLIST" >&2
+  fi
+  if [[ $code != 0 ]]; then
+    log_since_mark "$run" | tail -n 60 >&2
+    restart
+  fi
+  exit 1
+}
+
+compare_list() {
+  local listed
+  listed=$(sql "$run" "SELECT morvena_test('--list')" | grep . | sort)
+  diff <(grep . "$1" | sort) <(printf '%s\n' "$listed") ||
+    fail "the cases of the sources (<) differ from those compiled (>)"
+}
+
+down() {
+  mark_log "$run"
+  server stop "$run" || fail "the server did not stop"
+  expect_clean_end "$run"
+  ! grep -E "$crash_words" "$run/mysqld.err" ||
+    fail "$run/mysqld.err tells of a crash"
+}
+
+case $command in
+  up | down) $command ;;
+  case) case_ "$3" ;;
+  compare_list) compare_list "$3" ;;
+esac

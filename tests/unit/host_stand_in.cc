@@ -1,0 +1,36 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+#include "host_stand_in.h"
+
+#include "univ.i"
+
+#include "gtest/gtest.h"
+#include "my_thread.h"
+#include "ut0dbg.h"
+
+std::atomic<int> threads_set_up{0};
+std::atomic<int> threads_ever_set_up{0};
+
+bool my_thread_init() {
+  ++threads_set_up;
+  ++threads_ever_set_up;
+  return false;
+}
+
+void my_thread_end() { --threads_set_up; }
+
+[[noreturn]] void ut_dbg_assertion_failed(const char *expr, const char *,
+                                          uint64_t) {
+  throw Assertion(expr);
+}
+
+int main(int argc, char **argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

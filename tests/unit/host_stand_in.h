@@ -1,0 +1,30 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file host_stand_in.h
+  What the pool asks of the server, counted.
+*/
+
+#ifndef MORVENA_SN_TESTS_HOST_STAND_IN_H
+#define MORVENA_SN_TESTS_HOST_STAND_IN_H
+
+#include <atomic>
+#include <stdexcept>
+
+/** Threads that were set up and not yet taken down. */
+extern std::atomic<int> threads_set_up;
+/** Threads that were ever set up. */
+extern std::atomic<int> threads_ever_set_up;
+
+/** An InnoDB assertion, which would stop a server. */
+struct Assertion : std::logic_error {
+  using std::logic_error::logic_error;
+};
+
+#endif  // MORVENA_SN_TESTS_HOST_STAND_IN_H

@@ -1,0 +1,239 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+#include "gtest/gtest.h"
+#include "host_stand_in.h"
+#include "innodb_api/pool.h"
+
+#include <chrono>
+#include <functional>
+#include <latch>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Threads = ThreadPool;
+using Futures = std::vector<std::future<void>>;
+
+bool wait_until(const std::function<bool()> &reached) {
+  const auto give_up =
+      std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!reached()) {
+    if (std::chrono::steady_clock::now() > give_up) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+/** Keeps the threads that wait for it until it opens. */
+class Gate {
+ public:
+  Gate() : opened_(open_.get_future()) {}
+  void pass() const { opened_.wait(); }
+  void open() { open_.set_value(); }
+
+ private:
+  std::promise<void> open_;
+  std::shared_future<void> opened_;
+};
+
+/** Occupies every worker of the pool; the futures end when the gate opens. */
+Futures occupy_workers(Threads *pool, const Gate &gate) {
+  Futures busy;
+  for (size_t i = 0; i < Threads::n_workers; ++i)
+    busy.push_back(pool->submit([&gate] { gate.pass(); }));
+  EXPECT_TRUE(wait_until([&] { return pool->n_idle() == 0; }));
+  return busy;
+}
+
+/** A running pool, gone afterwards with every thread it made. */
+class Pool : public testing::Test {
+ protected:
+  Pool() {
+    threads_ever_set_up = 0;
+    Threads::initialize();
+    pool = Threads::get_instance();
+  }
+  ~Pool() override {
+    Threads::shutdown();
+    EXPECT_TRUE(wait_until([] { return threads_set_up == 0; }));
+  }
+
+  Threads *pool;
+};
+
+TEST(Pool_life, NoneBeforeInitialize) {
+  EXPECT_EQ(Threads::get_instance(), nullptr);
+}
+
+TEST(Pool_life, ShutdownWithoutAPoolDoesNothing) {
+  Threads::shutdown();
+  EXPECT_EQ(Threads::get_instance(), nullptr);
+}
+
+TEST_F(Pool, HasThirtyTwoWorkersThatAreIdle) {
+  EXPECT_EQ(pool->n_idle(), 32u);
+  EXPECT_TRUE(wait_until([] { return threads_set_up == 32; }));
+}
+
+TEST_F(Pool, SecondInitializeKeepsThePool) {
+  Threads::initialize();
+  EXPECT_EQ(Threads::get_instance(), pool);
+  EXPECT_TRUE(wait_until([] { return threads_set_up == 32; }));
+  EXPECT_EQ(threads_ever_set_up, 32);
+}
+
+TEST_F(Pool, ShutdownEndsEveryWorker) {
+  Threads::shutdown();
+  EXPECT_EQ(Threads::get_instance(), nullptr);
+  EXPECT_EQ(threads_ever_set_up, 32);
+  EXPECT_EQ(threads_set_up, 0);
+}
+
+TEST_F(Pool, SecondShutdownDoesNothing) {
+  Threads::shutdown();
+  Threads::shutdown();
+  EXPECT_EQ(Threads::get_instance(), nullptr);
+}
+
+TEST_F(Pool, CanBeStartedAgain) {
+  Threads::shutdown();
+  Threads::initialize();
+  EXPECT_EQ(Threads::get_instance()->submit([] { return 7; }).get(), 7);
+}
+
+TEST_F(Pool, AnswersWithTheTasksResult) {
+  EXPECT_EQ(pool->submit([] { return std::string("done"); }).get(), "done");
+}
+
+TEST_F(Pool, TaskMayOwnWhatCannotBeCopied) {
+  auto value = std::make_unique<int>(5);
+  auto task = [owned = std::move(value)] { return *owned; };
+  EXPECT_EQ(pool->submit(std::move(task)).get(), 5);
+}
+
+TEST_F(Pool, TaskRunsOnAThreadOfThePool) {
+  EXPECT_NE(pool->submit([] { return std::this_thread::get_id(); }).get(),
+            std::this_thread::get_id());
+}
+
+TEST_F(Pool, ExceptionStaysInTheFuture) {
+  auto failed = pool->submit([] { throw std::runtime_error("torn"); });
+  EXPECT_THROW(failed.get(), std::runtime_error);
+}
+
+TEST_F(Pool, WorkerOutlivesAnException) {
+  for (int i = 0; i < 100; ++i) {
+    auto failed = pool->submit([] { throw 1; });
+    failed.wait();
+  }
+  EXPECT_TRUE(wait_until([&] { return pool->n_idle() == 32; }));
+  EXPECT_EQ(pool->submit([] { return 3; }).get(), 3);
+}
+
+TEST_F(Pool, WorkersRunAtTheSameTime) {
+  std::latch all_run(32);
+  Futures tasks;
+  for (int i = 0; i < 32; ++i)
+    tasks.push_back(pool->submit([&] { all_run.arrive_and_wait(); }));
+  for (auto &task : tasks)
+    ASSERT_EQ(task.wait_for(std::chrono::seconds(30)),
+              std::future_status::ready);
+}
+
+TEST_F(Pool, TaskWithoutAnIdleWorkerGetsAThreadOfItsOwn) {
+  Gate gate;
+  Futures busy = occupy_workers(pool, gate);
+  auto extra = pool->submit([] { return threads_set_up.load(); });
+  // The workers are held until after the answer.
+  EXPECT_EQ(extra.get(), 33);
+  EXPECT_EQ(pool->n_idle(), 0u);
+  gate.open();
+}
+
+TEST_F(Pool, WorkersAreReusedAfterABusyTime) {
+  Gate gate;
+  Futures busy = occupy_workers(pool, gate);
+  gate.open();
+  for (auto &task : busy) task.get();
+  EXPECT_TRUE(wait_until([&] { return pool->n_idle() == 32; }));
+  const int before = threads_ever_set_up;
+  pool->submit([] {}).get();
+  EXPECT_EQ(threads_ever_set_up, before);
+}
+
+// A task that a leaving worker dropped would break its promise.
+TEST_F(Pool, QueuedTasksRunThoughThePoolStops) {
+  std::atomic<int> runs{0};
+  Futures tasks;
+  for (int i = 0; i < 5000; ++i)
+    tasks.push_back(pool->submit([&] { ++runs; }));
+  Threads::shutdown();
+  for (auto &task : tasks) EXPECT_NO_THROW(task.get());
+  EXPECT_EQ(runs, 5000);
+}
+
+TEST_F(Pool, DestroysATaskOnceItHasRun) {
+  auto alive = std::make_shared<int>(1);
+  std::weak_ptr<int> watch = alive;
+  auto done = pool->submit([alive] { return *alive; });
+  alive.reset();
+  EXPECT_EQ(done.get(), 1);
+  done = {};
+  EXPECT_TRUE(wait_until([&] { return watch.expired(); }));
+}
+
+TEST_F(Pool, ManyThreadsSubmitAtOnce) {
+  std::atomic<int> runs{0};
+  std::vector<std::thread> clients;
+  for (int i = 0; i < 8; ++i) {
+    clients.emplace_back([&] {
+      for (int j = 0; j < 500; ++j) pool->submit([&] { ++runs; }).get();
+    });
+  }
+  for (auto &client : clients) client.join();
+  EXPECT_EQ(runs, 8 * 500);
+}
+
+TEST(Pool_stopping, QueueRefusesATask) {
+  Threads::initialize();
+  Threads *pool = Threads::get_instance();
+  Gate gate;
+  ASSERT_TRUE(wait_until([] { return threads_set_up == 32; }));
+  auto held = pool->submit([&gate] { gate.pass(); });
+  ASSERT_TRUE(wait_until([&] { return pool->n_idle() == 31; }));
+  std::thread stopper([] { Threads::shutdown(); });
+  // The other workers leave once the pool stops; the held one keeps it alive.
+  ASSERT_TRUE(wait_until([] { return threads_set_up == 1; }));
+  try {
+    pool->submit([] {});
+    ADD_FAILURE() << "the task was taken";
+  } catch (const std::runtime_error &error) {
+    EXPECT_STREQ(error.what(), "ThreadPool has been stopped.");
+  }
+  gate.open();
+  stopper.join();
+}
+
+TEST(Pool_stopping, TaskWithoutAnIdleWorkerStillRuns) {
+  Threads::initialize();
+  Threads *pool = Threads::get_instance();
+  Gate gate;
+  Futures busy = occupy_workers(pool, gate);
+  std::thread stopper([] { Threads::shutdown(); });
+  EXPECT_EQ(pool->submit([] { return 9; }).get(), 9);
+  gate.open();
+  stopper.join();
+  EXPECT_TRUE(wait_until([] { return threads_set_up == 0; }));
+}
+
+}  // namespace

@@ -1,0 +1,93 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+#include "temporal.h"
+
+#include "gtest/gtest.h"
+
+namespace {
+
+bool is_leap(int year) {
+  return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+int days_in(int year, int month) {
+  if (month == 2) return is_leap(year) ? 29 : 28;
+  return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
+}
+
+TEST(Julian_day, EpochIsDay2451545) {
+  EXPECT_EQ(mysql_time2jd(2000, 1, 1), 2451545);
+}
+
+// 4713-11-24 BC of the Gregorian calendar is day 0; this is the first day of AD.
+TEST(Julian_day, FirstDayOfOurEra) {
+  EXPECT_EQ(mysql_time2jd(1, 1, 1), 1721426);
+}
+
+TEST(Julian_day, EachDayFollowsTheOneBefore) {
+  int expected = 1721426;
+  for (int year = 1; year <= 9999; ++year)
+    for (int month = 1; month <= 12; ++month)
+      for (int day = 1; day <= days_in(year, month); ++day, ++expected)
+        ASSERT_EQ(mysql_time2jd(year, month, day), expected)
+            << year << '-' << month << '-' << day;
+}
+
+TEST(Days_since_epoch, EpochIsZero) { EXPECT_EQ(days_since_epoch(2000, 1, 1), 0); }
+
+TEST(Days_since_epoch, DayBeforeTheEpochIsMinusOne) {
+  EXPECT_EQ(days_since_epoch(1999, 12, 31), -1);
+}
+
+TEST(Days_since_epoch, UnixEpoch) {
+  EXPECT_EQ(days_since_epoch(1970, 1, 1), -10957);
+}
+
+TEST(Days_since_epoch, LeapDay) {
+  EXPECT_EQ(days_since_epoch(2024, 2, 29), 8825);
+}
+
+TEST(Days_since_epoch, LastDay) {
+  EXPECT_EQ(days_since_epoch(9999, 12, 31), 2921939);
+}
+
+TEST(Days_since_epoch, FirstDay) {
+  EXPECT_EQ(days_since_epoch(1, 1, 1), -730119);
+}
+
+TEST(Days_since_epoch, ZeroDate) {
+  EXPECT_EQ(days_since_epoch(0, 0, 0), -730517);
+}
+
+TEST(Time_of_day, UnitsAddUp) {
+  EXPECT_EQ(mysql_time2time(1, 2, 3, 4, false),
+            3600000000 + 2 * 60000000 + 3 * 1000000 + 4);
+}
+
+TEST(Time_of_day, NegativeFractionKeepsItsSign) {
+  EXPECT_EQ(mysql_time2time(0, 0, 1, 500000, true), -1500000);
+}
+
+TEST(Time_of_day, HoursBeyondADayAreKept) {
+  EXPECT_EQ(mysql_time2time(838, 59, 59, 0, false), 3020399000000);
+}
+
+TEST(Time_of_day, LongestNegativeDuration) {
+  EXPECT_EQ(mysql_time2time(838, 59, 59, 0, true), -3020399000000);
+}
+
+TEST(Decimal_words, NineDigitsAWordRoundedUp) {
+  EXPECT_EQ(ROUND_UP(0), 0);
+  EXPECT_EQ(ROUND_UP(1), 1);
+  EXPECT_EQ(ROUND_UP(9), 1);
+  EXPECT_EQ(ROUND_UP(10), 2);
+  EXPECT_EQ(ROUND_UP(65), 8);
+}
+
+}  // namespace
