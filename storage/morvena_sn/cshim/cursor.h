@@ -102,7 +102,8 @@ extern "C" {
            buffer holds
 
   A value is converted by the column's own rules: text that is too long is cut,
-  a number out of range is clamped.
+  a number out of range is clamped, an impossible MYSQL_TIME is the column's
+  zero.
 */
 typedef struct field_arg {
   uint32_t num_arg; /**< number of leading key parts given */
@@ -121,17 +122,21 @@ typedef struct field_arg {
   @retval true   stop the whole read, which then answers false
 
   Lifetime: the batch and every value read from it, until this call returns.
-  Threads:  runs on worker threads, several at a time with different handles, or
-            on the calling thread; one call at a time for each worker. The
-  thread has a session of its own (current_thd). Holds:    its worker holds a
-  leaf page of the index, shared, and the read holds the index's latch. It must
-  not wait for anything that needs them: statements that write to the table, on
-  this thread or on another that it waits for. It must not open, close or
-  advance the read's own handle. A writer that needs the whole index (one that
-  stores a value over several pages) waits until the read is over, and other
-            statements on the index behind it; the server ends itself when that
-            takes longer than its limit for latch waits, ten minutes. Copy what
-            is needed, and return.
+  Threads:  runs on worker threads, several at a time with different handles,
+            or on the calling thread; one call at a time for each worker. The
+            thread has a session of its own (current_thd).
+  Holds:    its worker holds a leaf page of the index, shared (and, when the
+            read fetches rows for a secondary index, one of the clustered
+            index), and the read holds the index's latch. It must not wait for
+            anything that needs them: statements that write to the table, on
+            this thread or on another that it waits for. It must not open,
+            close or advance the read's own handle. A writer that needs the
+            whole index (one that stores a value over several pages) waits
+            until the read is over, and other statements on the index behind
+            it; the server ends itself when that takes longer than its limit
+            for latch waits, ten minutes. Copy what is needed, and return: a
+            callback that never returns keeps all of them waiting for ever.
+
   An exception that leaves it ends the read like a true.
 */
 typedef bool (*Parallel_load_func)(uint64_t handle, uint64_t thread_id,
@@ -195,9 +200,8 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
                  temporary tables belong to their session and are not found.
   @param index_name  the index, in any case; the primary key's name is PRIMARY.
                  Of names that differ only in case the first in the table wins.
-  @param index_only  read only the index's own columns, from the index alone.
-                 A column of which the index holds a prefix reads as that
-                 prefix; other columns have no defined value.
+  @param index_only  read only the index's own columns, from the index alone
+                 where it holds them whole; other columns have no defined value
   @param snapshot_donor  connection id of the session whose snapshot is read,
                  0 for a snapshot of the cursor's own
   @param timeout_sec  how long to wait for table locks, seconds; negative: as
@@ -444,6 +448,9 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   key order within each worker's sequence of units, in no order overall. The
   cursor's own position is neither used nor moved. After a read with two workers
   or more, standard output has one line for each worker with its count.
+
+  A column of which the index holds a prefix reads as that prefix in an
+  index-only read.
 
   Exact reads: of the primary key, and of a secondary index by an index-only
   cursor. They deliver each row that the snapshot sees exactly once, whatever

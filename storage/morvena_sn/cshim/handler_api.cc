@@ -43,6 +43,33 @@ bool has_key_order(const KEY *key) {
   return true;
 }
 
+// A virtual column is computed from others, which must be read then.
+void mark_base_columns(TABLE *table) {
+  for (Field **field = table->field; *field != nullptr; ++field) {
+    if ((*field)->is_virtual_gcol() &&
+        bitmap_is_set(table->read_set, (*field)->field_index())) {
+      table->mark_gcol_in_maps(*field);
+    }
+  }
+}
+
+// The row buffer's key is compared with the bounds, and the rows of partitions
+// are merged by it, whatever the caller reads. The write set has the handler
+// fetch a column without giving it to the caller; a virtual one has to be read.
+void mark_key_columns(TABLE *table, const KEY *key) {
+  const uint n_parts = table->part_info != nullptr
+                           ? key->actual_key_parts
+                           : key->user_defined_key_parts;
+  for (uint i = 0; i < n_parts; ++i) {
+    const Field *field = key->key_part[i].field;
+    bitmap_set_bit(table->write_set, field->field_index());
+    if (field->is_virtual_gcol()) {
+      bitmap_set_bit(table->read_set, field->field_index());
+    }
+  }
+  mark_base_columns(table);
+}
+
 // Refused for an index that is corrupt, or newer than the snapshot and so
 // without its rows.
 bool start_index_scan(TABLE *table, const KEY *key) {
@@ -74,6 +101,7 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   // Keys are built in the row buffer, which a freshly opened table leaves as
   // the allocator gave it.
   restore_record(table, s->default_values);
+  mark_key_columns(table, key);
   if (!start_index_scan(table, key)) return nullptr;
   set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
@@ -116,4 +144,5 @@ uint32_t IndexCursor::get_col_fieldnr(const char *name) {
 
 void IndexCursor::set_readset(size_t ncols, const uint32_t *fields) {
   CommonApi::set_readset(table_, ncols, fields);
+  mark_key_columns(table(), key());
 }

@@ -66,8 +66,6 @@
 #include "my_temporal.h"
 #endif
 
-#include <algorithm>
-
 #include "temporal.h"
 
 namespace host {
@@ -108,32 +106,42 @@ inline void store_timestamp(Field *field, const timeval &value) {
 #endif
 }
 
+// The host's conversions take only what a date, a time or a datetime can be;
+// the rest is a fault in debug builds.
+inline bool is_possible(const MYSQL_TIME &value) {
+  const bool has_kind = value.time_type == MYSQL_TIMESTAMP_DATE ||
+                        value.time_type == MYSQL_TIMESTAMP_TIME ||
+                        value.time_type == MYSQL_TIMESTAMP_DATETIME ||
+                        value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
+  const uint max_hour = value.time_type == MYSQL_TIMESTAMP_TIME ? 838 : 23;
+  return has_kind && value.year <= 9999 && value.month <= 12 &&
+         value.day <= 31 && value.hour <= max_hour && value.minute <= 59 &&
+         value.second <= 59 && value.second_part <= 999999;
+}
+
 // 8.0 stores a MYSQL_TIME of every kind. 9.7 takes datetimes only and turns a
-// date into the zero date; dates and times have calls of their own there.
+// date into the zero date; dates and times have calls of their own there. What
+// is impossible is stored as the column's zero.
 inline void store_time(Field *field, const MYSQL_TIME &value) {
+  if (!is_possible(value)) {
+    field->reset();
+    return;
+  }
   MYSQL_TIME copy = value;
 #if HOST_HAS_TIME_VAL
-  switch (value.time_type) {
-    case MYSQL_TIMESTAMP_DATE:
-      copy.hour = copy.minute = copy.second = 0;
-      copy.second_part = 0;
-      copy.neg = false;
-      if (is_temporal_type_with_date(field->type())) {
-        copy.time_type = MYSQL_TIMESTAMP_DATETIME;
-        field->store_time(&copy, 0);
-      } else {
-        field->store_date(Date_val(copy));
-      }
+  if (value.time_type == MYSQL_TIMESTAMP_TIME) {
+    field->store_time(Time_val(value), 0);
+    return;
+  }
+  if (value.time_type == MYSQL_TIMESTAMP_DATE) {
+    copy.hour = copy.minute = copy.second = 0;
+    copy.second_part = 0;
+    copy.neg = false;
+    if (!is_temporal_type_with_date(field->type())) {
+      field->store_date(Date_val(copy));
       return;
-    case MYSQL_TIMESTAMP_TIME:
-      field->store_time(
-          Time_val(value.neg, std::min(value.hour, 838U),
-                   std::min(value.minute, 59U), std::min(value.second, 59U),
-                   std::min(value.second_part, 999999UL)),
-          0);
-      return;
-    default:
-      break;
+    }
+    copy.time_type = MYSQL_TIMESTAMP_DATETIME;
   }
 #endif
   field->store_time(&copy, 0);

@@ -16,6 +16,7 @@
 // last client session has ended, when nobody but a forgetful embedder uses a
 // cursor.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -39,7 +40,7 @@ constexpr auto drain_limit = 8s;
 std::vector<Shutdown_observer_func> shutdown_cbs;  // under the observer mutex
 bool registered = false;                           // under the observer mutex
 
-bool guard_registered = false;                // under the observer mutex
+std::atomic<bool> guard_registered{false};
 std::atomic<plugin_ref> own_plugin{nullptr};  // locked while the system runs
 std::atomic<bool> innodb_stops{false};        // set once, by the guard
 std::atomic<void (*)()> last_cleanup{nullptr};
@@ -95,36 +96,37 @@ Server_state_observer guard = {
 
 static_assert(sizeof(Server_state_observer) == 64);
 
-// Our own plug-in owns the guard and is kept loaded while the system runs. It
-// is not found where an embedder linked the static library; the owner is then
-// the plug-in that the embedder names.
+// Our own plug-in owns the guard and is kept loaded while the system runs. It is
+// not found where an embedder linked the static library; the owner is then the
+// plug-in that the embedder names. No mutex of ours is held: the server calls the
+// shutdown functions, which take one, with its list of observers locked.
 void register_guard(void *fallback_owner) {
-  if (own_plugin == nullptr) {
+  if (own_plugin.load() == nullptr) {
     const LEX_CSTRING name{STRING_WITH_LEN(MORVENA_SN_PLUGIN_NAME)};
-    own_plugin =
+    const plugin_ref found =
         plugin_lock_by_name(nullptr, name, MYSQL_STORAGE_ENGINE_PLUGIN);
+    plugin_ref none = nullptr;
+    if (found != nullptr && !own_plugin.compare_exchange_strong(none, found)) {
+      plugin_unlock(nullptr, found);
+    }
   }
-  if (guard_registered) return;
   const plugin_ref self = own_plugin;
   void *owner = self != nullptr ? plugin_ref_to_int(self) : fallback_owner;
-  if (owner == nullptr) return;
-  guard_registered = register_server_state_observer(&guard, owner) == 0;
+  if (owner == nullptr || guard_registered.exchange(true)) return;
+  register_server_state_observer(&guard, owner);
 }
 
 }  // namespace
 
 void release_shutdown_guard() {
-  const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
   // The owner is not looked at when an observer is taken off.
-  if (guard_registered) unregister_server_state_observer(&guard, nullptr);
-  guard_registered = false;
+  if (guard_registered.exchange(false)) {
+    unregister_server_state_observer(&guard, nullptr);
+  }
 }
 
 void CommonApi::init_common_api() {
-  {
-    const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
-    register_guard(nullptr);
-  }
+  register_guard(nullptr);
   Thread_pool::initialize();
 }
 
@@ -139,15 +141,17 @@ void CommonApi::deinit_common_api() {
 
 void CommonApi::register_shutdown_observer(void *plugin,
                                            Shutdown_observer_func f) {
-  const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
-  if (std::find(shutdown_cbs.begin(), shutdown_cbs.end(), f) ==
-      shutdown_cbs.end()) {
-    shutdown_cbs.push_back(f);
-  }
-  if (!registered) {
-    // A refusal is not retried: the server refuses for good.
-    register_server_state_observer(&observer, plugin);
-    registered = true;
+  {
+    const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
+    if (std::find(shutdown_cbs.begin(), shutdown_cbs.end(), f) ==
+        shutdown_cbs.end()) {
+      shutdown_cbs.push_back(f);
+    }
+    if (!registered) {
+      // A refusal is not retried: the server refuses for good.
+      register_server_state_observer(&observer, plugin);
+      registered = true;
+    }
   }
   register_guard(plugin);
 }

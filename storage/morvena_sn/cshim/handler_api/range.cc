@@ -54,8 +54,8 @@ void store_value(Field *field, unsigned char type, const void *value,
   }
 }
 
-// Parts beyond the declared ones are ignored: the handler would take the bits of
-// those that InnoDB appends for parts of the image.
+// Parts beyond the declared ones are ignored: the handler would take the bits
+// of those that InnoDB appends for parts of the image.
 key_part_map map_of_leading_parts(uint32_t n_parts, const KEY *key) {
   const uint32_t n = std::min(n_parts, key->user_defined_key_parts);
   return (key_part_map{1} << n) - 1;
@@ -86,9 +86,6 @@ size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
       continue;
     }
     image_bytes += part.store_length;
-    // Also has the handler fetch the column, which the comparisons with the
-    // bounds read from the row.
-    bitmap_set_bit(table()->write_set, field->field_index());
     if (arg->len[i] < 0) {
       field->set_null();
       continue;

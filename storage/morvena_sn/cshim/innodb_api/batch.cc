@@ -169,7 +169,8 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
     // The row will point to it after the page has been let go.
     data = static_cast<byte *>(mem_heap_dup(heap, data, bytes));
   }
-  const ulint sec_field_no =
+  // For the host's debug checks.
+  [[maybe_unused]] const ulint sec_field_no =
       converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
   row_sel_field_store_in_mysql_format(row + templ->mysql_col_offset, templ,
                                       index, column.rec_field_no, data, bytes,
