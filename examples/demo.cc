@@ -29,6 +29,7 @@
 #include <sstream>
 
 #include "cursor.h"
+#include "exact.h"
 #include "mysqld_error.h"
 #include "reader.h"
 #include "udf.h"
@@ -36,7 +37,7 @@
 namespace {
 
 using example::text_of;
-using Wide = __int128;
+using example::Wide;
 
 /** CRC-32 with the reflected polynomial 0xEDB88320, byte by byte. */
 class Crc32 {
@@ -105,41 +106,16 @@ Value read_str(uintptr_t cursor, uint32_t field) {
   return {false, std::string(bytes, size), static_cast<Wide>(size)};
 }
 
-/** All digits of a number below 10^38, without sign. */
-std::string digits_of(Wide number) {
-  std::string digits;
-  do {
-    digits.insert(digits.begin(), static_cast<char>('0' + number % 10));
-    number /= 10;
-  } while (number != 0);
-  return digits;
-}
-
-/** A count of 10^-9 units as a decimal with nine digits of fraction. */
-std::string billionths_text(Wide count) {
-  std::string digits = digits_of(count < 0 ? -count : count);
-  if (digits.size() < 10) digits.insert(0, 10 - digits.size(), '0');
-  digits.insert(digits.size() - 9, ".");
-  return (count < 0 ? "-" : "") + digits;
-}
-
-/**
-  An exact decimal, from its words of nine digits. Takes up to three words in
-  front of the point and one behind it, which is what 128 bits can sum up.
-*/
 Value read_decimal(uintptr_t cursor, uint32_t field) {
   bool negative = false;
   int32_t intg = 0, frac = 0;
   int32_t *words = nullptr;
   if (cursor_read_field_decimal(cursor, field, &negative, &intg, &frac, &words))
     return {true, "", 0};
-  if (intg > 3 || frac > 1) return {false, "too long for this demo", 0};
-  Wide billionths = 0;
-  for (int32_t i = 0; i < intg + frac; ++i)
-    billionths = billionths * 1000000000 + words[i];
-  if (frac == 0) billionths *= 1000000000;
-  if (negative) billionths = -billionths;
-  return {false, billionths_text(billionths), billionths};
+  const std::optional<Wide> billionths =
+      example::billionths_of(negative, intg, frac, words);
+  if (!billionths) return {false, "too long for this demo", 0};
+  return {false, example::billionths_text(*billionths), *billionths};
 }
 
 using Read_function = Value (*)(uintptr_t, uint32_t);
@@ -159,11 +135,7 @@ class Digest {
  public:
   /** "name type,name type"; false: a type that there is no read for. */
   bool set_columns(const std::string &list, std::vector<std::string> *names) {
-    std::istringstream columns(list);
-    for (std::string column; std::getline(columns, column, ',');) {
-      std::istringstream words(column);
-      std::string name, type;
-      words >> name >> type;
+    for (const auto &[name, type] : example::columns_of(list)) {
       names->push_back(name);
       reads_.push_back(read_named(type));
       if (reads_.back() == nullptr) return false;
@@ -189,13 +161,9 @@ class Digest {
     std::string text = std::to_string(rows_) + '\t';
     text += std::to_string(crc_.value());
     for (size_t i = 0; i < sums_.size(); ++i) {
-      const bool negative = sums_[i] < 0;
       text += '\t';
-      if (reads_[i] == read_decimal)
-        text += billionths_text(sums_[i]);
-      else
-        text +=
-            (negative ? "-" : "") + digits_of(negative ? -sums_[i] : sums_[i]);
+      text += reads_[i] == read_decimal ? example::billionths_text(sums_[i])
+                                        : example::number_text(sums_[i]);
     }
     return show ? text + shown_ : text;
   }
@@ -264,14 +232,11 @@ bool morvena_read_init(UDF_INIT *init, UDF_ARGS *args, char *message) {
           init, args, arg_count, message,
           "(database, table, index, columns, low, high, words, donor)"))
     return true;
-  init->max_length = 65535;
-  init->ptr = reinterpret_cast<char *>(new std::string);
+  example::make_text(init);
   return false;
 }
 
-void morvena_read_deinit(UDF_INIT *init) {
-  delete reinterpret_cast<std::string *>(init->ptr);
-}
+void morvena_read_deinit(UDF_INIT *init) { example::drop_text(init); }
 
 char *morvena_read(UDF_INIT *init, UDF_ARGS *args, char *,
                    unsigned long *length, unsigned char *is_null,
@@ -295,10 +260,7 @@ char *morvena_read(UDF_INIT *init, UDF_ARGS *args, char *,
     *error = *is_null = 1;
     return nullptr;
   }
-  auto *result = reinterpret_cast<std::string *>(init->ptr);
-  *result = digest.text(show);
-  *length = result->size();
-  return result->data();
+  return example::give_text(init, digest.text(show), length);
 }
 
 }  // extern "C"

@@ -42,37 +42,27 @@ bool started = false;   // under mu
 bool stopping = false;  // under mu
 int readers = 0;        // under mu
 
-/**
-  Held while a cursor is open. A cursor belongs to one thread at a time, so the
-  clean-up asks the readers to close theirs and waits, instead of closing a
-  cursor under the feet of its reader.
-*/
-class Reading {
- public:
-  Reading() {
-    std::lock_guard<std::mutex> lock(mu);
-    allowed_ = started && !stopping;
-    if (allowed_) ++readers;
-  }
-  ~Reading() {
-    if (!allowed_) return;
-    std::lock_guard<std::mutex> lock(mu);
-    --readers;
-    readers_changed.notify_all();
-  }
-  Reading(const Reading &) = delete;
-  Reading &operator=(const Reading &) = delete;
+}  // namespace
 
-  bool allowed() const { return allowed_; }
+Reading::Reading() {
+  std::lock_guard<std::mutex> lock(mu);
+  allowed_ = started && !stopping;
+  if (allowed_) ++readers;
+}
 
-  bool must_stop() const {
-    std::lock_guard<std::mutex> lock(mu);
-    return stopping;
-  }
+Reading::~Reading() {
+  if (!allowed_) return;
+  std::lock_guard<std::mutex> lock(mu);
+  --readers;
+  readers_changed.notify_all();
+}
 
- private:
-  bool allowed_;
-};
+bool Reading::must_stop() const {
+  std::lock_guard<std::mutex> lock(mu);
+  return stopping;
+}
+
+namespace {
 
 /** Runs on a server thread, once, before the client sessions are ended. */
 void clean_up() {
@@ -101,24 +91,6 @@ struct Cursor {
   Cursor &operator=(const Cursor &) = delete;
 
   const uintptr_t handle;
-};
-
-/** A bound on the first key part, as text: that fits a column of any type. */
-struct Bound {
-  explicit Bound(std::optional<std::string> &text) {
-    if (!text) return;
-    len = static_cast<int32_t>(text->size());
-    value = text->data();
-    given = &arg;
-  }
-  Bound(const Bound &) = delete;
-  Bound &operator=(const Bound &) = delete;
-
-  int32_t len = 0;
-  void *value = nullptr;
-  char type = 3;
-  field_arg arg{1, &len, &value, &type};
-  field_arg *given = nullptr;
 };
 
 }  // namespace

@@ -20,7 +20,31 @@
 #include <string>
 #include <vector>
 
+#include "cursor.h"
+
 namespace example {
+
+/**
+  Held while a cursor is open. A cursor belongs to one thread at a time, so the
+  clean-up asks the readers to close theirs and waits, instead of closing a
+  cursor under the feet of its reader.
+*/
+class Reading {
+ public:
+  Reading();
+  ~Reading();
+  Reading(const Reading &) = delete;
+  Reading &operator=(const Reading &) = delete;
+
+  /** False: the example has not started, or the server shuts down. */
+  bool allowed() const { return allowed_; }
+
+  /** Any thread: true once the reader is to close its cursor. */
+  bool must_stop() const;
+
+ private:
+  bool allowed_;
+};
 
 /** What to read. The bounds are text of the index's first key part. */
 struct Range_read {
@@ -39,6 +63,24 @@ struct Outcome {
   unsigned int error = 0;
   std::string message;
   uint64_t rows = 0;
+};
+
+/** A bound on the first key part, as text: that fits a column of any type. */
+struct Bound {
+  explicit Bound(std::optional<std::string> &text) {
+    if (!text) return;
+    len = static_cast<int32_t>(text->size());
+    value = text->data();
+    given = &arg;
+  }
+  Bound(const Bound &) = delete;
+  Bound &operator=(const Bound &) = delete;
+
+  int32_t len = 0;
+  void *value = nullptr;
+  char type = 3;
+  field_arg arg{1, &len, &value, &type};
+  field_arg *given = nullptr;  ///< null: no bound
 };
 
 /** Called for each row; `fields` are the positions of Range_read::columns. Must

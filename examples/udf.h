@@ -16,7 +16,10 @@
 
 #include <cstdio>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "my_sys.h"
 #include "mysql/udf_registration_types.h"
@@ -44,6 +47,37 @@ inline std::optional<std::string> text_of(const UDF_ARGS *args,
                                           unsigned int i) {
   if (args->args[i] == nullptr) return std::nullopt;
   return std::string(args->args[i], args->lengths[i]);
+}
+
+/** "name type,name type" as pairs; a type that is missing is empty. */
+inline std::vector<std::pair<std::string, std::string>> columns_of(
+    const std::string &list) {
+  std::vector<std::pair<std::string, std::string>> columns;
+  std::istringstream texts(list);
+  for (std::string text; std::getline(texts, text, ',');) {
+    std::istringstream words(text);
+    auto &column = columns.emplace_back();
+    words >> column.first >> column.second;
+  }
+  return columns;
+}
+
+/** For a function that answers with a text of some length, kept in `init`. */
+inline void make_text(UDF_INIT *init) {
+  init->max_length = 65535;
+  init->ptr = reinterpret_cast<char *>(new std::string);
+}
+
+inline void drop_text(UDF_INIT *init) {
+  delete reinterpret_cast<std::string *>(init->ptr);
+}
+
+inline char *give_text(UDF_INIT *init, std::string text,
+                       unsigned long *length) {
+  auto *kept = reinterpret_cast<std::string *>(init->ptr);
+  *kept = std::move(text);
+  *length = kept->size();
+  return kept->data();
 }
 
 /** Raises what went wrong in the client's session, which must be in place. */

@@ -9,25 +9,14 @@ is a scratch one: it gets a schema "demo" and the example's plug-in.
 """
 
 import datetime
-import subprocess
 import sys
-import time
 from decimal import Decimal
 
 import demo_packages
+import demo_parallel
+from demo_session import AS_READ, Session, timed
 
-END = "-- end of answer --"
 EPOCH = datetime.datetime(2000, 1, 1)
-
-# What SQL says to get what the plug-in's read of that type gives.
-AS_READ = {
-    "int": "{0}",
-    "str": "{0}",
-    "decimal": "CAST({0} AS DECIMAL(38,9))",
-    "date": "DATEDIFF({0}, '2000-01-01')",
-    "time": "TIME_TO_SEC({0}) * 1000000 + MICROSECOND({0})",
-    "datetime": "TIMESTAMPDIFF(MICROSECOND, '2000-01-01', {0})",
-}
 
 # The columns that show_types() reads, and how.
 TYPED = [
@@ -38,38 +27,6 @@ TYPED = [
     ("fetch_time", "time"),
     ("fetched_at", "datetime"),
 ]
-
-
-class Session:
-    """A client connection that stays open, one statement after the other."""
-
-    def __init__(self, client, socket):
-        command = [client, "--no-defaults", "--socket=" + socket, "--user=root"]
-        command += ["--batch", "--raw", "--skip-column-names", "--unbuffered"]
-        command += ["--default-character-set=utf8mb4"]
-        self.process = subprocess.Popen(
-            command,
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-            encoding="utf-8",
-        )
-        self.id = int(self.run("SELECT CONNECTION_ID()")[0])
-
-    def run(self, sql):
-        """The answer's lines; a statement that fails ends the demo."""
-        self.process.stdin.write(f"{sql};\nSELECT '{END}';\n")
-        self.process.stdin.flush()
-        lines = []
-        for line in self.process.stdout:
-            line = line.rstrip("\n")
-            if line == END:
-                return lines
-            lines.append(line)
-        raise SystemExit(f"demo: no answer to: {sql}")
-
-    def close(self):
-        self.process.stdin.close()
-        self.process.wait()
 
 
 class Read:
@@ -110,7 +67,7 @@ class Demo:
         self.mismatches = 0
 
     def heading(self):
-        print(f"{'read':<58}{'rows':>8}{'plug-in':>10}{'SQL':>10}")
+        print(f"{'read':<57}{'rows':>9}{'plug-in':>10}{'SQL':>10}")
 
     def verdict(self, same):
         self.mismatches += not same
@@ -124,24 +81,21 @@ class Demo:
         same = [Decimal(x) for x in ours] == [Decimal(x) for x in theirs]
         rows = int(ours[0])
         print(
-            f"{title:<58}{rows:>8,}{our_ms:>7.0f} ms{their_ms:>7.0f} ms"
+            f"{title:<57}{rows:>9,}{our_ms:>7.0f} ms{their_ms:>7.0f} ms"
             f"  {self.verdict(same)}"
         )
         if not same:
             print(f"    plug-in: {ours}\n    SQL:     {theirs}")
         return rows
 
+    def expect(self, what, holds):
+        self.mismatches += not holds
+        print(f"{what}  {'as expected' if holds else 'MISMATCH'}")
+
     def compare_value(self, what, ours, theirs):
         print(f"  {what:<54}{ours:>30}  {self.verdict(ours == theirs)}")
         if ours != theirs:
             print(f"    SQL:     {theirs}")
-
-
-def timed(session, sql):
-    """The answer, and the milliseconds until the client had it."""
-    start = time.perf_counter()
-    lines = session.run(sql)
-    return lines, (time.perf_counter() - start) * 1000
 
 
 def load(session, folder, index_folders):
@@ -164,7 +118,12 @@ def load(session, folder, index_folders):
 def install(session):
     """Loads the example; the plug-in itself comes with it."""
     session.run("INSTALL PLUGIN morvena_example SONAME 'morvena_example.so'")
-    functions = {"sum": "INTEGER", "average": "REAL", "read": "STRING"}
+    functions = {
+        "sum": "INTEGER",
+        "average": "REAL",
+        "read": "STRING",
+        "parallel": "STRING",
+    }
     for name, result in functions.items():
         session.run(
             f"CREATE FUNCTION morvena_{name} RETURNS {result}"
@@ -324,6 +283,7 @@ def main(client, socket, folder, *index_folders):
     show_types(demo, writer)
     show_one_row(demo, writer)
     show_donor(demo, donor, writer)
+    demo_parallel.show(demo, donor, writer)
     for session in (caller, donor, writer):
         session.close()
     if demo.mismatches:

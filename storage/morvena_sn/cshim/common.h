@@ -57,6 +57,10 @@ class CommonApi {
   static void register_shutdown_observer(void *plugin,
                                          Shutdown_observer_func f);
 
+  /** See to it that what is left open when the last client session has ended is
+      closed, and that the plug-in stays loaded until deinit_common_api(). */
+  static void guard_shutdown();
+
   /** Whether cursors may be opened: the server has started and InnoDB is not
       about to stop. */
   static bool server_is_available();

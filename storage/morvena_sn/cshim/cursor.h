@@ -119,7 +119,9 @@ typedef struct field_arg {
   @param thread_id  the worker's number, 0 to the number of workers - 1
   @param argument   what the caller gave to the read
   @retval false  go on
-  @retval true   stop the whole read, which then answers false
+  @retval true   stop the whole read, which then answers false. The answer to a
+                 worker's last, partial batch is not looked at: nothing is left
+                 to stop.
 
   Lifetime: the batch and every value read from it, until this call returns.
   Threads:  runs on worker threads, several at a time with different handles,

@@ -53,17 +53,18 @@ void mark_base_columns(TABLE *table) {
   }
 }
 
-// The row buffer's key is compared with the bounds, and the rows of partitions
-// are merged by it, whatever the caller reads. The write set has the handler
-// fetch a column without giving it to the caller; a virtual one has to be read.
+// The row buffer's key is compared with the bounds, whatever the caller reads.
+// The write set has the handler fetch a column without giving it to the caller;
+// a virtual one has to be read, and so have those by which the rows of partitions
+// are merged.
 void mark_key_columns(TABLE *table, const KEY *key) {
-  const uint n_parts = table->part_info != nullptr
-                           ? key->actual_key_parts
-                           : key->user_defined_key_parts;
+  const bool merges = table->part_info != nullptr;
+  const uint n_parts =
+      merges ? key->actual_key_parts : key->user_defined_key_parts;
   for (uint i = 0; i < n_parts; ++i) {
     const Field *field = key->key_part[i].field;
     bitmap_set_bit(table->write_set, field->field_index());
-    if (field->is_virtual_gcol()) {
+    if (merges || field->is_virtual_gcol()) {
       bitmap_set_bit(table->read_set, field->field_index());
     }
   }

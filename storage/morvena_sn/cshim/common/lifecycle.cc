@@ -12,9 +12,8 @@
 // InnoDB stops the server when a session still has a transaction once the
 // client sessions are gone. Two observers are therefore registered: one, owned
 // by the first embedder's plug-in, relays the beginning of the shutdown to the
-// registered functions; the guard, owned by our own plug-in, acts after the
-// last client session has ended, when nobody but a forgetful embedder uses a
-// cursor.
+// registered functions; the guard, owned by InnoDB's, acts after the last
+// client session has ended, when nobody but a forgetful embedder uses a cursor.
 
 #include <algorithm>
 #include <atomic>
@@ -69,6 +68,8 @@ int release_leftovers(Server_state_param *) {
     std::this_thread::sleep_for(1ms);
   }
   if (CommonApi::sessions_in_use() == 0) CommonApi::deinit_common_api();
+  // The server drops its list next: there is nothing left to be taken off.
+  guard_registered = false;
   return 0;
 }
 
@@ -96,25 +97,35 @@ Server_state_observer guard = {
 
 static_assert(sizeof(Server_state_observer) == 64);
 
-// Our own plug-in owns the guard and is kept loaded while the system runs. It is
-// not found where an embedder linked the static library; the owner is then the
-// plug-in that the embedder names. No mutex of ours is held: the server calls the
-// shutdown functions, which take one, with its list of observers locked.
-void register_guard(void *fallback_owner) {
-  if (own_plugin.load() == nullptr) {
-    const LEX_CSTRING name{STRING_WITH_LEN(MORVENA_SN_PLUGIN_NAME)};
-    const plugin_ref found =
-        plugin_lock_by_name(nullptr, name, MYSQL_STORAGE_ENGINE_PLUGIN);
-    plugin_ref none = nullptr;
-    if (found != nullptr && !own_plugin.compare_exchange_strong(none, found)) {
-      plugin_unlock(nullptr, found);
-    }
-  }
-  const plugin_ref self = own_plugin;
-  void *owner = self != nullptr ? plugin_ref_to_int(self) : fallback_owner;
-  if (owner == nullptr || guard_registered.exchange(true)) return;
-  register_server_state_observer(&guard, owner);
+// The guard's owner is a plug-in that cannot be removed: the server asks no
+// further observer when one's owner is gone. No mutex of ours is held here: the
+// server calls the shutdown functions, which take one, with its list locked.
+void register_guard() {
+  if (guard_registered.exchange(true)) return;
+  const LEX_CSTRING name{STRING_WITH_LEN("InnoDB")};
+  const plugin_ref innodb =
+      plugin_lock_by_name(nullptr, name, MYSQL_STORAGE_ENGINE_PLUGIN);
+  register_server_state_observer(&guard, plugin_ref_to_int(innodb));
+  plugin_unlock(nullptr, innodb);
 }
+
+// While the system runs its plug-in stays loaded. It is not found where an
+// embedder linked the static library.
+void keep_loaded() {
+  if (own_plugin.load() != nullptr) return;
+  const LEX_CSTRING name{STRING_WITH_LEN(MORVENA_SN_PLUGIN_NAME)};
+  const plugin_ref found =
+      plugin_lock_by_name(nullptr, name, MYSQL_STORAGE_ENGINE_PLUGIN);
+  plugin_ref none = nullptr;
+  if (found != nullptr && !own_plugin.compare_exchange_strong(none, found)) {
+    plugin_unlock(nullptr, found);
+  }
+}
+
+// An embedder that linked the static library may be unmapped with the guard.
+struct Guard_release {
+  ~Guard_release() { release_shutdown_guard(); }
+} guard_release;
 
 }  // namespace
 
@@ -125,8 +136,13 @@ void release_shutdown_guard() {
   }
 }
 
+void CommonApi::guard_shutdown() {
+  register_guard();
+  keep_loaded();
+}
+
 void CommonApi::init_common_api() {
-  register_guard(nullptr);
+  guard_shutdown();
   Thread_pool::initialize();
 }
 
@@ -153,7 +169,7 @@ void CommonApi::register_shutdown_observer(void *plugin,
       registered = true;
     }
   }
-  register_guard(plugin);
+  guard_shutdown();
 }
 
 bool CommonApi::server_is_available() {

@@ -77,6 +77,7 @@ uintptr_t open_in(void *thd, const Open_request &request,
 
 void *create_session() {
   try {
+    CommonApi::guard_shutdown();
     return CommonApi::create_thd();
   } catch (...) {
     return nullptr;

@@ -1,0 +1,145 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file parallel_function.cc
+  parallel.cc as an SQL function, for tools/demo.py.
+
+    CREATE FUNCTION morvena_parallel RETURNS STRING
+      SONAME 'morvena_example.so';
+    SELECT morvena_parallel('shop', 'orders', 'PRIMARY', 'id int,price decimal',
+                            '100', '199', '', 4, 17);
+
+  Arguments: database, table, index (NULL: the whole table), columns with their
+  types (int, decimal, date), low and high bound of the first key part, words
+  (index_only; enough followed by a number of rows), threads, and the donor's
+  connection id, 0 for none.
+
+  Answers, separated by tabs: the number of rows, for each column its sum (dates
+  in days since 2000-01-01), and "stopped" where enough ended the read.
+*/
+
+#include <algorithm>
+#include <sstream>
+
+#include "mysqld_error.h"
+#include "parallel.h"
+#include "udf.h"
+
+namespace {
+
+using example::Summed_column;
+using example::text_of;
+
+enum {
+  arg_db,
+  arg_table,
+  arg_index,
+  arg_columns,
+  arg_low,
+  arg_high,
+  arg_words,
+  arg_threads,
+  arg_donor,
+  arg_count
+};
+
+unsigned long number_of(const UDF_ARGS *args, unsigned int i) {
+  return strtoul(text_of(args, i).value_or("0").c_str(), nullptr, 10);
+}
+
+/** False: a type that there is no sum for. */
+bool take_columns(const std::string &list,
+                  std::vector<Summed_column> *columns) {
+  for (const auto &[name, type] : example::columns_of(list)) {
+    if (type == "int")
+      columns->push_back({name, Summed_column::Type::integer});
+    else if (type == "decimal")
+      columns->push_back({name, Summed_column::Type::decimal});
+    else if (type == "date")
+      columns->push_back({name, Summed_column::Type::date});
+    else
+      return false;
+  }
+  return !columns->empty();
+}
+
+/** False: a word that means nothing here. */
+bool take_words(const std::string &list, example::Parallel_read *read) {
+  std::istringstream words(list);
+  for (std::string word; words >> word;) {
+    if (word == "index_only")
+      read->index_only = true;
+    else if (word != "enough" || !(words >> read->enough_rows))
+      return false;
+  }
+  return true;
+}
+
+example::Sums sums_of(const UDF_ARGS *args) {
+  const unsigned long most_threads = 256;  // what all reads together may have
+  example::Parallel_read read;
+  read.db = text_of(args, arg_db).value_or("");
+  read.table = text_of(args, arg_table).value_or("");
+  read.index = text_of(args, arg_index).value_or("");
+  read.low = text_of(args, arg_low);
+  read.high = text_of(args, arg_high);
+  read.threads = std::min(number_of(args, arg_threads), most_threads);
+  read.donor = static_cast<uint32_t>(number_of(args, arg_donor));
+  example::Sums wrong;
+  wrong.outcome.error = ER_WRONG_ARGUMENTS;
+  if (!take_columns(text_of(args, arg_columns).value_or(""), &read.columns))
+    wrong.outcome.message = "columns: name type, separated by commas";
+  else if (!take_words(text_of(args, arg_words).value_or(""), &read))
+    wrong.outcome.message = "an unknown word";
+  else
+    return example::sum_on_client_thread(read);
+  return wrong;
+}
+
+std::string answer(const example::Sums &sums, const std::string &columns) {
+  std::vector<Summed_column> types;
+  take_columns(columns, &types);
+  std::string text = std::to_string(sums.outcome.rows);
+  for (size_t i = 0; i < types.size(); ++i) {
+    text += '\t';
+    text += types[i].type == Summed_column::Type::decimal
+                ? example::billionths_text(sums.totals[i])
+                : example::number_text(sums.totals[i]);
+  }
+  return sums.stopped ? text + "\tstopped" : text;
+}
+
+}  // namespace
+
+extern "C" {
+
+bool morvena_parallel_init(UDF_INIT *init, UDF_ARGS *args, char *message) {
+  if (example::take_texts(init, args, arg_count, message,
+                          "(database, table, index, columns, low, high, "
+                          "words, threads, donor)"))
+    return true;
+  example::make_text(init);
+  return false;
+}
+
+void morvena_parallel_deinit(UDF_INIT *init) { example::drop_text(init); }
+
+char *morvena_parallel(UDF_INIT *init, UDF_ARGS *args, char *,
+                       unsigned long *length, unsigned char *is_null,
+                       unsigned char *error) {
+  const example::Sums sums = sums_of(args);
+  if (example::report(sums.outcome)) {
+    *error = *is_null = 1;
+    return nullptr;
+  }
+  const std::string columns = text_of(args, arg_columns).value_or("");
+  return example::give_text(init, answer(sums, columns), length);
+}
+
+}  // extern "C"
