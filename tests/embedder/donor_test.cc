@@ -8,39 +8,14 @@
 
 // Whose snapshot a cursor reads: donors in every state.
 
-#include "cursor_test.h"
+#include "donor_test.h"
 #include "session.h"
 
 namespace {
 
 using namespace harness;
 
-using Ints = std::vector<long long>;
-
-class Donor : public Cursor_test {
- protected:
-  Donor() {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
-    sql.exec("INSERT INTO t VALUES (1, 10), (2, 20), (3, 30)");
-    donor.exec("USE db");
-  }
-
-  /** Others change every row after the donor's snapshot. */
-  void change() {
-    sql.exec("UPDATE t SET v = v + 1 WHERE id = 1");
-    sql.exec("DELETE FROM t WHERE id = 2");
-    sql.exec("INSERT INTO t VALUES (4, 40)");
-  }
-
-  Ints read(uint32_t donor_id, const char *index = "PRIMARY") {
-    Cursor cursor({.index = index, .donor = donor_id});
-    EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
-    return cursor.ints(1);
-  }
-
-  const Ints before{10, 20, 30}, after{11, 30, 40};
-  Client donor;
-};
+class Donor : public Donor_test {};
 
 TEST_F(Donor, NoneGivesAFreshSnapshot) {
   change();
@@ -237,8 +212,10 @@ TEST_F(Donor, ThatHasGoneIsUnknown) {
   const uint32_t id = donor.id();
   donor.disconnect();
   ASSERT_TRUE(wait_until([&] {
-    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist"
-                      " WHERE id = " + std::to_string(id)) == 0;
+    return sql.number(
+               "SELECT COUNT(*) FROM performance_schema.processlist"
+               " WHERE id = " +
+               std::to_string(id)) == 0;
   }));
   Cursor cursor({.donor = id});
   EXPECT_TRUE(cursor.is_open());
@@ -251,72 +228,6 @@ TEST_F(Donor, CursorsSessionIsNone) {
   ASSERT_TRUE(first.set_range());
   Cursor second({.donor = session_id(current_session())});
   EXPECT_EQ(session_error(current_session()).number, 1094u);
-}
-
-TEST_F(Donor, CommitsWhileTheCursorReads) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  change();
-  Cursor cursor({.donor = donor.id()});
-  ASSERT_TRUE(cursor.set_range());
-  donor.exec("COMMIT");
-  EXPECT_EQ(cursor.ints(1), before);
-  donor.exec("UPDATE t SET v = 99");
-  EXPECT_EQ(cursor.ints(1), before);
-}
-
-// What the donor had written stays part of what the cursor sees.
-TEST_F(Donor, CommitsItsOwnRowsWhileTheCursorReads) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  donor.exec("INSERT INTO t VALUES (5, 50)");
-  change();
-  Cursor cursor({.donor = donor.id()});
-  donor.exec("COMMIT");
-  EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30, 50}));
-}
-
-TEST_F(Donor, RollsBackItsRowsWhileTheCursorReads) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  donor.exec("INSERT INTO t VALUES (5, 50)");
-  Cursor cursor({.donor = donor.id()});
-  donor.exec("ROLLBACK");
-  EXPECT_EQ(cursor.ints(1), before);
-}
-
-TEST_F(Donor, DisconnectsWhileTheCursorReads) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  change();
-  Cursor cursor({.donor = donor.id()});
-  const uint32_t id = donor.id();
-  donor.disconnect();
-  ASSERT_TRUE(wait_until([&] {
-    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist"
-                      " WHERE id = " + std::to_string(id)) == 0;
-  }));
-  EXPECT_EQ(cursor.ints(1), before);
-}
-
-TEST_F(Donor, IsKilledWhileTheCursorReads) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  donor.exec("INSERT INTO t VALUES (5, 50)");
-  Cursor cursor({.donor = donor.id()});
-  ASSERT_TRUE(cursor.set_range());
-  const std::string id = std::to_string(donor.id());
-  sql.exec("KILL " + id);
-  ASSERT_TRUE(wait_until([&] {
-    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist"
-                      " WHERE id = " + id) == 0;
-  }));
-  EXPECT_EQ(cursor.ints(1), before);
-}
-
-TEST_F(Donor, StartsAnotherTransactionWhileTheCursorReads) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  Cursor first({.donor = donor.id()});
-  change();
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  Cursor second({.donor = donor.id()});
-  EXPECT_EQ(first.ints(1), before);
-  EXPECT_EQ(second.ints(1), after);
 }
 
 TEST_F(Donor, ServesManyCursors) {
@@ -355,61 +266,6 @@ TEST_F(Donor, PooledSessionForgetsItsDonor) {
     EXPECT_EQ(cursor.ints(1), after);
   }
   EXPECT_EQ(read(donor.id()), before);
-}
-
-TEST_F(Donor, MayBeTheCallersOwnSession) {
-  // The client that waits for this case is in a transaction of one statement.
-  sql.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  donor.exec("DELETE FROM t");
-  EXPECT_EQ(read(sql.id()), before);
-}
-
-class Donors_transaction : public Donor {
- protected:
-  std::string info(const std::string &column) {
-    return sql
-        .value("SELECT COALESCE(MAX(" + column + "), 'none') FROM"
-               " information_schema.innodb_trx WHERE trx_mysql_thread_id = " +
-               std::to_string(donor.id()))
-        .value();
-  }
-};
-
-TEST_F(Donors_transaction, IsLeftAsItWas) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  const std::string id = info("trx_id"), level = info("trx_isolation_level");
-  {
-    Cursor cursor({.donor = donor.id()});
-    EXPECT_EQ(cursor.ints(1), before);
-    EXPECT_EQ(info("trx_id"), id);
-  }
-  EXPECT_EQ(info("trx_id"), id);
-  EXPECT_EQ(info("trx_isolation_level"), level);
-  EXPECT_EQ(info("trx_state"), "RUNNING");
-}
-
-TEST_F(Donors_transaction, MayGoOnToWriteAndCommit) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  {
-    Cursor cursor({.donor = donor.id()});
-    EXPECT_EQ(cursor.ints(1), before);
-    donor.exec("INSERT INTO t VALUES (7, 70)");
-  }
-  donor.exec("COMMIT");
-  EXPECT_EQ(read(0), (Ints{10, 20, 30, 70}));
-}
-
-TEST_F(Donors_transaction, ReadsItsOwnSnapshotOnAfterTheCursor) {
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  change();
-  EXPECT_EQ(read(donor.id()), before);
-  EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
-}
-
-TEST_F(Donors_transaction, IsNotStartedForAnIdleSession) {
-  EXPECT_EQ(info("trx_id"), "none");
-  EXPECT_EQ(read(donor.id()), before);
-  EXPECT_EQ(info("trx_id"), "none");
 }
 
 }  // namespace

@@ -19,10 +19,12 @@ using namespace harness;
 class Handle : public Cursor_test {
  protected:
   Handle() {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(20), c INT,"
-             " KEY by_a (a), UNIQUE KEY by_b (b, c))");
-    sql.exec("INSERT INTO t VALUES (1, 10, 'x', 5), (2, 20, 'y', 6),"
-             " (3, 30, 'z', 7)");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(20), c INT,"
+        " KEY by_a (a), UNIQUE KEY by_b (b, c))");
+    sql.exec(
+        "INSERT INTO t VALUES (1, 10, 'x', 5), (2, 20, 'y', 6),"
+        " (3, 30, 'z', 7)");
   }
 };
 
@@ -32,8 +34,8 @@ TEST_F(Handle, SuccessLeavesErrorZeroAndTheMessageAlone) {
   char message[512];
   memset(message, 'm', sizeof message);
   unsigned int error = 7;
-  const uintptr_t handle = open_index_cursor("db", "t", "PRIMARY", false, 0, 5,
-                                             &error, message);
+  const uintptr_t handle =
+      open_index_cursor("db", "t", "PRIMARY", false, 0, 5, &error, message);
   EXPECT_NE(handle, 0u);
   EXPECT_EQ(error, 0u);
   EXPECT_EQ(std::string(message, sizeof message), std::string(512, 'm'));
@@ -41,13 +43,13 @@ TEST_F(Handle, SuccessLeavesErrorZeroAndTheMessageAlone) {
 }
 
 TEST_F(Handle, ErrorAndMessageMayBeLeftOut) {
-  const uintptr_t handle = open_index_cursor("db", "t", "PRIMARY", false, 0, 5,
-                                             nullptr, nullptr);
+  const uintptr_t handle =
+      open_index_cursor("db", "t", "PRIMARY", false, 0, 5, nullptr, nullptr);
   EXPECT_NE(handle, 0u);
   close_index_cursor(handle);
-  EXPECT_EQ(open_index_cursor("db", "none", "PRIMARY", false, 0, 5, nullptr,
-                              nullptr),
-            0u);
+  EXPECT_EQ(
+      open_index_cursor("db", "none", "PRIMARY", false, 0, 5, nullptr, nullptr),
+      0u);
 }
 
 TEST_F(Handle, FirstAdvanceKeepsTheRowOfTheRange) {

@@ -22,21 +22,24 @@ class Range_of_one_part : public Cursor_test {
   Range_of_one_part() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
     // Each v of 10, 20, ... 200 three times.
-    sql.exec("INSERT INTO t WITH RECURSIVE n (i) AS"
-             " (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 60)"
-             " SELECT i, 10 * CEIL(i / 3) FROM n");
+    sql.exec(
+        "INSERT INTO t WITH RECURSIVE n (i) AS"
+        " (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 60)"
+        " SELECT i, 10 * CEIL(i / 3) FROM n");
   }
 
   /** The rows that SQL finds between the bounds. */
-  Ints select(std::optional<int> begin, std::optional<int> end, bool closed_begin,
-              bool closed_end, bool reverse) {
+  Ints select(std::optional<int> begin, std::optional<int> end,
+              bool closed_begin, bool closed_end, bool reverse) {
     std::string where = "TRUE";
     if (begin)
-      where += (closed_begin ? " AND v >= " : " AND v > ") + std::to_string(*begin);
+      where +=
+          (closed_begin ? " AND v >= " : " AND v > ") + std::to_string(*begin);
     if (end)
       where += (closed_end ? " AND v <= " : " AND v < ") + std::to_string(*end);
     const char *order = reverse ? "v DESC, id DESC" : "v, id";
-    return as_ints(sql.query("SELECT id FROM t WHERE " + where + " ORDER BY " + order));
+    return as_ints(
+        sql.query("SELECT id FROM t WHERE " + where + " ORDER BY " + order));
   }
 
   static std::optional<Keys> keys(std::optional<int> value) {
@@ -58,15 +61,15 @@ TEST_F(Range_of_one_part, NoBoundsBackward) {
 // Every combination of present, absent and missing values, open and closed.
 TEST_F(Range_of_one_part, ForwardLikeSelect) {
   Cursor cursor({.index = "by_v"});
-  const std::vector<std::optional<int>> bounds = {
-      {}, 0, 10, 15, 20, 100, 105, 200, 300};
+  const std::vector<std::optional<int>> bounds = {{},  0,   10,  15, 20,
+                                                  100, 105, 200, 300};
   for (const auto begin : bounds)
     for (const auto end : bounds)
       for (const bool closed_begin : {false, true})
         for (const bool closed_end : {false, true}) {
           if (begin && begin == end) continue;
-          EXPECT_EQ(cursor.ints(0, {keys(begin), keys(end), closed_begin,
-                                    closed_end}),
+          EXPECT_EQ(cursor.ints(
+                        0, {keys(begin), keys(end), closed_begin, closed_end}),
                     select(begin, end, closed_begin, closed_end, false))
               << begin.value_or(-1) << ' ' << end.value_or(-1) << ' '
               << closed_begin << closed_end;
@@ -121,8 +124,9 @@ TEST_F(Range_of_one_part, EqualBoundsReadTheKeyHoweverClosed) {
 
 TEST_F(Range_of_one_part, EqualBoundsOfDifferentFormsAreTheSameKey) {
   Cursor cursor({.index = "by_v"});
-  EXPECT_EQ(cursor.ints(0, {Keys().number(70), Keys().text("70"), false, false}),
-            select(70, 70, true, true, false));
+  EXPECT_EQ(
+      cursor.ints(0, {Keys().number(70), Keys().text("70"), false, false}),
+      select(70, 70, true, true, false));
 }
 
 TEST_F(Range_of_one_part, EqualBoundsOfAMissingKey) {
@@ -161,8 +165,10 @@ TEST_F(Range_of_one_part, EveryRangeAfterEveryOther) {
   const std::vector<Step> steps = {
       {{}, select({}, {}, true, true, false)},
       {{{}, {}, true, true, true}, select({}, {}, true, true, true)},
-      {{Keys().number(20), Keys().number(50)}, select(20, 50, true, true, false)},
-      {{{}, Keys().number(30), true, false}, select({}, 30, true, false, false)},
+      {{Keys().number(20), Keys().number(50)},
+       select(20, 50, true, true, false)},
+      {{{}, Keys().number(30), true, false},
+       select({}, 30, true, false, false)},
       {{Keys().number(100), {}, false}, select(100, {}, false, true, false)},
       {{Keys().number(90), Keys().number(120), true, true, true},
        select(90, 120, false, true, true)},
@@ -191,32 +197,38 @@ TEST_F(Range_of_one_part, SkippedKindsOfKeysAreStillKeys) {
 }
 
 TEST_F(Range_of_one_part, ManyRowsAcrossPages) {
-  sql.exec("CREATE TABLE big (id INT PRIMARY KEY, v INT, pad CHAR(200), KEY (v))");
+  sql.exec(
+      "CREATE TABLE big (id INT PRIMARY KEY, v INT, pad CHAR(200), KEY (v))");
   sql.exec("SET cte_max_recursion_depth = 30000");
-  sql.exec("INSERT INTO big WITH RECURSIVE n (i) AS"
-           " (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000)"
-           " SELECT i, (i * 7919) % 20011, REPEAT('p', 200) FROM n");
+  sql.exec(
+      "INSERT INTO big WITH RECURSIVE n (i) AS"
+      " (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000)"
+      " SELECT i, (i * 7919) % 20011, REPEAT('p', 200) FROM n");
   for (const bool index_only : {false, true}) {
     Cursor cursor({.table = "big", .index = "v", .index_only = index_only});
     EXPECT_EQ(cursor.ints(1),
               as_ints(sql.query("SELECT v FROM big ORDER BY v, id")));
-    EXPECT_EQ(cursor.ints(0, {.reverse = true}),
-              as_ints(sql.query("SELECT id FROM big ORDER BY v DESC, id DESC")));
-    EXPECT_EQ(cursor.ints(0, {Keys().number(5000), Keys().number(15000), false}),
-              as_ints(sql.query("SELECT id FROM big WHERE v > 5000 AND"
-                                " v <= 15000 ORDER BY v, id")));
+    EXPECT_EQ(
+        cursor.ints(0, {.reverse = true}),
+        as_ints(sql.query("SELECT id FROM big ORDER BY v DESC, id DESC")));
+    EXPECT_EQ(
+        cursor.ints(0, {Keys().number(5000), Keys().number(15000), false}),
+        as_ints(sql.query("SELECT id FROM big WHERE v > 5000 AND"
+                          " v <= 15000 ORDER BY v, id")));
   }
 }
 
 class Rows_of_several_parts : public Cursor_test {
  protected:
   Rows_of_several_parts() {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY AUTO_INCREMENT, a INT, b INT,"
-             " c VARCHAR(5), KEY k (a, b, c), KEY d (a DESC, b))");
-    sql.exec("INSERT INTO t (a, b, c) WITH n (i) AS"
-             " (VALUES ROW(NULL), ROW(1), ROW(2), ROW(3))"
-             " SELECT x.i, y.i, IF(z.i IS NULL, NULL, CHAR(96 + z.i))"
-             " FROM n x, n y, n z");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY AUTO_INCREMENT, a INT, b INT,"
+        " c VARCHAR(5), KEY k (a, b, c), KEY d (a DESC, b))");
+    sql.exec(
+        "INSERT INTO t (a, b, c) WITH n (i) AS"
+        " (VALUES ROW(NULL), ROW(1), ROW(2), ROW(3))"
+        " SELECT x.i, y.i, IF(z.i IS NULL, NULL, CHAR(96 + z.i))"
+        " FROM n x, n y, n z");
   }
   Ints select(const std::string &rest) {
     return as_ints(sql.query("SELECT id FROM t " + rest));
@@ -258,8 +270,9 @@ TEST_F(Range_of_several_parts, BackwardFromAClosedPrefix) {
 }
 
 TEST_F(Range_of_several_parts, BackwardLeavesOutTheRowsOfTheBeginPrefix) {
-  EXPECT_EQ(cursor.ints(0, {Keys().number(1), Keys().number(3), true, true, true}),
-            select("WHERE a IN (2, 3) ORDER BY a DESC, b DESC, c DESC, id DESC"));
+  EXPECT_EQ(
+      cursor.ints(0, {Keys().number(1), Keys().number(3), true, true, true}),
+      select("WHERE a IN (2, 3) ORDER BY a DESC, b DESC, c DESC, id DESC"));
 }
 
 TEST_F(Range_of_several_parts, NullIsAKey) {
@@ -288,7 +301,8 @@ TEST_F(Range_of_several_parts, AfterNull) {
 }
 
 TEST_F(Range_of_several_parts, ValuesBeyondThePartsAreIgnored) {
-  const Keys keys = Keys().number(2).number(3).text("b").number(4).real(5).null();
+  const Keys keys =
+      Keys().number(2).number(3).text("b").number(4).real(5).null();
   EXPECT_EQ(cursor.ints(0, {keys, keys}),
             select("WHERE a = 2 AND b = 3 AND c = 'b'"));
 }
@@ -313,8 +327,9 @@ TEST_F(Range_of_several_parts, DescendingPart) {
   // In the index's order 3 comes before 1.
   EXPECT_EQ(descending.ints(0, {Keys().number(3), Keys().number(2)}),
             select("WHERE a IN (2, 3) ORDER BY a DESC, b, id"));
-  EXPECT_EQ(descending.ints(0, {Keys().number(3), Keys().number(1), false, false}),
-            select("WHERE a = 2 ORDER BY a DESC, b, id"));
+  EXPECT_EQ(
+      descending.ints(0, {Keys().number(3), Keys().number(1), false, false}),
+      select("WHERE a = 2 ORDER BY a DESC, b, id"));
   EXPECT_EQ(descending.ints(0, {Keys().number(2), Keys().number(2)}),
             select("WHERE a = 2 ORDER BY b, id"));
 }
@@ -326,10 +341,12 @@ TEST_F(Range_of_several_parts, DescendingPartBackward) {
 }
 
 TEST_F(Range_of_several_parts, PrefixBoundOfADescendingSecondPart) {
-  sql.exec("CREATE TABLE e (id INT PRIMARY KEY, a INT, b INT, KEY k (a, b DESC))");
+  sql.exec(
+      "CREATE TABLE e (id INT PRIMARY KEY, a INT, b INT, KEY k (a, b DESC))");
   sql.exec("INSERT INTO e SELECT id, a, b FROM t WHERE c IS NULL");
   Cursor descending({.table = "e", .index = "k"});
-  EXPECT_EQ(descending.ints(0, {Keys().number(1).number(3), Keys().number(1).number(2)}),
+  EXPECT_EQ(descending.ints(
+                0, {Keys().number(1).number(3), Keys().number(1).number(2)}),
             as_ints(sql.query("SELECT id FROM e WHERE a = 1 AND b IN (2, 3)"
                               " ORDER BY b DESC, id")));
   EXPECT_EQ(descending.ints(0, {Keys().number(2), Keys().number(3)}),

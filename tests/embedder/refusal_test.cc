@@ -20,7 +20,9 @@ using namespace harness;
 
 class Refusal : public Cursor_test {
  protected:
-  Refusal() { sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY k (a))"); }
+  Refusal() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY k (a))");
+  }
 
   /** Opening fails with the error that SQL gives for the same names. */
   void expect_error_of(const std::string &statement, const Open &open) {
@@ -117,13 +119,15 @@ TEST_F(Refusal, TableWithoutIndexes) {
 }
 
 TEST_F(Refusal, FulltextIndex) {
-  sql.exec("CREATE TABLE f (id INT PRIMARY KEY, x TEXT, FULLTEXT KEY words (x))");
+  sql.exec(
+      "CREATE TABLE f (id INT PRIMARY KEY, x TEXT, FULLTEXT KEY words (x))");
   expect_error(1178, {.table = "f", .index = "words"});
 }
 
 TEST_F(Refusal, SpatialIndex) {
-  sql.exec("CREATE TABLE g (id INT PRIMARY KEY,"
-           " p POINT NOT NULL SRID 4326, SPATIAL KEY places (p))");
+  sql.exec(
+      "CREATE TABLE g (id INT PRIMARY KEY,"
+      " p POINT NOT NULL SRID 4326, SPATIAL KEY places (p))");
   expect_error(1178, {.table = "g", .index = "places"});
 }
 
@@ -152,14 +156,17 @@ TEST_F(Refusal, LongestNames) {
 }
 
 TEST_F(Refusal, OddNames) {
-  for (const char *name : {"../t", "a/b", "t;DROP", "\xff\xfe", ".", "`t`", "%s%n"})
+  for (const char *name :
+       {"../t", "a/b", "t;DROP", "\xff\xfe", ".", "`t`", "%s%n"})
     EXPECT_FALSE(Cursor({.table = name}).is_open()) << name;
 }
 
 TEST_F(Refusal, NamesOfManyKinds) {
-  for (const char *name : {"a b", "t`q", "\u00e9t\u00e9", "select", "a.b", "x/y"}) {
+  for (const char *name :
+       {"a b", "t`q", "\u00e9t\u00e9", "select", "a.b", "x/y"}) {
     std::string quoted;
-    for (const char *c = name; *c; ++c) quoted += *c == '`' ? "``" : std::string(1, *c);
+    for (const char *c = name; *c; ++c)
+      quoted += *c == '`' ? "``" : std::string(1, *c);
     sql.exec("CREATE TABLE `" + quoted + "` (id INT PRIMARY KEY)");
     Cursor cursor({.table = name});
     EXPECT_TRUE(cursor.is_open()) << name << cursor.message;

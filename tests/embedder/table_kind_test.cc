@@ -39,18 +39,23 @@ class Table_kind : public Cursor_test {
 
   void fill(const std::string &statement, int n_rows) {
     sql.exec("SET cte_max_recursion_depth = 100000");
-    sql.exec(statement + " WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL"
-             " SELECT i + 1 FROM n WHERE i < " + std::to_string(n_rows) +
+    sql.exec(statement +
+             " WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL"
+             " SELECT i + 1 FROM n WHERE i < " +
+             std::to_string(n_rows) +
              ") SELECT i, (i * 7919) % 1009, CONCAT('row ', i),"
              " REPEAT(CHAR(65 + i % 26), i * 37 % 5000) FROM n");
   }
 
   void check_row_format(const std::string &options) {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
-             " KEY by_a (a, b)) " + options);
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
+        " KEY by_a (a, b)) " +
+        options);
     fill("INSERT INTO t", 500);
-    sql.exec("INSERT INTO t VALUES (1001, NULL, NULL, NULL),"
-             " (1002, NULL, '', REPEAT('large', 50000))");
+    sql.exec(
+        "INSERT INTO t VALUES (1001, NULL, NULL, NULL),"
+        " (1002, NULL, '', REPEAT('large', 50000))");
     expect_same({}, "id");
     expect_same({.index = "by_a"}, "a, b, id");
   }
@@ -67,9 +72,10 @@ TEST_F(Table_kind, Compressed) {
 }
 
 TEST_F(Table_kind, RangePartitions) {
-  check_row_format("PARTITION BY RANGE (id) (PARTITION p0 VALUES LESS THAN (100),"
-                   " PARTITION p1 VALUES LESS THAN (300),"
-                   " PARTITION p2 VALUES LESS THAN MAXVALUE)");
+  check_row_format(
+      "PARTITION BY RANGE (id) (PARTITION p0 VALUES LESS THAN (100),"
+      " PARTITION p1 VALUES LESS THAN (300),"
+      " PARTITION p2 VALUES LESS THAN MAXVALUE)");
 }
 
 TEST_F(Table_kind, HashPartitions) {
@@ -77,14 +83,16 @@ TEST_F(Table_kind, HashPartitions) {
 }
 
 TEST_F(Table_kind, Subpartitions) {
-  check_row_format("PARTITION BY RANGE (id) SUBPARTITION BY KEY (id)"
-                   " SUBPARTITIONS 2 (PARTITION p0 VALUES LESS THAN (200),"
-                   " PARTITION p1 VALUES LESS THAN MAXVALUE)");
+  check_row_format(
+      "PARTITION BY RANGE (id) SUBPARTITION BY KEY (id)"
+      " SUBPARTITIONS 2 (PARTITION p0 VALUES LESS THAN (200),"
+      " PARTITION p1 VALUES LESS THAN MAXVALUE)");
 }
 
 TEST_F(Table_kind, RangesOfAPartitionedTable) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
-           " KEY by_a (a)) PARTITION BY HASH (id) PARTITIONS 5");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
+      " KEY by_a (a)) PARTITION BY HASH (id) PARTITIONS 5");
   fill("INSERT INTO t", 300);
   Cursor cursor({.index = "by_a"});
   const auto ids = [this](const char *rest) {
@@ -92,18 +100,22 @@ TEST_F(Table_kind, RangesOfAPartitionedTable) {
   };
   EXPECT_EQ(cursor.ints(0, {Keys().number(100), Keys().number(500)}),
             ids("WHERE a BETWEEN 100 AND 500 ORDER BY a"));
-  EXPECT_EQ(cursor.ints(0, {Keys().number(100), Keys().number(500), false, false}),
-            ids("WHERE a > 100 AND a < 500 ORDER BY a"));
+  EXPECT_EQ(
+      cursor.ints(0, {Keys().number(100), Keys().number(500), false, false}),
+      ids("WHERE a > 100 AND a < 500 ORDER BY a"));
   EXPECT_EQ(cursor.ints(0, {{}, Keys().number(500), true, true, true}),
             ids("WHERE a <= 500 ORDER BY a DESC"));
   const long long one = ids("WHERE a = 500 OR a > 500 ORDER BY a LIMIT 1")[0];
-  const long long key = sql.number("SELECT a FROM t WHERE id = " + std::to_string(one));
-  EXPECT_EQ(cursor.ints(0, {Keys().number(key), Keys().number(key)}), (Ints{one}));
+  const long long key =
+      sql.number("SELECT a FROM t WHERE id = " + std::to_string(one));
+  EXPECT_EQ(cursor.ints(0, {Keys().number(key), Keys().number(key)}),
+            (Ints{one}));
 }
 
 TEST_F(Table_kind, IndexNamesOfAPartitionedTable) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (id, a))"
-           " PARTITION BY HASH (id) PARTITIONS 3");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (id, a))"
+      " PARTITION BY HASH (id) PARTITIONS 3");
   EXPECT_EQ(Cursor().index_columns()[0], "id");
   EXPECT_EQ(Cursor({.index = "u"}).index_columns(), (Names{"id", "a"}));
 }
@@ -118,7 +130,8 @@ TEST_F(Table_kind, WithoutAPrimaryKey) {
 }
 
 TEST_F(Table_kind, UniqueKeyInPlaceOfAPrimaryKey) {
-  sql.exec("CREATE TABLE t (a INT NOT NULL, b INT, UNIQUE KEY u (a), KEY k (b))");
+  sql.exec(
+      "CREATE TABLE t (a INT NOT NULL, b INT, UNIQUE KEY u (a), KEY k (b))");
   sql.exec("INSERT INTO t VALUES (3, 1), (1, 2), (2, NULL)");
   expect_same({.index = "u"}, "a");
   EXPECT_EQ(Cursor({.index = "k"}).ints(0), (Ints{2, 3, 1}));
@@ -133,26 +146,32 @@ TEST_F(Table_kind, UniqueIndexWithNulls) {
 }
 
 TEST_F(Table_kind, PrimaryKeyOfSeveralColumns) {
-  sql.exec("CREATE TABLE t (v INT, b INT, a VARCHAR(5), PRIMARY KEY (a, b DESC),"
-           " KEY k (v))");
+  sql.exec(
+      "CREATE TABLE t (v INT, b INT, a VARCHAR(5), PRIMARY KEY (a, b DESC),"
+      " KEY k (v))");
   sql.exec("INSERT INTO t VALUES (1, 1, 'x'), (1, 2, 'x'), (0, 1, 'a')");
   expect_same({}, "a, b DESC");
   expect_same({.index = "k"}, "v, a, b DESC");
   EXPECT_EQ(Cursor({.index = "k"}).index_columns(), (Names{"v", "a", "b"}));
-  EXPECT_EQ(Cursor().ints(1, {Keys().text("x"), Keys().text("x")}), (Ints{2, 1}));
+  EXPECT_EQ(Cursor().ints(1, {Keys().text("x"), Keys().text("x")}),
+            (Ints{2, 1}));
 }
 
 TEST_F(Table_kind, PrimaryKeyOfAPrefix) {
-  sql.exec("CREATE TABLE t (a VARCHAR(100), b INT, PRIMARY KEY (a(4)), KEY k (b))");
+  sql.exec(
+      "CREATE TABLE t (a VARCHAR(100), b INT, PRIMARY KEY (a(4)), KEY k (b))");
   sql.exec("INSERT INTO t VALUES ('aaaa and more', 2), ('bbbb as well', 1)");
   expect_same({}, "a");
   expect_same({.index = "k"}, "b");
 }
 
 TEST_F(Table_kind, VirtualColumns) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
-           " w VARCHAR(20) AS (CONCAT('w', a)) VIRTUAL, b INT, KEY k (v), KEY l (w))");
-  sql.exec("INSERT INTO t (id, a, b) VALUES (1, 5, 9), (2, NULL, 8), (3, -1, 7)");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
+      " w VARCHAR(20) AS (CONCAT('w', a)) VIRTUAL, b INT, KEY k (v), KEY l "
+      "(w))");
+  sql.exec(
+      "INSERT INTO t (id, a, b) VALUES (1, 5, 9), (2, NULL, 8), (3, -1, 7)");
   expect_same({}, "id");
   expect_same({.index = "k"}, "v, id");
   expect_same({.index = "l"}, "w, id");
@@ -160,33 +179,39 @@ TEST_F(Table_kind, VirtualColumns) {
 }
 
 TEST_F(Table_kind, VirtualColumnsIndexOnly) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
-           " KEY k (v))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
+      " KEY k (v))");
   sql.exec("INSERT INTO t (id, a) VALUES (1, 5), (2, 3)");
   EXPECT_EQ(Cursor({.index = "k", .index_only = true}).ints(2), (Ints{6, 10}));
 }
 
 TEST_F(Table_kind, StoredGeneratedColumns) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT,"
-           " s INT AS (a + 100) STORED, KEY k (s))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT,"
+      " s INT AS (a + 100) STORED, KEY k (s))");
   sql.exec("INSERT INTO t (id, a) VALUES (1, 5), (2, NULL), (3, -1)");
   expect_same({}, "id");
   expect_same({.index = "k"}, "s, id");
 }
 
 TEST_F(Table_kind, FunctionalIndex) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(20),"
-           " KEY f ((UPPER(a))), KEY g ((id + 10)))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(20),"
+      " KEY f ((UPPER(a))), KEY g ((id + 10)))");
   sql.exec("INSERT INTO t VALUES (1, 'b'), (2, 'A'), (3, 'c')");
   EXPECT_EQ(Cursor({.index = "f"}).ints(0), (Ints{2, 1, 3}));
-  EXPECT_EQ(Cursor({.index = "f"}).ints(0, {Keys().text("B"), Keys().text("B")}),
-            (Ints{1}));
-  EXPECT_EQ(Cursor({.index = "g"}).ints(0, {Keys().number(12), {}}), (Ints{2, 3}));
+  EXPECT_EQ(
+      Cursor({.index = "f"}).ints(0, {Keys().text("B"), Keys().text("B")}),
+      (Ints{1}));
+  EXPECT_EQ(Cursor({.index = "g"}).ints(0, {Keys().number(12), {}}),
+            (Ints{2, 3}));
 }
 
 TEST_F(Table_kind, InvisibleIndexAndColumn) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT INVISIBLE,"
-           " KEY k (a) INVISIBLE)");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT INVISIBLE,"
+      " KEY k (a) INVISIBLE)");
   sql.exec("INSERT INTO t (id, a) VALUES (1, 5), (2, 3)");
   EXPECT_EQ(Cursor({.index = "k"}).ints(1), (Ints{3, 5}));
 }
@@ -203,8 +228,9 @@ TEST_F(Table_kind, InvisiblePrimaryKey) {
 TEST_F(Table_kind, ColumnsAddedAtOnce) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY k (a))");
   sql.exec("INSERT INTO t VALUES (1, 3), (2, 2)");
-  sql.exec("ALTER TABLE t ADD COLUMN b INT DEFAULT 77, ADD COLUMN c VARCHAR(10)"
-           " DEFAULT 'dflt', ALGORITHM = INSTANT");
+  sql.exec(
+      "ALTER TABLE t ADD COLUMN b INT DEFAULT 77, ADD COLUMN c VARCHAR(10)"
+      " DEFAULT 'dflt', ALGORITHM = INSTANT");
   sql.exec("INSERT INTO t VALUES (3, 1, 5, 'own')");
   sql.exec("ALTER TABLE t ADD COLUMN d DATE, ALGORITHM = INSTANT");
   sql.exec("UPDATE t SET d = '2020-01-01' WHERE id = 2");
@@ -217,10 +243,12 @@ TEST_F(Table_kind, ColumnsAddedFirstAndDroppedAtOnce) {
   sql.exec("INSERT INTO t VALUES (1, 3, 10), (2, 2, 20)");
   // 8.0.27 cannot; the table is then rebuilt, which reads the same.
   if (sql.attempt("ALTER TABLE t ADD COLUMN z INT DEFAULT 9 FIRST,"
-                  " ALGORITHM = INSTANT").error != 0)
+                  " ALGORITHM = INSTANT")
+          .error != 0)
     sql.exec("ALTER TABLE t ADD COLUMN z INT DEFAULT 9 FIRST");
   sql.exec("INSERT INTO t VALUES (8, 3, 1, 30)");
-  if (sql.attempt("ALTER TABLE t DROP COLUMN b, ALGORITHM = INSTANT").error != 0)
+  if (sql.attempt("ALTER TABLE t DROP COLUMN b, ALGORITHM = INSTANT").error !=
+      0)
     sql.exec("ALTER TABLE t DROP COLUMN b");
   sql.exec("INSERT INTO t VALUES (7, 4, 0)");
   expect_same({}, "id");
@@ -228,11 +256,13 @@ TEST_F(Table_kind, ColumnsAddedFirstAndDroppedAtOnce) {
 }
 
 TEST_F(Table_kind, LargeObjectsBesideEachOther) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a LONGBLOB, b LONGTEXT, c JSON,"
-           " d VARBINARY(8000), KEY k (id, d(10)))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a LONGBLOB, b LONGTEXT, c JSON,"
+      " d VARBINARY(8000), KEY k (id, d(10)))");
   for (int i = 1; i <= 5; ++i)
     sql.exec("INSERT INTO t VALUES (" + std::to_string(i) +
-             ", REPEAT('a', 1000000), REPEAT('b', 70000 * " + std::to_string(i) +
+             ", REPEAT('a', 1000000), REPEAT('b', 70000 * " +
+             std::to_string(i) +
              "), JSON_ARRAY(REPEAT('c', 50000)), REPEAT('d', 8000))");
   expect_same({}, "id");
   expect_same({.index = "k"}, "id");
@@ -254,8 +284,9 @@ TEST_F(Table_kind, SystemTable) {
 }
 
 TEST_F(Table_kind, RowsThatWereDeletedAndUpdated) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
-           " KEY by_a (a))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
+      " KEY by_a (a))");
   fill("INSERT INTO t", 1000);
   sql.exec("DELETE FROM t WHERE id % 3 = 0");
   sql.exec("UPDATE t SET a = a + 1, c = 'short' WHERE id % 5 = 0");
@@ -276,16 +307,18 @@ TEST_F(Table_kind, TruncatedAndFilledAgain) {
 
 TEST_F(Table_kind, ForeignKeys) {
   sql.exec("CREATE TABLE parent (id INT PRIMARY KEY)");
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, p INT,"
-           " FOREIGN KEY f (p) REFERENCES parent (id))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, p INT,"
+      " FOREIGN KEY f (p) REFERENCES parent (id))");
   sql.exec("INSERT INTO parent VALUES (5), (6)");
   sql.exec("INSERT INTO t VALUES (1, 6), (2, 5)");
   EXPECT_EQ(Cursor({.index = "f"}).ints(0), (Ints{2, 1}));
 }
 
 TEST_F(Table_kind, MultiValuedIndexOpensOrIsRefused) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON,"
-           " KEY m ((CAST(j AS UNSIGNED ARRAY))))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, j JSON,"
+      " KEY m ((CAST(j AS UNSIGNED ARRAY))))");
   sql.exec("INSERT INTO t VALUES (1, '[3, 1]'), (2, '[2]')");
   Cursor cursor({.index = "m"});
   if (!cursor.is_open()) {

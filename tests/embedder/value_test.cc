@@ -20,7 +20,9 @@ class Value : public Value_test {};
 
 TEST_F(Value, Tinyint) { check("TINYINT", {"-128", "127", "0", "-1"}); }
 
-TEST_F(Value, TinyintUnsigned) { check("TINYINT UNSIGNED", {"0", "255", "128"}); }
+TEST_F(Value, TinyintUnsigned) {
+  check("TINYINT UNSIGNED", {"0", "255", "128"});
+}
 
 TEST_F(Value, Smallint) { check("SMALLINT", {"-32768", "32767", "0"}); }
 
@@ -57,20 +59,20 @@ TEST_F(Value, DecimalOfAllDigits) {
   const std::string digits = std::string(35, '9') + "." + std::string(30, '9');
   Expected expected;
   // Beyond the range of integers, which a SQL cast reports as an error only.
-  expected.integer = "IF(c > 9.3e18, 9223372036854775807,"
-                     " IF(c < -9.3e18, -9223372036854775808,"
-                     " CAST(c AS SIGNED)))";
-  check("DECIMAL(65,30)",
-        {digits, "-" + digits, "0", "0.5", "-0.5", "1.5", "-1.49",
-         "0.000000000000000000000000000001",
-         "-0.000000000000000000000000000001"},
-        expected);
+  expected.integer =
+      "IF(c > 9.3e18, 9223372036854775807,"
+      " IF(c < -9.3e18, -9223372036854775808,"
+      " CAST(c AS SIGNED)))";
+  check(
+      "DECIMAL(65,30)",
+      {digits, "-" + digits, "0", "0.5", "-0.5", "1.5", "-1.49",
+       "0.000000000000000000000000000001", "-0.000000000000000000000000000001"},
+      expected);
 }
 
 TEST_F(Value, DecimalWithoutFraction) {
   Expected expected;
-  expected.integer =
-      "IF(c > 0, 9223372036854775807, -9223372036854775808)";
+  expected.integer = "IF(c > 0, 9223372036854775807, -9223372036854775808)";
   expected.decimal = "c";
   const std::string digits(65, '9');
   check("DECIMAL(65,0)", {digits, "-" + digits}, expected);
@@ -95,8 +97,7 @@ TEST_F(Value, DecimalWordsBeyondOne) {
   EXPECT_FALSE(value.negative);
   EXPECT_EQ(value.integer_words,
             (std::vector<int32_t>{12, 345678901, 234567890}));
-  EXPECT_EQ(value.fraction_words,
-            (std::vector<int32_t>{123456789, 100000000}));
+  EXPECT_EQ(value.fraction_words, (std::vector<int32_t>{123456789, 100000000}));
 }
 
 TEST_F(Value, DecimalHalfIsAWordFilledFromTheLeft) {
@@ -151,7 +152,8 @@ TEST_F(Value, BitOfEachWidth) {
   for (int width = 1; width <= 64; ++width) {
     SCOPED_TRACE(width);
     const std::string ones(static_cast<size_t>(width), '1');
-    check("BIT(" + std::to_string(width) + ")", {"b'0'", "b'1'", "b'" + ones + "'"});
+    check("BIT(" + std::to_string(width) + ")",
+          {"b'0'", "b'1'", "b'" + ones + "'"});
     if (HasFailure()) return;
     sql.exec("DROP TABLE t");
   }
@@ -168,13 +170,11 @@ TEST_F(Value, BitInTheMiddleOfARow) {
 }
 
 TEST_F(Value, Char) {
-  check("CHAR(20)", {"''", "'a'", "'  b'", "'12.9'", "'-7 x'",
-                     "'1234567890123456789'"});
+  check("CHAR(20)",
+        {"''", "'a'", "'  b'", "'12.9'", "'-7 x'", "'1234567890123456789'"});
 }
 
-TEST_F(Value, CharFillsItsWidth) {
-  check("CHAR(255)", {"REPEAT('x', 255)"});
-}
+TEST_F(Value, CharFillsItsWidth) { check("CHAR(255)", {"REPEAT('x', 255)"}); }
 
 TEST_F(Value, CharKeepsTheColumnsCharacterSet) {
   check("CHAR(10) CHARACTER SET latin1", {"'\u00e9t\u00e9'"});
@@ -217,9 +217,13 @@ TEST_F(Value, Varbinary) {
   check("VARBINARY(300)", {"X'00'", "''", "REPEAT(X'FF', 300)"}, expected);
 }
 
-TEST_F(Value, VarbinaryOfDigits) { check("VARBINARY(30)", {"'123'", "'-4.5'"}); }
+TEST_F(Value, VarbinaryOfDigits) {
+  check("VARBINARY(30)", {"'123'", "'-4.5'"});
+}
 
-TEST_F(Value, Tinytext) { check("TINYTEXT", {"''", "'17'", "REPEAT(' ', 255)"}); }
+TEST_F(Value, Tinytext) {
+  check("TINYTEXT", {"''", "'17'", "REPEAT(' ', 255)"});
+}
 
 TEST_F(Value, TextOffThePage) {
   Expected expected;
@@ -289,8 +293,9 @@ TEST_F(Value, Json) {
   expected.integer = "IF(JSON_TYPE(c) IN ('INTEGER'), CAST(c AS SIGNED), 0)";
   expected.real = "IF(JSON_TYPE(c) IN ('INTEGER'), c + 0e0, 0)";
   expected.decimal = "IF(JSON_TYPE(c) IN ('INTEGER'), c + 0, 0)";
-  check("JSON", {"'5'", "'-17'", "'{\"b\": [1, true, null], \"a\": \"x\"}'",
-                 "'[]'", "CONCAT('[\"', REPEAT('z', 100000), '\"]')"},
+  check("JSON",
+        {"'5'", "'-17'", "'{\"b\": [1, true, null], \"a\": \"x\"}'", "'[]'",
+         "CONCAT('[\"', REPEAT('z', 100000), '\"]')"},
         expected);
 }
 
@@ -303,12 +308,8 @@ TEST_F(Value, Geometry) {
         expected);
 }
 
-TEST_F(Value, Year) {
-  check("YEAR", {"1901", "2155", "2026", "0"});
-}
+TEST_F(Value, Year) { check("YEAR", {"1901", "2155", "2026", "0"}); }
 
-TEST_F(Value, NotNullColumnsHaveValues) {
-  check("INT NOT NULL", {"0", "1"});
-}
+TEST_F(Value, NotNullColumnsHaveValues) { check("INT NOT NULL", {"0", "1"}); }
 
 }  // namespace

@@ -57,7 +57,7 @@ compare_list() {
 down() {
   mark_log "$run"
   server stop "$run" || fail "the server did not stop"
-  expect_clean_end "$run"
+  (expect_clean_end "$run") || { show_log "$run" && exit 1; }
   ! grep -E "$crash_words" "$run/mysqld.err" ||
     fail "$run/mysqld.err tells of a crash"
 }

@@ -10,7 +10,7 @@
 #include "host_stand_in.h"
 #include "innodb_api/pool.h"
 
-#include <latch>
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -89,11 +89,12 @@ TEST_F(Budget, ConcurrentReadersShareIt) {
   constexpr int n_threads = 8;
   std::atomic<size_t> held{0};
   std::atomic<bool> exceeded{false};
-  std::latch start(n_threads);
+  std::atomic<int> started{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < n_threads; ++i) {
     threads.emplace_back([&] {
-      start.arrive_and_wait();
+      ++started;
+      while (started < n_threads) std::this_thread::yield();
       for (int round = 0; round < 20000; ++round) {
         const size_t got = Reader::available_threads(50);
         if (held.fetch_add(got) + got > 256) exceeded = true;

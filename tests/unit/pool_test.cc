@@ -6,13 +6,13 @@
   Free Software Foundation.
 */
 
+#include "innodb_api/pool.h"
 #include "gtest/gtest.h"
 #include "host_stand_in.h"
-#include "innodb_api/pool.h"
 
+#include <atomic>
 #include <chrono>
 #include <functional>
-#include <latch>
 #include <memory>
 #include <set>
 #include <string>
@@ -141,10 +141,13 @@ TEST_F(Pool, WorkerOutlivesAnException) {
 }
 
 TEST_F(Pool, WorkersRunAtTheSameTime) {
-  std::latch all_run(32);
+  std::atomic<int> running{0};
+  const auto meet = [&running] {
+    ++running;
+    wait_until([&running] { return running == 32; });
+  };
   Futures tasks;
-  for (int i = 0; i < 32; ++i)
-    tasks.push_back(pool->submit([&] { all_run.arrive_and_wait(); }));
+  for (int i = 0; i < 32; ++i) tasks.push_back(pool->submit(meet));
   for (auto &task : tasks)
     ASSERT_EQ(task.wait_for(std::chrono::seconds(30)),
               std::future_status::ready);
@@ -175,8 +178,7 @@ TEST_F(Pool, WorkersAreReusedAfterABusyTime) {
 TEST_F(Pool, QueuedTasksRunThoughThePoolStops) {
   std::atomic<int> runs{0};
   Futures tasks;
-  for (int i = 0; i < 5000; ++i)
-    tasks.push_back(pool->submit([&] { ++runs; }));
+  for (int i = 0; i < 5000; ++i) tasks.push_back(pool->submit([&] { ++runs; }));
   Threads::shutdown();
   for (auto &task : tasks) EXPECT_NO_THROW(task.get());
   EXPECT_EQ(runs, 5000);

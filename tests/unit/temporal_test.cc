@@ -25,7 +25,8 @@ TEST(Julian_day, EpochIsDay2451545) {
   EXPECT_EQ(mysql_time2jd(2000, 1, 1), 2451545);
 }
 
-// 4713-11-24 BC of the Gregorian calendar is day 0; this is the first day of AD.
+// 4713-11-24 BC of the Gregorian calendar is day 0; this is the first day of
+// AD.
 TEST(Julian_day, FirstDayOfOurEra) {
   EXPECT_EQ(mysql_time2jd(1, 1, 1), 1721426);
 }
@@ -39,7 +40,9 @@ TEST(Julian_day, EachDayFollowsTheOneBefore) {
             << year << '-' << month << '-' << day;
 }
 
-TEST(Days_since_epoch, EpochIsZero) { EXPECT_EQ(days_since_epoch(2000, 1, 1), 0); }
+TEST(Days_since_epoch, EpochIsZero) {
+  EXPECT_EQ(days_since_epoch(2000, 1, 1), 0);
+}
 
 TEST(Days_since_epoch, DayBeforeTheEpochIsMinusOne) {
   EXPECT_EQ(days_since_epoch(1999, 12, 31), -1);

@@ -197,6 +197,9 @@ class ParallelIndexReader : public ThreadBudget {
 
   /** Read one unit. A failure is in m_err as well. */
   dberr_t traverse(Ctx *ctx);
+  /** What a worker does between letting go of its page for a waiter and coming
+      back to it: sched_yield(), unless a test has something happen there. */
+  static std::atomic<void (*)()> s_yield;
 
   // --- visibility: innodb_api/visibility.cc ---
 

@@ -62,7 +62,8 @@ class Client::Worker {
       const unsigned long *lengths = mysql_fetch_lengths(result);
       Row copy;
       for (unsigned int i = 0; i < columns; ++i)
-        copy.push_back(row[i] ? Value(std::string(row[i], lengths[i])) : Value());
+        copy.push_back(row[i] ? Value(std::string(row[i], lengths[i]))
+                              : Value());
       reply.rows.push_back(std::move(copy));
     }
     mysql_free_result(result);

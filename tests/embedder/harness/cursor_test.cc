@@ -245,8 +245,10 @@ Cursor_test::~Cursor_test() { sql.attempt("DROP DATABASE db"); }
 
 bool Cursor_test::wait_for_state(const std::string &state) {
   return wait_until([&] {
-    return sql.number("SELECT COUNT(*) FROM performance_schema.processlist "
-                      "WHERE state = '" + state + "'") > 0;
+    return sql.number(
+               "SELECT COUNT(*) FROM performance_schema.processlist "
+               "WHERE state = '" +
+               state + "'") > 0;
   });
 }
 

@@ -54,7 +54,8 @@ void on_own_thread(F f) {
 std::string open_cursor(const char *db, const char *table, uintptr_t *cursor) {
   unsigned int error = 12345;
   char message[512] = "untouched";
-  *cursor = open_index_cursor(db, table, "PRIMARY", false, 0, 5, &error, message);
+  *cursor =
+      open_index_cursor(db, table, "PRIMARY", false, 0, 5, &error, message);
   if (*cursor != 0) return "open " + std::to_string(error);
   return std::to_string(error) + " " + message;
 }
@@ -98,14 +99,42 @@ std::string leave_open() {
   return result;
 }
 
-std::string leave_idle() {
+/** Opens a table and counts its rows; the session stays in the pool. */
+std::string count_rows(const char *db, const char *table) {
   std::string result;
   on_own_thread([&] {
     uintptr_t cursor;
-    result = open_cursor("db", "t", &cursor);
+    result = open_cursor(db, table, &cursor);
+    if (cursor == 0) return;
+    int rows = 0;
+    if (cursor_set_read_range(cursor, nullptr, nullptr, true, true, false))
+      while (!cursor_advance(cursor)) ++rows;
     close_index_cursor(cursor);
+    result = std::to_string(rows) + " rows";
   });
   return result;
+}
+
+/** The names are in letters of both cases, and stay so. */
+std::string count_in_mixed_case() {
+  char db[] = "Db", table[] = "T";
+  const std::string result = count_rows(db, table);
+  return result + ", " + db + "." + table;
+}
+
+/** Reads t again and again until its cursor is taken away. */
+std::string read_on() {
+  std::thread([] {
+    my_thread_init();
+    uintptr_t cursor;
+    open_cursor("db", "t", &cursor);
+    while (cursor_set_read_range(cursor, nullptr, nullptr, true, true, false))
+      while (!cursor_advance(cursor)) continue;
+    say("reader ends");
+    close_index_cursor(cursor);
+    my_thread_end();
+  }).detach();
+  return "done";
 }
 
 std::string observe(Shutdown_observer_func f) {
@@ -122,7 +151,9 @@ std::string act(const std::string &name) {
       {"observe_b", [] { return observe(callback_b); }},
       {"observe_clean_up", [] { return observe(clean_up); }},
       {"leave_open", leave_open},
-      {"leave_idle", leave_idle},
+      {"read_on", read_on},
+      {"count", [] { return count_rows("db", "t"); }},
+      {"count_in_mixed_case", count_in_mixed_case},
   };
   const auto found = acts.find(name);
   return found == acts.end() ? "no such act" : found->second();

@@ -16,8 +16,7 @@ namespace harness {
 Expected datetimes() {
   Expected expected;
   expected.date = "TO_DAYS(c) - TO_DAYS('2000-01-01')";
-  expected.time =
-      "TIMESTAMPDIFF(MICROSECOND, DATE(c), CAST(c AS DATETIME(6)))";
+  expected.time = "TIMESTAMPDIFF(MICROSECOND, DATE(c), CAST(c AS DATETIME(6)))";
   expected.datetime = "TIMESTAMPDIFF(MICROSECOND, '2000-01-01', c)";
   return expected;
 }
@@ -30,8 +29,7 @@ Expected dates() {
 
 Expected times() {
   Expected expected;
-  expected.date =
-      "TO_DAYS(CAST(c AS DATETIME(6))) - TO_DAYS('2000-01-01')";
+  expected.date = "TO_DAYS(CAST(c AS DATETIME(6))) - TO_DAYS('2000-01-01')";
   expected.time =
       "TIMESTAMPDIFF(MICROSECOND, '2000-01-01', ADDTIME('2000-01-01 0:0', c))";
   expected.datetime =

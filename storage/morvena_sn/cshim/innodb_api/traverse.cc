@@ -271,7 +271,7 @@ bool Traversal::pcur_move_to_next_block() {
   if (page_cur_is_before_first(&last)) return false;
   const auto position = create_persistent_cursor(index_, last, scan_mtr());
   mtrs_[current_mtr_].commit();
-  sched_yield();
+  ParallelIndexReader::s_yield.load()();
   // Stepping on from a record that has not been handled would lose it.
   if (pcur_restore_position(*position)) page_cur_move_to_next(&cursor_);
   return !page_cur_is_after_last(&cursor_);
@@ -291,6 +291,8 @@ dberr_t Traversal::pcur_move_to_user_rec() {
   page_cur_move_to_next(&cursor_);
   return DB_SUCCESS;
 }
+
+std::atomic<void (*)()> ParallelIndexReader::s_yield{[] { sched_yield(); }};
 
 dberr_t ParallelIndexReader::traverse(Ctx *ctx) {
   Traversal traversal(this, ctx);

@@ -1,0 +1,139 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// What the donor does while a cursor reads its snapshot, and what the reading
+// does to the donor.
+
+#include "donor_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Changing_donor : public Donor_test {};
+
+TEST_F(Changing_donor, CommitsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  Cursor cursor({.donor = donor.id()});
+  ASSERT_TRUE(cursor.set_range());
+  donor.exec("COMMIT");
+  EXPECT_EQ(cursor.ints(1), before);
+  donor.exec("UPDATE t SET v = 99");
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+// What the donor had written stays part of what the cursor sees.
+TEST_F(Changing_donor, CommitsItsOwnRowsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  change();
+  Cursor cursor({.donor = donor.id()});
+  donor.exec("COMMIT");
+  EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30, 50}));
+}
+
+TEST_F(Changing_donor, RollsBackItsRowsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  Cursor cursor({.donor = donor.id()});
+  donor.exec("ROLLBACK");
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Changing_donor, DisconnectsWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  Cursor cursor({.donor = donor.id()});
+  const uint32_t id = donor.id();
+  donor.disconnect();
+  ASSERT_TRUE(wait_until([&] {
+    return sql.number(
+               "SELECT COUNT(*) FROM performance_schema.processlist"
+               " WHERE id = " +
+               std::to_string(id)) == 0;
+  }));
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Changing_donor, IsKilledWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  donor.exec("INSERT INTO t VALUES (5, 50)");
+  Cursor cursor({.donor = donor.id()});
+  ASSERT_TRUE(cursor.set_range());
+  const std::string id = std::to_string(donor.id());
+  sql.exec("KILL " + id);
+  ASSERT_TRUE(wait_until([&] {
+    return sql.number(
+               "SELECT COUNT(*) FROM performance_schema.processlist"
+               " WHERE id = " +
+               id) == 0;
+  }));
+  EXPECT_EQ(cursor.ints(1), before);
+}
+
+TEST_F(Changing_donor, StartsAnotherTransactionWhileTheCursorReads) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  Cursor first({.donor = donor.id()});
+  change();
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  Cursor second({.donor = donor.id()});
+  EXPECT_EQ(first.ints(1), before);
+  EXPECT_EQ(second.ints(1), after);
+}
+
+class Donors_transaction : public Donor_test {
+ protected:
+  std::string info(const std::string &column) {
+    return sql
+        .value("SELECT COALESCE(MAX(" + column +
+               "), 'none') FROM"
+               " information_schema.innodb_trx WHERE trx_mysql_thread_id = " +
+               std::to_string(donor.id()))
+        .value();
+  }
+};
+
+TEST_F(Donors_transaction, IsLeftAsItWas) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  const std::string id = info("trx_id"), level = info("trx_isolation_level");
+  {
+    Cursor cursor({.donor = donor.id()});
+    EXPECT_EQ(cursor.ints(1), before);
+    EXPECT_EQ(info("trx_id"), id);
+  }
+  EXPECT_EQ(info("trx_id"), id);
+  EXPECT_EQ(info("trx_isolation_level"), level);
+  EXPECT_EQ(info("trx_state"), "RUNNING");
+}
+
+TEST_F(Donors_transaction, MayGoOnToWriteAndCommit) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  {
+    Cursor cursor({.donor = donor.id()});
+    EXPECT_EQ(cursor.ints(1), before);
+    donor.exec("INSERT INTO t VALUES (7, 70)");
+  }
+  donor.exec("COMMIT");
+  EXPECT_EQ(read(0), (Ints{10, 20, 30, 70}));
+}
+
+TEST_F(Donors_transaction, ReadsItsOwnSnapshotOnAfterTheCursor) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
+}
+
+TEST_F(Donors_transaction, IsNotStartedForAnIdleSession) {
+  EXPECT_EQ(info("trx_id"), "none");
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(info("trx_id"), "none");
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file donor_test.h
+  A table, a session whose snapshot is read, and changes of others to it.
+*/
+
+#ifndef MORVENA_SN_TESTS_DONOR_TEST_H
+#define MORVENA_SN_TESTS_DONOR_TEST_H
+
+#include <string>
+#include <vector>
+
+#include "cursor_test.h"
+
+namespace harness {
+
+using Ints = std::vector<long long>;
+
+class Donor_test : public Cursor_test {
+ protected:
+  Donor_test() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+    sql.exec("INSERT INTO t VALUES (1, 10), (2, 20), (3, 30)");
+    donor.exec("USE db");
+  }
+
+  /** Others change every row after the donor's snapshot. */
+  void change() {
+    sql.exec("UPDATE t SET v = v + 1 WHERE id = 1");
+    sql.exec("DELETE FROM t WHERE id = 2");
+    sql.exec("INSERT INTO t VALUES (4, 40)");
+  }
+
+  Ints read(uint32_t donor_id, const char *index = "PRIMARY") {
+    Cursor cursor({.index = index, .donor = donor_id});
+    EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
+    return cursor.ints(1);
+  }
+
+  const Ints before{10, 20, 30}, after{11, 30, 40};
+  Client donor;
+};
+
+}  // namespace harness
+
+#endif  // MORVENA_SN_TESTS_DONOR_TEST_H

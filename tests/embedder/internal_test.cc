@@ -1,0 +1,223 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// What lies behind the exported functions and cannot be seen through them.
+
+#include <cstring>
+
+#include "common.h"
+#include "cursor_test.h"
+#include "handler_api.h"
+
+namespace {
+
+using namespace harness;
+
+using Ints = std::vector<long long>;
+
+/** An opened and locked table in a session of its own. */
+class Opened {
+ public:
+  explicit Opened(int mode, const char *name = "t") : mode_(mode) {
+    thd = static_cast<THD *>(CommonApi::create_thd());
+    table = static_cast<TABLE *>(CommonApi::open_table(thd, "db", name, mode));
+    if (table != nullptr)
+      lock_failed = CommonApi::lock_table(thd, table, mode, 5);
+  }
+  ~Opened() {
+    CommonApi::thd_attach(thd, nullptr);
+    if (table != nullptr) CommonApi::unlock_table(thd, table, mode_);
+    CommonApi::close_thd(thd);
+  }
+  Opened(const Opened &) = delete;
+  Opened &operator=(const Opened &) = delete;
+
+  bool holds(enum_mdl_type lock) const {
+    return thd->mdl_context.owns_equal_or_stronger_lock(MDL_key::TABLE, "db",
+                                                        "t", lock);
+  }
+
+  THD *thd;
+  TABLE *table;
+  bool lock_failed = true;
+
+ private:
+  int mode_;
+};
+
+class Internal : public Cursor_test {
+ protected:
+  Internal() {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(10)"
+        " CHARACTER SET latin1, c BIGINT NOT NULL,"
+        " KEY k (a, b), KEY l (c, a))");
+    sql.exec("INSERT INTO t VALUES (1, 10, 'x', 7), (2, 20, 'y', 8)");
+  }
+
+  /** The length of a key of these values on an index of t. */
+  size_t key_length(const char *index, Keys keys) {
+    Opened opened(HDL_READ);
+    std::unique_ptr<IndexCursor> cursor(
+        IndexCursor::open(opened.table, index, false, 0));
+    EXPECT_NE(cursor, nullptr);
+    uchar key[4096];
+    return cursor->create_key(keys.arg(), key);
+  }
+};
+
+// A nullable INT takes 1 + 4 bytes of a key, a nullable VARCHAR(10) of latin1
+// 1 + 2 + 10.
+TEST_F(Internal, KeyLengthCountsTheGivenParts) {
+  EXPECT_EQ(key_length("k", Keys().number(1)), 5u);
+  EXPECT_EQ(key_length("k", Keys().number(1).text("x")), 18u);
+  EXPECT_EQ(key_length("PRIMARY", Keys().number(1)), 4u);
+  EXPECT_EQ(key_length("l", Keys().number(1)), 8u);
+  EXPECT_EQ(key_length("k", Keys()), 0u);
+}
+
+TEST_F(Internal, KeyLengthLeavesNullPartsOut) {
+  EXPECT_EQ(key_length("k", Keys().null().text("x")), 13u);
+  EXPECT_EQ(key_length("k", Keys().number(1).null()), 5u);
+  EXPECT_EQ(key_length("k", Keys().null()), 0u);
+}
+
+TEST_F(Internal, ReadModeTakesSharedLocks) {
+  Opened opened(HDL_READ);
+  ASSERT_FALSE(opened.lock_failed);
+  EXPECT_TRUE(opened.holds(MDL_SHARED_READ));
+  EXPECT_FALSE(opened.holds(MDL_SHARED_WRITE));
+  EXPECT_EQ(opened.table->reginfo.lock_type, TL_READ);
+}
+
+TEST_F(Internal, WriteModeTakesWriteLocks) {
+  Opened opened(HDL_WRITE);
+  ASSERT_FALSE(opened.lock_failed);
+  EXPECT_TRUE(opened.holds(MDL_SHARED_WRITE));
+  EXPECT_FALSE(opened.holds(MDL_EXCLUSIVE));
+  EXPECT_EQ(opened.table->reginfo.lock_type, TL_WRITE);
+}
+
+// Nobody else may use the table, yet the lock on it is one for reading.
+TEST_F(Internal, FlushModeTakesTheTableAndAReadLock) {
+  Opened opened(HDL_FLUSH);
+  ASSERT_FALSE(opened.lock_failed);
+  EXPECT_TRUE(opened.holds(MDL_EXCLUSIVE));
+  EXPECT_EQ(opened.table->reginfo.lock_type, TL_READ);
+  sql.exec("SET lock_wait_timeout = 1");
+  EXPECT_EQ(sql.attempt("SELECT * FROM t").error, 1205u);
+}
+
+TEST_F(Internal, EveryColumnIsReadWhenATableIsOpened) {
+  Opened opened(HDL_READ);
+  EXPECT_TRUE(bitmap_is_set_all(opened.table->read_set));
+}
+
+TEST_F(Internal, UnlockAnswersSuccessAndClosesTheTable) {
+  THD *thd = static_cast<THD *>(CommonApi::create_thd());
+  void *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
+  ASSERT_NE(table, nullptr);
+  ASSERT_FALSE(CommonApi::lock_table(thd, table, HDL_READ, 5));
+  EXPECT_NE(thd->lock, nullptr);
+  EXPECT_EQ(CommonApi::unlock_table(thd, table, HDL_READ), 0);
+  EXPECT_EQ(thd->lock, nullptr);
+  EXPECT_EQ(thd->open_tables, nullptr);
+  CommonApi::close_thd(thd);
+}
+
+TEST_F(Internal, LockTimeoutIsTheSessionsFromThenOn) {
+  THD *thd = static_cast<THD *>(CommonApi::create_thd());
+  void *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
+  ASSERT_NE(table, nullptr);
+  EXPECT_FALSE(CommonApi::lock_table(thd, table, HDL_READ, 17));
+  EXPECT_EQ(thd->variables.lock_wait_timeout, 17u);
+  CommonApi::unlock_table(thd, table, HDL_READ);
+  CommonApi::close_thd(thd);
+}
+
+TEST_F(Internal, NoErrorAfterAReset) {
+  THD *thd = static_cast<THD *>(CommonApi::create_thd());
+  char message[512];
+  memset(message, 'm', sizeof message);
+  EXPECT_EQ(CommonApi::get_last_error(thd, message), 0u);
+  EXPECT_EQ(std::string(message, sizeof message), std::string(512, 'm'));
+  my_error(ER_UNKNOWN_ERROR, MYF(0));
+  EXPECT_EQ(CommonApi::get_last_error(thd, message), 1105u);
+  EXPECT_STREQ(message, "Unknown error");
+  thd->get_stmt_da()->reset_diagnostics_area();
+  memset(message, 'n', sizeof message);
+  EXPECT_EQ(CommonApi::get_last_error(thd, message), 0u);
+  EXPECT_EQ(std::string(message, sizeof message), std::string(512, 'n'));
+  CommonApi::close_thd(thd);
+}
+
+TEST_F(Internal, AttachStoresTheSessionBefore) {
+  THD *first = static_cast<THD *>(CommonApi::create_thd());
+  THD *second = static_cast<THD *>(CommonApi::create_thd());
+  ASSERT_EQ(current_thd, second);
+  void *before = nullptr;
+  CommonApi::thd_attach(first, &before);
+  EXPECT_EQ(before, second);
+  EXPECT_EQ(current_thd, first);
+  CommonApi::thd_attach(first, &before);
+  EXPECT_EQ(before, first);
+  EXPECT_EQ(current_thd, first);
+  CommonApi::close_thd(first);
+  CommonApi::thd_attach(second, nullptr);
+  CommonApi::close_thd(second);
+}
+
+TEST_F(Internal, DonorIsIgnoredWhereAViewIsOpen) {
+  Client first, second;
+  first.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("DELETE FROM t WHERE id = 1");
+  second.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  Opened opened(HDL_READ);
+  std::unique_ptr<IndexCursor> cursor(
+      IndexCursor::open(opened.table, "PRIMARY", false, first.id()));
+  cursor.reset();
+  cursor.reset(IndexCursor::open(opened.table, "PRIMARY", false, second.id()));
+  ASSERT_FALSE(cursor->set_read_range(nullptr, nullptr, true, true, false));
+  longlong id;
+  ASSERT_FALSE(cursor->read_field_int(0, &id));
+  EXPECT_EQ(id, 1);
+}
+
+TEST_F(Internal, NamesOfAUniqueIndexAreAppended) {
+  Opened opened(HDL_READ);
+  std::vector<const char *> names{"before"};
+  CommonApi::get_index_field_names(&opened.table->key_info[0], names);
+  ASSERT_GE(names.size(), 2u);
+  EXPECT_STREQ(names[0], "before");
+  EXPECT_STREQ(names[1], "id");
+}
+
+TEST_F(Internal, TableNamesReplaceTheList) {
+  Opened opened(HDL_READ);
+  std::vector<const char *> names{"before"};
+  CommonApi::get_table_field_names(opened.table, names);
+  EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()),
+            (std::vector<std::string>{"id", "a", "b", "c"}));
+}
+
+TEST_F(Internal, IndexNamesIgnoreLetterCase) {
+  for (const char *name : {"primary", "Primary", "PRIMARY"})
+    EXPECT_EQ(Cursor({.index = name}).ints(0), (Ints{1, 2})) << name;
+  EXPECT_EQ(Cursor({.index = "K"}).index_columns()[0], "a");
+}
+
+TEST_F(Internal, PluginIsListed) {
+  const Rows rows = sql.query(
+      "SELECT plugin_version, plugin_status, plugin_type, plugin_license,"
+      " plugin_description FROM information_schema.plugins"
+      " WHERE plugin_name = 'MORVENA_SN'");
+  EXPECT_EQ(rows, (Rows{{"1.0", "ACTIVE", "STORAGE ENGINE", "GPL",
+                         "MORVENA_SN storage engine"}}));
+}
+
+}  // namespace

@@ -1,0 +1,238 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Bounds: open, closed and none at either side, on keys of every kind, at
+// values that are there, are there no longer, never were, and lie outside.
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+enum Bound { none, closed, open };
+
+/** A bound's value, as the cursor takes it and as SQL has it. */
+struct Key_value {
+  Keys keys;
+  std::string sql;
+};
+
+class Bounds : public Parallel_test {
+ protected:
+  /** All pairs of values, for every number of threads. */
+  void check(Bound begin, Bound end) {
+    const std::vector<Key_value> at_begin = values_of(begin),
+                                 at_end = values_of(end);
+    Open open = open_;
+    open.donor = donor.id();
+    Cursor cursor(open);
+    ASSERT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
+    cursor.set_columns(columns_);
+    for (const Key_value &from : at_begin) {
+      for (const Key_value &to : at_end) {
+        Range range;
+        std::string where = " WHERE 1";
+        if (begin != none) {
+          range.begin = from.keys;
+          where += " AND " + left(from.sql) + (falling_ ? " <" : " >") +
+                   (begin == closed ? "= " : " ") + from.sql;
+        }
+        if (end != none) {
+          range.end = to.keys;
+          where += " AND " + left(to.sql) + (falling_ ? " >" : " <") +
+                   (end == closed ? "= " : " ") + to.sql;
+        }
+        range.closed_begin = begin == closed;
+        range.closed_end = end == closed;
+        cursor.set_range(range);
+        compare(cursor, where);
+      }
+    }
+  }
+
+  /** What SQL compares with a value. */
+  virtual std::string left(const std::string &) const { return key_; }
+
+  Open open_;
+  std::string key_;
+  std::string select_ = "SELECT *";
+  bool falling_ = false;  // the index is descending
+  std::vector<Key_value> values_;
+  std::vector<uint32_t> columns_{0, 1};
+
+ private:
+  std::vector<Key_value> values_of(Bound bound) const {
+    return bound == none ? std::vector<Key_value>(1) : values_;
+  }
+
+  void compare(const Cursor &cursor, const std::string &where) {
+    const Rows expected = donor_rows(select_ + " FROM t" + where);
+    for (const size_t threads : thread_counts) {
+      SCOPED_TRACE(std::to_string(threads) + " threads" + where.substr(0, 200));
+      const Delivered delivered = collect(cursor, threads, {0, 1});
+      EXPECT_TRUE(delivered.complete);
+      expect_rows(delivered.rows, expected);
+    }
+  }
+};
+
+/** Even numbers, two to a page; some are gone. */
+class Parallel_bounds_integer : public Bounds {
+ protected:
+  Parallel_bounds_integer() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000))"
+             " CHARACTER SET latin1");
+    fill("t", 200, "i * 2, i % 7, REPEAT('w', 7000)");
+    sql.exec("DELETE FROM t WHERE id BETWEEN 100 AND 120");
+    wait_for_purge();
+    key_ = "id";
+    select_ = "SELECT id, v";
+    for (const int value : {-5, 2, 110, 201, 302, 400, 9999})
+      values_.push_back({Keys().number(value), std::to_string(value)});
+  }
+};
+
+TEST_F(Parallel_bounds_integer, NoBounds) { check(none, none); }
+TEST_F(Parallel_bounds_integer, ClosedBegin) { check(closed, none); }
+TEST_F(Parallel_bounds_integer, OpenBegin) { check(open, none); }
+TEST_F(Parallel_bounds_integer, ClosedEnd) { check(none, closed); }
+TEST_F(Parallel_bounds_integer, OpenEnd) { check(none, open); }
+TEST_F(Parallel_bounds_integer, ClosedBeginClosedEnd) { check(closed, closed); }
+TEST_F(Parallel_bounds_integer, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(Parallel_bounds_integer, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(Parallel_bounds_integer, OpenBeginOpenEnd) { check(open, open); }
+
+/** Keys that fill a page with five, under a collation that ignores case. */
+class Parallel_bounds_string : public Bounds {
+ protected:
+  Parallel_bounds_string() {
+    sql.exec("CREATE TABLE t (k VARCHAR(700) CHARACTER SET utf8mb4 COLLATE"
+             " utf8mb4_0900_ai_ci PRIMARY KEY, v INT)");
+    fill("t", 300, "CONCAT('Key', LPAD(i * 2, 5, '0'), REPEAT('x', 600)), i");
+    sql.exec("DELETE FROM t WHERE v BETWEEN 100 AND 110");
+    wait_for_purge();
+    key_ = "k";
+    const std::string rest(600, 'x');
+    for (const std::string &value :
+         {std::string("a"), "key00002" + rest, "KEY00210" + rest,
+          "kEy00303" + rest, "key00500" + rest, std::string("z")})
+      values_.push_back(
+          {Keys().text(value), "'" + value + "' COLLATE utf8mb4_0900_ai_ci"});
+  }
+};
+
+TEST_F(Parallel_bounds_string, NoBounds) { check(none, none); }
+TEST_F(Parallel_bounds_string, ClosedBegin) { check(closed, none); }
+TEST_F(Parallel_bounds_string, OpenBegin) { check(open, none); }
+TEST_F(Parallel_bounds_string, ClosedEnd) { check(none, closed); }
+TEST_F(Parallel_bounds_string, OpenEnd) { check(none, open); }
+TEST_F(Parallel_bounds_string, ClosedBeginClosedEnd) { check(closed, closed); }
+TEST_F(Parallel_bounds_string, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(Parallel_bounds_string, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(Parallel_bounds_string, OpenBeginOpenEnd) { check(open, open); }
+
+/** Bounds of one part, which take in all that begins with it, and of both. */
+class Parallel_bounds_composite : public Bounds {
+ protected:
+  Parallel_bounds_composite() {
+    sql.exec("CREATE TABLE t (a INT, b VARCHAR(600) CHARACTER SET latin1,"
+             " v INT, PRIMARY KEY (a, b))");
+    fill("t", 300, "i DIV 30 * 2, CONCAT(LPAD(i, 4, '0'), REPEAT('b', 596)), i");
+    sql.exec("DELETE FROM t WHERE a = 8");
+    wait_for_purge();
+    select_ = "SELECT a, b";
+    for (const int a : {-1, 4, 8, 9, 20})
+      values_.push_back({Keys().number(a), std::to_string(a)});
+    const std::string present = "0155" + std::string(596, 'b');
+    values_.push_back({Keys().number(10).text(present), "(10, '" + present + "')"});
+    values_.push_back({Keys().number(10).text("0155c"), "(10, '0155c')"});
+  }
+  std::string left(const std::string &value) const override {
+    return value[0] == '(' ? "(a, b)" : "a";
+  }
+};
+
+TEST_F(Parallel_bounds_composite, NoBounds) { check(none, none); }
+TEST_F(Parallel_bounds_composite, ClosedBegin) { check(closed, none); }
+TEST_F(Parallel_bounds_composite, OpenBegin) { check(open, none); }
+TEST_F(Parallel_bounds_composite, ClosedEnd) { check(none, closed); }
+TEST_F(Parallel_bounds_composite, OpenEnd) { check(none, open); }
+TEST_F(Parallel_bounds_composite, ClosedBeginClosedEnd) {
+  check(closed, closed);
+}
+TEST_F(Parallel_bounds_composite, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(Parallel_bounds_composite, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(Parallel_bounds_composite, OpenBeginOpenEnd) { check(open, open); }
+
+/** The index's order is the falling one: its begin is the greatest value. */
+class Parallel_bounds_descending : public Bounds {
+ protected:
+  Parallel_bounds_descending() {
+    sql.exec("CREATE TABLE t (id INT, v INT, w VARCHAR(8000),"
+             " PRIMARY KEY (id DESC)) CHARACTER SET latin1");
+    fill("t", 100, "i * 2, i, REPEAT('w', 7000)");
+    key_ = "id";
+    select_ = "SELECT id, v";
+    falling_ = true;
+    for (const int value : {-5, 2, 101, 150, 200, 999})
+      values_.push_back({Keys().number(value), std::to_string(value)});
+  }
+};
+
+TEST_F(Parallel_bounds_descending, NoBounds) { check(none, none); }
+TEST_F(Parallel_bounds_descending, ClosedBegin) { check(closed, none); }
+TEST_F(Parallel_bounds_descending, OpenBegin) { check(open, none); }
+TEST_F(Parallel_bounds_descending, ClosedEnd) { check(none, closed); }
+TEST_F(Parallel_bounds_descending, OpenEnd) { check(none, open); }
+TEST_F(Parallel_bounds_descending, ClosedBeginClosedEnd) {
+  check(closed, closed);
+}
+TEST_F(Parallel_bounds_descending, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(Parallel_bounds_descending, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(Parallel_bounds_descending, OpenBeginOpenEnd) { check(open, open); }
+
+/** A secondary index with NULLs, which come first, read by itself. */
+class Parallel_bounds_nullable : public Bounds {
+ protected:
+  Parallel_bounds_nullable() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(600)"
+             " CHARACTER SET latin1, KEY k (a, b))");
+    fill("t", 300, "i, NULLIF(i DIV 50, 3),"
+                   " IF(i % 3, CONCAT(LPAD(i, 4, '0'), REPEAT('b', 596)), NULL)");
+    open_ = {.index = "k", .index_only = true};
+    select_ = "SELECT id, a";
+    for (const char *a : {"-1000", "-1", "2", "3", "5"})
+      values_.push_back({std::string(a) == "-1000" ? Keys().null()
+                                                   : Keys().number(atoi(a)),
+                         a});
+    const std::string b = "0205" + std::string(596, 'b');
+    values_.push_back({Keys().number(4).text(b), "(4, '" + b + "')"});
+    values_.push_back({Keys().number(4).null(), "(4, '')"});
+    values_.push_back({Keys().null().text("0160"), "(-1000, '0160')"});
+    values_.push_back({Keys().null().null(), "(-1000, '')"});
+  }
+  std::string left(const std::string &value) const override {
+    return value[0] == '(' ? "(IFNULL(a, -1000), IFNULL(b, ''))"
+                           : "IFNULL(a, -1000)";
+  }
+};
+
+TEST_F(Parallel_bounds_nullable, NoBounds) { check(none, none); }
+TEST_F(Parallel_bounds_nullable, ClosedBegin) { check(closed, none); }
+TEST_F(Parallel_bounds_nullable, OpenBegin) { check(open, none); }
+TEST_F(Parallel_bounds_nullable, ClosedEnd) { check(none, closed); }
+TEST_F(Parallel_bounds_nullable, OpenEnd) { check(none, open); }
+TEST_F(Parallel_bounds_nullable, ClosedBeginClosedEnd) {
+  check(closed, closed);
+}
+TEST_F(Parallel_bounds_nullable, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(Parallel_bounds_nullable, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(Parallel_bounds_nullable, OpenBeginOpenEnd) { check(open, open); }
+
+}  // namespace

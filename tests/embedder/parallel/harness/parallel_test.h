@@ -1,0 +1,133 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file parallel_test.h
+  Parallel reads into standard types, and their comparison with SQL for every
+  number of threads.
+*/
+
+#ifndef MORVENA_SN_TESTS_PARALLEL_TEST_H
+#define MORVENA_SN_TESTS_PARALLEL_TEST_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cursor_test.h"
+
+namespace harness {
+
+/** How many threads the reads of a case ask for. The last is more than the
+    process has. */
+extern const std::vector<size_t> thread_counts;
+
+/** All rows of columns, in an order of their own. */
+using Columns = std::vector<unsigned int>;
+
+/** Positions 0 to n - 1. */
+Columns first_columns(size_t n);
+
+/** A batch, inside the callback. Reads of NULL give no value. */
+class Batch {
+ public:
+  Batch(uint64_t batch_handle, uint64_t worker)
+      : handle(batch_handle), thread(worker) {}
+
+  size_t size() const { return pread_n_tuples(handle); }
+  std::optional<long long> read_int(unsigned int column, unsigned int nr) const;
+  std::optional<double> read_real(unsigned int column, unsigned int nr) const;
+  std::optional<std::string> read_text(unsigned int column,
+                                       unsigned int nr) const;
+  std::optional<Decimal> read_decimal(unsigned int column,
+                                      unsigned int nr) const;
+  std::optional<int32_t> read_date(unsigned int column, unsigned int nr) const;
+  std::optional<int64_t> read_time(unsigned int column, unsigned int nr) const;
+  std::optional<int64_t> read_datetime(unsigned int column,
+                                       unsigned int nr) const;
+  Row row(const Columns &columns, unsigned int nr) const;
+
+  const uintptr_t handle;
+  const uint64_t thread;
+};
+
+/** A sequential-scan cursor that closes itself. */
+class Scan {
+ public:
+  explicit Scan(const Open &open = {});
+  ~Scan() { close(); }
+  Scan(const Scan &) = delete;
+  Scan &operator=(const Scan &) = delete;
+
+  bool is_open() const { return handle != 0; }
+  void close();
+  void set_columns(std::vector<uint32_t> positions);
+  std::vector<std::string> output_columns() const;
+
+  uintptr_t handle = 0;
+  unsigned int error = 12345;
+  std::string message;
+};
+
+/** Takes a batch; true stops the read. Runs on several threads. */
+using On_batch = std::function<bool(const Batch &)>;
+
+/** @return what the reading function answers */
+bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take);
+bool read_parallel(const Scan &scan, size_t threads, const On_batch &take);
+
+/** What a read delivered. */
+struct Delivered {
+  bool complete = false;
+  Rows rows;                                        // sorted
+  std::map<uint64_t, std::vector<size_t>> batches;  // sizes, by worker
+};
+
+template <class Reader>
+Delivered collect(const Reader &reader, size_t threads, const Columns &columns);
+
+/** One column of integers, sorted. */
+template <class Reader>
+std::vector<long long> collect_ints(const Reader &reader, size_t threads,
+                                    unsigned int column);
+
+/** The levels of an index of db, its leaves included. */
+int tree_levels(const char *table = "t", const char *index = "PRIMARY");
+
+/** Fails with the sizes and the first difference, not with all rows. */
+void expect_rows(const Rows &delivered, const Rows &expected);
+
+class Parallel_test : public Cursor_test {
+ protected:
+  Parallel_test();
+
+  /** Begin the donor's transaction and take its snapshot. */
+  void take_snapshot();
+  /** Fill a table from SELECTs over n (i), i from 1 to n_rows. */
+  void fill(const std::string &table, size_t n_rows,
+            const std::string &columns_of_i);
+  /** The donor's rows, sorted. */
+  Rows donor_rows(const std::string &select);
+  /** For every number of threads, by a sequential scan and by a cursor on the
+      primary key (if the table has one): the donor's rows. */
+  void expect_whole_table(const std::string &select = "SELECT * FROM t");
+  /** For every number of threads: a range by an index cursor. */
+  void expect_range(const Open &open, const Range &range, const Columns &columns,
+                    const std::string &select);
+  /** Wait until deleted rows are gone from the pages. */
+  void wait_for_purge();
+
+  Client donor;
+};
+
+}  // namespace harness
+
+#endif  // MORVENA_SN_TESTS_PARALLEL_TEST_H

@@ -1,0 +1,147 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Ranges: the ways to give one, and what it is cut into.
+
+#include <algorithm>
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+using Ints = std::vector<long long>;
+
+class Parallel_range : public Parallel_test {
+ protected:
+  void make(size_t n_rows) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(4000),"
+             " KEY by_v (v)) CHARACTER SET latin1");
+    fill("t", n_rows, "i, i * 10, REPEAT('w', 3900)");
+  }
+};
+
+TEST_F(Parallel_range, NoRangeGivenIsTheWholeIndex) {
+  make(50);
+  const Cursor cursor;
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(collect_ints(cursor, threads, 0),
+              as_ints(sql.query("SELECT id FROM t ORDER BY id")));
+}
+
+TEST_F(Parallel_range, ReverseMakesAClosedEndOpen) {
+  make(50);
+  Cursor cursor;
+  for (const size_t threads : thread_counts) {
+    cursor.set_range({Keys().number(3), Keys().number(6), true, true, true});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{3, 4, 5}));
+    cursor.set_range({Keys().number(3), Keys().number(6), false, false, true});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{4, 5}));
+  }
+}
+
+TEST_F(Parallel_range, EqualBoundsReadTheKeyIfBothAreClosed) {
+  make(50);
+  Cursor cursor;
+  for (const size_t threads : thread_counts) {
+    cursor.set_range({Keys().number(7), Keys().number(7), true, true});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{7}));
+    cursor.set_range({Keys().number(7), Keys().number(7), true, false});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{}));
+    cursor.set_range({Keys().number(7), Keys().number(7), false, true});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{}));
+    cursor.set_range({Keys().number(7), Keys().number(7), true, true, true});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{}));
+  }
+}
+
+TEST_F(Parallel_range, BoundsOfNoPartsBoundNothing) {
+  make(30);
+  Cursor cursor;
+  cursor.set_range({Keys(), Keys()});
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(collect_ints(cursor, threads, 0).size(), 30u);
+}
+
+TEST_F(Parallel_range, TheLastRangeGivenCounts) {
+  make(50);
+  Cursor cursor;
+  cursor.set_range({Keys().number(10), Keys().number(12)});
+  cursor.set_range({Keys().number(48), {}});
+  EXPECT_EQ(collect_ints(cursor, 3, 0), (Ints{48, 49, 50}));
+  cursor.set_range();
+  EXPECT_EQ(collect_ints(cursor, 3, 0).size(), 50u);
+}
+
+TEST_F(Parallel_range, TheCursorsPositionStays) {
+  make(50);
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range({Keys().number(10), Keys().number(40)}));
+  ASSERT_TRUE(cursor.next());
+  ASSERT_TRUE(cursor.next());
+  EXPECT_EQ(cursor.read_int(0), 11);
+  EXPECT_EQ(collect_ints(cursor, 4, 0).size(), 31u);
+  EXPECT_EQ(collect_ints(cursor, 0, 0).size(), 31u);
+  EXPECT_EQ(cursor.read_int(0), 11);
+  ASSERT_TRUE(cursor.next());
+  EXPECT_EQ(cursor.read_int(0), 12);
+  EXPECT_EQ(cursor.read_int(1), 120);
+}
+
+TEST_F(Parallel_range, IndexNameInAnotherCase) {
+  make(50);
+  const Cursor primary({.index = "primary"});
+  EXPECT_EQ(collect_ints(primary, 2, 0).size(), 50u);
+  const Cursor secondary({.index = "BY_V", .index_only = true});
+  EXPECT_EQ(collect_ints(secondary, 2, 1).size(), 50u);
+}
+
+TEST_F(Parallel_range, KeysOfEveryForm) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, d DECIMAL(12,3), e DATETIME(3),"
+           " u BIGINT UNSIGNED, f DOUBLE, g DATE, KEY d (d), KEY e (e), KEY u (u),"
+           " KEY f (f), KEY g (g))");
+  fill("t", 3000, "i, i / 8, '2020-01-01' + INTERVAL i MINUTE,"
+                  " 18446744073709551615 - i, i / 3, '2020-01-01' + INTERVAL i DAY");
+  const auto from = [this](const char *index, const std::string &value) {
+    expect_range({.index = index, .index_only = true}, {Keys().text(value), {}},
+                 {0}, "SELECT id FROM t WHERE " + std::string(index) + " >= '" +
+                          value + "'");
+  };
+  from("d", "300.125");
+  from("e", "2020-01-02 10:30:00");
+  from("u", "18446744073709551000");
+  from("g", "2024-02-29");
+  expect_range({.index = "f", .index_only = true}, {Keys().real(333.5), {}}, {0},
+               "SELECT id FROM t WHERE f >= 333.5");
+}
+
+TEST_F(Parallel_range, EveryKeyOfADeepTreeAsBothBounds) {
+  sql.exec("CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
+           " v INT)");
+  fill("t", 60, "CONCAT(LPAD(i * 2, 6, '0'), REPEAT('k', 2994)), i * 2");
+  Cursor cursor;
+  cursor.set_columns({1});
+  const auto key = [](int i) {
+    char text[16];
+    snprintf(text, sizeof text, "%06d", i);
+    return Keys().text(text + std::string(2994, 'k'));
+  };
+  for (int from = 1; from <= 121; from += 5) {
+    for (int to = from; to <= 121; to += 7) {
+      cursor.set_range({key(from), key(to), false, false});
+      Ints expected;
+      for (int i = from / 2 * 2 + 2; i < to; i += 2) expected.push_back(i);
+      for (const size_t threads : {size_t{0}, size_t{2}, size_t{5}})
+        EXPECT_EQ(collect_ints(cursor, threads, 1), expected)
+            << from << " to " << to << " by " << threads;
+    }
+  }
+}
+
+}  // namespace

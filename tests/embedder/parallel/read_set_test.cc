@@ -1,0 +1,156 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Read sets, NULLs and columns whose values are not where one expects them.
+
+#include <algorithm>
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Parallel_read_set : public Parallel_test {
+ protected:
+  Parallel_read_set() {
+    std::string columns = "id INT PRIMARY KEY", values = "i";
+    for (unsigned int i = 1; i < n_columns; ++i) {
+      const std::string name = "c" + std::to_string(i), n = std::to_string(i);
+      const char *types[] = {" INT", " VARCHAR(40)", " BIGINT NOT NULL",
+                             " TEXT", " CHAR(7)"};
+      columns += ", " + name + types[i % 5];
+      values += i % 5 == 2   ? ", i * " + n
+                : i % 5 == 0 ? ", NULLIF((i * " + n + ") % 7, 0)"
+                             : ", IF((i + " + n + ") % 3, CONCAT(i), NULL)";
+    }
+    sql.exec("CREATE TABLE t (" + columns + ")");
+    fill("t", 1500, values);
+  }
+
+  /** What is read is SQL's; all the rest has no value. */
+  void expect_columns(const std::vector<uint32_t> &positions) {
+    std::string select;
+    for (unsigned int i = 0; i < n_columns; ++i) {
+      const bool read =
+          std::find(positions.begin(), positions.end(), i) != positions.end();
+      const std::string name = i == 0 ? "id" : "c" + std::to_string(i);
+      select += (i ? "," : "SELECT ") + (read ? name : std::string("NULL"));
+    }
+    const Rows expected = donor_rows(select + " FROM t");
+    Scan scan;
+    scan.set_columns(positions);
+    for (const size_t threads : thread_counts) {
+      SCOPED_TRACE(std::to_string(threads) + " threads");
+      expect_rows(collect(scan, threads, first_columns(n_columns)).rows,
+                  expected);
+    }
+  }
+
+  static constexpr unsigned int n_columns = 20;
+};
+
+TEST_F(Parallel_read_set, EachColumnAlone) {
+  for (unsigned int i = 0; i < n_columns; ++i) {
+    SCOPED_TRACE(i);
+    expect_columns({i});
+  }
+}
+
+TEST_F(Parallel_read_set, FromOneToAll) {
+  std::vector<uint32_t> positions;
+  for (unsigned int i = 0; i < n_columns; ++i) {
+    positions.push_back(i);
+    SCOPED_TRACE(i);
+    expect_columns(positions);
+  }
+}
+
+TEST_F(Parallel_read_set, FromTheLastToAll) {
+  std::vector<uint32_t> positions;
+  for (unsigned int i = n_columns; i-- > 0;) positions.push_back(i);
+  expect_columns({positions.begin(), positions.begin() + 5});
+  expect_columns(positions);
+}
+
+TEST_F(Parallel_read_set, None) {
+  Scan scan;
+  scan.set_columns({});
+  for (const size_t threads : thread_counts) {
+    const Delivered delivered =
+        collect(scan, threads, first_columns(n_columns));
+    EXPECT_TRUE(delivered.complete);
+    expect_rows(delivered.rows, Rows(1500, Row(n_columns)));
+  }
+}
+
+TEST_F(Parallel_read_set, PositionsBeyondTheTableAreSkipped) {
+  expect_columns({1, 20, 21, 64, 4096, 4294967295});
+}
+
+TEST_F(Parallel_read_set, ChangesFromReadToRead) {
+  Scan scan;
+  scan.set_columns({0});
+  EXPECT_FALSE(collect(scan, 3, {1, 2}).rows[0][1]);
+  scan.set_columns({2});
+  expect_rows(collect(scan, 3, {0, 2}).rows,
+              donor_rows("SELECT NULL, c2 FROM t"));
+  scan.set_columns({0, 1, 2});
+  expect_rows(collect(scan, 3, {0, 1, 2}).rows,
+              donor_rows("SELECT id, c1, c2 FROM t"));
+}
+
+TEST_F(Parallel_read_set, OfAnIndexCursor) {
+  Cursor cursor;
+  cursor.set_columns({3, 7});
+  cursor.set_range({Keys().number(100), Keys().number(1200)});
+  for (const size_t threads : thread_counts)
+    expect_rows(collect(cursor, threads, {0, 3, 7}).rows,
+                donor_rows("SELECT NULL, c3, c7 FROM t WHERE id BETWEEN 100 AND"
+                           " 1200"));
+}
+
+TEST_F(Parallel_read_set, OfARowThatIsFetched) {
+  sql.exec("CREATE TABLE u (id INT PRIMARY KEY, a INT, b INT, c INT,"
+           " KEY by_a (a))");
+  fill("u", 100, "i, i, i + 1000, i + 2000");
+  Cursor cursor({.table = "u", .index = "by_a"});
+  cursor.set_columns({3});
+  for (const size_t threads : thread_counts)
+    expect_rows(collect(cursor, threads, {0, 1, 2, 3}).rows,
+                donor_rows("SELECT NULL, NULL, NULL, c FROM u"));
+}
+
+class Parallel_null : public Parallel_test {};
+
+TEST_F(Parallel_null, EveryColumnOfManyNullBits) {
+  std::string columns = "id INT PRIMARY KEY", values = "i";
+  for (int i = 1; i <= 70; ++i) {
+    columns += ", c" + std::to_string(i) + (i % 2 ? " INT" : " VARCHAR(9)");
+    values += ", IF(i % 70 = " + std::to_string(i % 70) + ", NULL, i)";
+  }
+  sql.exec("CREATE TABLE t (" + columns + ")");
+  fill("t", 300, values);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_null, RowsOfNothingElse) {
+  sql.exec("CREATE TABLE t (a INT, b TEXT, c DATE, d JSON, e BIT(3))");
+  fill("t", 300, "NULL, NULL, NULL, NULL, NULL");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_null, BitsAmongTheNullBits) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a BIT(13), b BIT(1), c INT,"
+           " d BIT(7) NOT NULL)");
+  fill("t", 500, "i, IF(i % 3, i % 8192, NULL), IF(i % 5, i % 2, NULL),"
+                 " NULLIF(i % 4, 0), i % 128");
+  expect_whole_table();
+}
+
+}  // namespace

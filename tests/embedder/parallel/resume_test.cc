@@ -1,0 +1,161 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The moments at which a read holds no page: between the cut of the range and
+// the start of a unit, and the yield at a page end. Most records are another
+// session's uncommitted ones, which vanish from their pages in that moment.
+
+#include "parallel_test.h"
+
+#include <functional>
+#include <mutex>
+
+#include "innodb_api.h"
+
+namespace {
+
+using namespace harness;
+using Ints = std::vector<long long>;
+
+std::function<void()> at_yield;
+
+void yield_to_the_case() { at_yield(); }
+
+/** Says that somebody waits for the index latch, so that workers yield. */
+class Pretended_waiter {
+ public:
+  Pretended_waiter()
+      : table_(dd_table_open_on_name(current_thd, nullptr, "db/t", false, 0)) {
+    wait();
+    ParallelIndexReader::s_yield = yield_to_the_case;
+  }
+  ~Pretended_waiter() {
+    ParallelIndexReader::s_yield = [] { sched_yield(); };
+    table_->first_index()->lock.waiters = false;
+    dd_table_close(table_, nullptr, nullptr, false);
+  }
+  Pretended_waiter(const Pretended_waiter &) = delete;
+  Pretended_waiter &operator=(const Pretended_waiter &) = delete;
+
+  /** The host takes the mark away now and then. */
+  void wait() { table_->first_index()->lock.waiters = true; }
+
+ private:
+  dict_table_t *table_;
+};
+
+class Parallel_resume : public Parallel_test {
+ protected:
+  Parallel_resume() { writer_.exec("USE db"); }
+
+  /** Visible rows 100, 200, ... */
+  void make(size_t n_rows) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, pad CHAR(200))");
+    fill("t", n_rows, "i * 100, 'visible'");
+    for (size_t i = 1; i <= n_rows; ++i)
+      visible_.push_back(static_cast<long long>(i) * 100);
+    take_snapshot();
+  }
+
+  /** Seven uncommitted rows behind each visible one: most pages begin and end
+      with one of them. */
+  void crowd() {
+    writer_.exec("BEGIN");
+    writer_.exec(
+        "INSERT INTO t SELECT id + j, REPEAT('u', 200) FROM t, (SELECT 1 j UNION"
+        " SELECT 2 UNION SELECT 3 UNION SELECT 4 UNION SELECT 5 UNION SELECT 6"
+        " UNION SELECT 7) few");
+  }
+
+  /** Whole pages of uncommitted rows, between pages of visible ones. */
+  void crowd_in_blocks() {
+    writer_.exec("SET cte_max_recursion_depth = 10000");
+    writer_.exec("BEGIN");
+    writer_.exec(
+        "INSERT INTO t WITH RECURSIVE n (j) AS (SELECT 1 UNION ALL SELECT j + 1"
+        " FROM n WHERE j < 99) SELECT id + j, REPEAT('u', 200) FROM t, n"
+        " WHERE id % 10000 IN (0, 100)");
+  }
+
+  /** Read with one thread; what happens at the nth yield. */
+  Ints read_with_yields(size_t nth, const std::function<void()> &what) {
+    const Scan scan({.donor = donor.id()});
+    Pretended_waiter waiter;
+    n_yields_ = 0;
+    at_yield = [&] {
+      if (++n_yields_ == nth) what();
+      waiter.wait();
+    };
+    return collect_ints(scan, 0, 0);
+  }
+
+  Client writer_;
+  Ints visible_;
+  size_t n_yields_ = 0;
+};
+
+TEST_F(Parallel_resume, YieldAtEveryPage) {
+  make(2000);
+  EXPECT_EQ(read_with_yields(0, [] {}), visible_);
+  EXPECT_GT(n_yields_, 20u);
+}
+
+TEST_F(Parallel_resume, YieldDuringWhichTheLastRecordVanishes) {
+  make(2000);
+  for (const size_t nth : {1, 2, 3, 5, 8, 13, 21, 34}) {
+    crowd();
+    EXPECT_EQ(read_with_yields(nth, [&] { writer_.exec("ROLLBACK"); }), visible_)
+        << nth;
+    EXPECT_GE(n_yields_, nth);
+  }
+}
+
+TEST_F(Parallel_resume, YieldDuringWhichPagesAreMerged) {
+  make(2000);
+  for (const size_t nth : {1, 3, 6, 10, 15, 21, 28, 36}) {
+    crowd_in_blocks();
+    EXPECT_EQ(read_with_yields(nth, [&] { writer_.exec("ROLLBACK"); }), visible_)
+        << nth;
+    EXPECT_GE(n_yields_, nth);
+  }
+}
+
+TEST_F(Parallel_resume, YieldDuringWhichPagesAreSplit) {
+  make(2000);
+  for (const size_t nth : {1, 2, 4, 9}) {
+    EXPECT_EQ(read_with_yields(nth, [&] { crowd(); }), visible_) << nth;
+    EXPECT_GT(n_yields_, nth);
+    writer_.exec("ROLLBACK");
+  }
+}
+
+TEST_F(Parallel_resume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
+  make(2000);
+  const Ints seen = read_with_yields(4, [&] {
+    writer_.exec("DELETE FROM t WHERE id % 300 = 0");
+  });
+  EXPECT_EQ(seen, visible_);
+}
+
+// The first worker that yields has it happen while most units still wait.
+TEST_F(Parallel_resume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
+  make(6000);
+  for (const size_t threads : thread_counts) {
+    crowd();
+    const Scan scan({.donor = donor.id()});
+    Pretended_waiter waiter;
+    std::once_flag once;
+    at_yield = [&] {
+      std::call_once(once, [&] { writer_.exec("ROLLBACK"); });
+      waiter.wait();
+    };
+    EXPECT_EQ(collect_ints(scan, threads, 0), visible_) << threads;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,222 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Reads of a secondary index: by itself, and with the row fetched.
+
+#include <algorithm>
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+using Ints = std::vector<long long>;
+
+class Parallel_secondary : public Parallel_test {
+ protected:
+  /** Entries of 700 bytes: the index has many leaves. */
+  void make(size_t n_rows) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, k VARCHAR(700) CHARACTER SET"
+             " latin1, v INT, KEY by_k (k))");
+    fill("t", n_rows, "i, CONCAT(LPAD(i % 50, 4, '0'), LPAD(i, 6, '0'),"
+                      " REPEAT('k', 690)), i * 3");
+  }
+};
+
+TEST_F(Parallel_secondary, ByItself) {
+  make(2000);
+  expect_range({.index = "by_k", .index_only = true}, {}, {0, 1},
+               "SELECT id, k FROM t");
+}
+
+TEST_F(Parallel_secondary, ByItselfAnOutsideColumnHasNoValue) {
+  make(2000);
+  const Cursor cursor({.index = "by_k", .index_only = true});
+  EXPECT_TRUE(read_parallel(cursor, 2, [](const Batch &batch) {
+    for (unsigned int nr = 0; nr < batch.size(); ++nr) {
+      EXPECT_TRUE(batch.read_int(0, nr));
+      EXPECT_FALSE(batch.read_int(2, nr));
+    }
+    return false;
+  }));
+}
+
+// The calling thread's pieces end with the index or with a page but for one.
+TEST_F(Parallel_secondary, WithTheRowFetchedOfOneLeaf) {
+  make(20);
+  expect_range({.index = "by_k"}, {}, {0, 1, 2}, "SELECT * FROM t");
+}
+
+TEST_F(Parallel_secondary, WithTheRowFetchedRowsAreRightAndOnce) {
+  make(2000);
+  const Cursor cursor({.index = "by_k"});
+  const Rows all = donor_rows("SELECT * FROM t");
+  for (const size_t threads : thread_counts) {
+    const Delivered delivered = collect(cursor, threads, {0, 1, 2});
+    EXPECT_TRUE(delivered.complete);
+    EXPECT_TRUE(std::includes(all.begin(), all.end(), delivered.rows.begin(),
+                              delivered.rows.end()))
+        << threads;
+    EXPECT_EQ(std::adjacent_find(delivered.rows.begin(), delivered.rows.end()),
+              delivered.rows.end());
+    EXPECT_FALSE(delivered.rows.empty());
+  }
+}
+
+// The end bound lies inside the one page that there is.
+TEST_F(Parallel_secondary, WithTheRowFetchedThePageOfAnInnerEndIsLeftOut) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+  fill("t", 100, "i, i");
+  Cursor cursor({.index = "by_v"});
+  for (const size_t threads : thread_counts) {
+    cursor.set_range({{}, Keys().number(50)});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{}));
+    // An end that is no entry's and lies beyond the page's last.
+    cursor.set_range({Keys().number(91), Keys().number(1000)});
+    EXPECT_EQ(collect_ints(cursor, threads, 0),
+              (Ints{91, 92, 93, 94, 95, 96, 97, 98, 99, 100}));
+    // The last entry itself, closed: the page lies inside as a whole.
+    cursor.set_range({Keys().number(99), Keys().number(100)});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{99, 100}));
+    cursor.set_range({Keys().number(99), Keys().number(100), true, false});
+    EXPECT_EQ(collect_ints(cursor, threads, 0), (Ints{}));
+  }
+}
+
+TEST_F(Parallel_secondary, ByItselfTheInnerEndIsExact) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+  fill("t", 100, "i, i");
+  expect_range({.index = "by_v", .index_only = true}, {{}, Keys().number(50)},
+               {0, 1}, "SELECT id, v FROM t WHERE v <= 50");
+}
+
+// The row of a deleted entry: as its old version was.
+TEST_F(Parallel_secondary, WithTheRowFetchedDeletedAndChangedRowsAreThere) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+  fill("t", 200, "i, i, i * 7");
+  take_snapshot();
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  sql.exec("UPDATE t SET w = 0 WHERE id % 3 = 1");
+  sql.exec("UPDATE t SET v = v + 1000 WHERE id % 6 = 2");
+  expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
+}
+
+TEST_F(Parallel_secondary, WithTheRowFetchedEntriesOfRowsLongGoneAreNotThere) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+  fill("t", 200, "i, i, i * 7");
+  Client holder;
+  holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("UPDATE t SET v = v + 1000 WHERE id % 2 = 0");
+  take_snapshot();
+  expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
+}
+
+// The donor's own delete has marked the row and waits for the entry: the entry
+// is what counts.
+TEST_F(Parallel_secondary, WithTheRowFetchedADeletedVersionIsDelivered) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+  fill("t", 10, "i, i, i * 7");
+  sql.exec("BEGIN");
+  sql.query("SELECT v FROM t FORCE INDEX (by_v) WHERE v = 4 FOR SHARE");
+  take_snapshot();
+  donor.exec("UPDATE t SET w = 1 WHERE id = 9");
+  auto waiting = donor.send("DELETE FROM t WHERE id = 4");
+  Client other;
+  EXPECT_TRUE(wait_until([&] {
+    return other.number("SELECT COUNT(*) FROM"
+                        " performance_schema.data_lock_waits") > 0;
+  }));
+  {
+    const Cursor cursor({.index = "by_v", .donor = donor.id()});
+    const Cursor primary({.donor = donor.id()});
+    for (const size_t threads : thread_counts) {
+      EXPECT_EQ(collect_ints(cursor, threads, 0),
+                (Ints{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+      EXPECT_EQ(collect_ints(primary, threads, 0),
+                (Ints{1, 2, 3, 5, 6, 7, 8, 9, 10}));
+    }
+  }
+  sql.exec("ROLLBACK");
+  EXPECT_EQ(waiting.get().error, 0u);
+  donor.exec("ROLLBACK");
+}
+
+TEST_F(Parallel_secondary, WithTheRowFetchedADeletedRowIsNotDelivered) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+  fill("t", 10, "i, i, i * 7");
+  Client holder;
+  holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("DELETE FROM t WHERE id = 4");
+  take_snapshot();
+  expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
+}
+
+TEST_F(Parallel_secondary, ByItselfADeletedRowIsNotDelivered) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+  fill("t", 10, "i, i, i * 7");
+  Client holder;
+  holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("DELETE FROM t WHERE id = 4");
+  take_snapshot();
+  expect_range({.index = "by_v", .index_only = true}, {}, {0, 1},
+               "SELECT id, v FROM t");
+}
+
+TEST_F(Parallel_secondary, PrimaryKeyOfAPrefixWithTheRowFetched) {
+  sql.exec("CREATE TABLE t (a VARCHAR(100), v INT, w INT, PRIMARY KEY (a(4)),"
+           " KEY by_v (v))");
+  fill("t", 150, "CONCAT(LPAD(i, 4, '0'), ' and more'), i, i * 2");
+  expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_secondary, PrefixOfAColumnByItself) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(100), b TEXT,"
+           " KEY by_a (a(3)), KEY by_b (b(5)))");
+  fill("t", 500, "i, CONCAT(LPAD(i, 3, '0'), 'rest'), CONCAT('abcd', i, 'x')");
+  expect_range({.index = "by_a", .index_only = true}, {}, {0, 1},
+               "SELECT id, LEFT(a, 3) FROM t");
+  expect_range({.index = "by_b", .index_only = true}, {}, {0, 2},
+               "SELECT id, LEFT(b, 5) FROM t");
+}
+
+TEST_F(Parallel_secondary, UniqueIndexWithNulls) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (a))");
+  fill("t", 3000, "i, IF(i % 3, i * 2, NULL)");
+  take_snapshot();
+  sql.exec("UPDATE t SET a = NULL WHERE id % 5 = 0");
+  expect_range({.index = "u", .index_only = true}, {}, {0, 1},
+               "SELECT id, a FROM t");
+}
+
+TEST_F(Parallel_secondary, WithoutAPrimaryKey) {
+  sql.exec("CREATE TABLE t (a INT, b INT, KEY by_a (a))");
+  fill("t", 3000, "i % 20, i");
+  expect_range({.index = "by_a", .index_only = true}, {}, {0},
+               "SELECT a FROM t");
+}
+
+TEST_F(Parallel_secondary, CompositePrimaryKeyIsInTheIndex) {
+  sql.exec("CREATE TABLE t (v INT, b INT, a VARCHAR(50), w INT,"
+           " PRIMARY KEY (a, b), KEY by_v (v))");
+  fill("t", 3000, "i % 20, i, CONCAT('a', i % 7), i");
+  expect_range({.index = "by_v", .index_only = true}, {}, {0, 1, 2},
+               "SELECT v, b, a FROM t");
+}
+
+TEST_F(Parallel_secondary, DescendingParts) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b INT,"
+           " KEY k (a DESC, b))");
+  fill("t", 5000, "i, i % 100, i DIV 100");
+  expect_range({.index = "k", .index_only = true},
+               {Keys().number(80), Keys().number(20)}, {0, 1, 2},
+               "SELECT * FROM t WHERE a BETWEEN 20 AND 80");
+}
+
+}  // namespace

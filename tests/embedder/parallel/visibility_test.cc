@@ -1,0 +1,268 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Which rows, and which versions of them, a parallel read delivers.
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Parallel_visibility : public Parallel_test {
+ protected:
+  /** Leaves are small in number but many a read. */
+  void make(size_t n_rows = 3000) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(100),"
+             " KEY by_v (v), KEY by_w (w))");
+    fill("t", n_rows, "i, i % 100, CONCAT('w', i)");
+  }
+
+  /** All three reads: the table, and each secondary index by itself. */
+  void expect_everywhere() {
+    expect_whole_table();
+    expect_index("by_v");
+    expect_index("by_w");
+  }
+
+  void expect_index(const char *index) {
+    SCOPED_TRACE(index);
+    const bool by_v = std::string(index) == "by_v";
+    const Rows expected = donor_rows(by_v ? "SELECT id, v FROM t"
+                                          : "SELECT id, w FROM t");
+    const Cursor cursor(
+        {.index = index, .index_only = true, .donor = donor.id()});
+    ASSERT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
+    for (const size_t threads : thread_counts) {
+      SCOPED_TRACE(std::to_string(threads) + " threads");
+      const Columns columns = by_v ? Columns{0, 1} : Columns{0, 2};
+      const Delivered delivered = collect(cursor, threads, columns);
+      EXPECT_TRUE(delivered.complete);
+      expect_rows(delivered.rows, expected);
+    }
+  }
+};
+
+TEST_F(Parallel_visibility, RowsUpdatedAfterTheSnapshotKeepTheirValues) {
+  make();
+  take_snapshot();
+  sql.exec("UPDATE t SET v = v + 1000 WHERE id % 2 = 0");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, RowsUpdatedManyTimes) {
+  make(500);
+  take_snapshot();
+  for (int i = 0; i < 12; ++i) sql.exec("UPDATE t SET v = v + 7, w = 'again'");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, RowsInsertedAfterTheSnapshotAreNotThere) {
+  make();
+  take_snapshot();
+  fill("t", 2000, "i + 3000, i, 'late'");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, RowsDeletedAfterTheSnapshotAreThere) {
+  make();
+  take_snapshot();
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, RowsDeletedAndInsertedAgain) {
+  make();
+  take_snapshot();
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  fill("t", 1000, "i * 3, 5, 'second life'");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, RowsDeletedBeforeTheSnapshotAreNotThere) {
+  make();
+  Client holder;
+  holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  take_snapshot();
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, PrimaryKeysChanged) {
+  make();
+  take_snapshot();
+  sql.exec("UPDATE t SET id = id + 10000 WHERE id % 4 = 0");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, UncommittedChangesOfOthersAreNotSeen) {
+  make();
+  sql.exec("BEGIN");
+  sql.exec("UPDATE t SET v = -1 WHERE id % 2 = 0");
+  sql.exec("DELETE FROM t WHERE id % 5 = 0");
+  sql.exec("INSERT INTO t VALUES (99999, 1, 'open')");
+  take_snapshot();
+  expect_everywhere();
+  sql.exec("COMMIT");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, ChangesRolledBackAreNotSeen) {
+  make();
+  take_snapshot();
+  sql.exec("BEGIN");
+  sql.exec("UPDATE t SET v = -1, w = 'gone'");
+  sql.exec("DELETE FROM t WHERE id % 5 = 0");
+  sql.exec("ROLLBACK");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_visibility, TheDonorsOwnChangesAreSeen) {
+  make();
+  donor.exec("BEGIN");
+  donor.exec("UPDATE t SET v = 12345 WHERE id % 2 = 0");
+  donor.exec("DELETE FROM t WHERE id % 5 = 0");
+  donor.exec("INSERT INTO t VALUES (99999, 1, 'own')");
+  donor.query("SELECT COUNT(*) FROM t");
+  expect_everywhere();
+  donor.exec("ROLLBACK");
+}
+
+TEST_F(Parallel_visibility, TheDonorsChangesBesideThoseOfOthers) {
+  make();
+  take_snapshot();
+  donor.exec("UPDATE t SET v = 12345 WHERE id BETWEEN 500 AND 1000");
+  sql.exec("UPDATE t SET v = 777, w = 'other' WHERE id BETWEEN 1500 AND 2000");
+  expect_everywhere();
+  donor.exec("ROLLBACK");
+}
+
+TEST_F(Parallel_visibility, DonorThatCommitsMeanwhile) {
+  make();
+  take_snapshot();
+  const Rows expected = donor_rows("SELECT * FROM t");
+  const Scan scan({.donor = donor.id()});
+  sql.exec("UPDATE t SET v = v + 1000");
+  donor.exec("COMMIT");
+  sql.exec("DELETE FROM t WHERE id > 100");
+  for (const size_t threads : thread_counts)
+    expect_rows(collect(scan, threads, {0, 1, 2}).rows, expected);
+}
+
+TEST_F(Parallel_visibility, DonorThatDisconnectsMeanwhile) {
+  make();
+  take_snapshot();
+  const Rows expected = donor_rows("SELECT * FROM t");
+  const Scan scan({.donor = donor.id()});
+  sql.exec("UPDATE t SET v = v + 1000");
+  donor.disconnect();
+  for (const size_t threads : thread_counts)
+    expect_rows(collect(scan, threads, {0, 1, 2}).rows, expected);
+}
+
+TEST_F(Parallel_visibility, ReadCommittedDonorHasNoSnapshotToGive) {
+  make(300);
+  donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
+  donor.exec("BEGIN");
+  donor.query("SELECT * FROM t");
+  sql.exec("DELETE FROM t WHERE id > 10");
+  const Scan scan({.donor = donor.id()});
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 10u);
+}
+
+TEST_F(Parallel_visibility, WithoutAViewWhatTheIndexHoldsIsDelivered) {
+  make(300);
+  sql.exec("BEGIN");
+  sql.exec("INSERT INTO t VALUES (1000, 1, 'uncommitted')");
+  sql.exec("DELETE FROM t WHERE id = 1");
+  const Scan scan({.donor = donor.id()});
+  for (const size_t threads : thread_counts) {
+    const auto ids = collect_ints(scan, threads, 0);
+    ASSERT_EQ(ids.size(), 300u);
+    EXPECT_EQ(ids.front(), 2);
+    EXPECT_EQ(ids.back(), 1000);
+  }
+  sql.exec("ROLLBACK");
+}
+
+TEST_F(Parallel_visibility, ManyOpenTransactions) {
+  make();
+  std::vector<std::unique_ptr<Client>> writers;
+  for (int i = 0; i < 20; ++i) {
+    writers.push_back(std::make_unique<Client>());
+    writers.back()->exec("USE db");
+    writers.back()->exec("BEGIN");
+    const std::string first = std::to_string(i * 100 + 10);
+    writers.back()->exec("UPDATE t SET v = -1 WHERE id BETWEEN " + first +
+                         " AND " + first + " + 50");
+  }
+  for (int i = 0; i < 20; i += 2) writers[i]->exec("COMMIT");
+  take_snapshot();
+  for (int i = 1; i < 20; i += 2) writers[i]->exec("COMMIT");
+  expect_everywhere();
+}
+
+/** A server-wide isolation level, put back at the end. */
+class Parallel_isolation : public Parallel_visibility {
+ protected:
+  void set_level(const std::string &level) {
+    sql.exec("SET GLOBAL transaction_isolation = '" + level + "'");
+  }
+  ~Parallel_isolation() override {
+    sql.attempt("SET GLOBAL transaction_isolation = 'REPEATABLE-READ'");
+  }
+};
+
+TEST_F(Parallel_isolation, Serializable) {
+  set_level("SERIALIZABLE");
+  make();
+  take_snapshot();
+  sql.exec("UPDATE t SET v = v + 1000 WHERE id % 2 = 0");
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  expect_everywhere();
+}
+
+TEST_F(Parallel_isolation, ReadCommittedReadsThePrimaryKeyExactly) {
+  set_level("READ-COMMITTED");
+  make();
+  take_snapshot();
+  sql.exec("UPDATE t SET v = v + 1000 WHERE id % 2 = 0");
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  expect_whole_table();
+}
+
+// Old entries of changed rows are marked as deleted, those of the changes are
+// not.
+TEST_F(Parallel_isolation, ReadCommittedReadsAnIndexAsItStands) {
+  set_level("READ-COMMITTED");
+  make(300);
+  take_snapshot();
+  sql.exec("UPDATE t SET v = v + 1000 WHERE id % 2 = 0");
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  sql.exec("INSERT INTO t VALUES (5000, 5000, 'late')");
+  const auto as_it_stands = as_ints(sql.query("SELECT v FROM t ORDER BY v"));
+  const Cursor cursor(
+      {.index = "by_v", .index_only = true, .donor = donor.id()});
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(collect_ints(cursor, threads, 1), as_it_stands);
+}
+
+TEST_F(Parallel_isolation, ReadUncommittedReadsWhatIsThere) {
+  set_level("READ-UNCOMMITTED");
+  make(300);
+  take_snapshot();
+  sql.exec("BEGIN");
+  sql.exec("DELETE FROM t WHERE id > 10");
+  const Scan scan({.donor = donor.id()});
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 10u);
+  sql.exec("ROLLBACK");
+}
+
+}  // namespace

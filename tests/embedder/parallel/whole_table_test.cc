@@ -1,0 +1,269 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Whole tables, for every number of threads: trees of every height, keys and
+// row formats of every kind.
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Parallel_whole_table : public Parallel_test {
+ protected:
+  /** A key of 3000 bytes: five records or node pointers fill a page. */
+  void make_deep(size_t n_rows) {
+    sql.exec("CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
+             " v INT)");
+    fill("t", n_rows, "CONCAT(LPAD(i, 6, '0'), REPEAT('k', 2994)), i");
+  }
+
+  void make(const std::string &columns, size_t n_rows,
+            const std::string &columns_of_i) {
+    sql.exec("CREATE TABLE t (" + columns + ")");
+    fill("t", n_rows, columns_of_i);
+  }
+
+  void expect_row_format(const std::string &format) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(40),"
+             " c TEXT) " + format);
+    fill("t", 2000, "i, NULLIF(i % 5, 0), CONCAT('row ', i),"
+                    " IF(i % 7, REPEAT('c', i % 600), NULL)");
+    sql.exec("DELETE FROM t WHERE id % 11 = 0");
+    sql.exec("UPDATE t SET b = REPEAT('longer', 6) WHERE id % 13 = 0");
+    expect_whole_table();
+  }
+};
+
+TEST_F(Parallel_whole_table, Empty) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, EmptyCallsNobody) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
+  const Scan scan;
+  for (const size_t threads : thread_counts) {
+    const Delivered delivered = collect(scan, threads, {0});
+    EXPECT_TRUE(delivered.complete);
+    EXPECT_TRUE(delivered.batches.empty());
+  }
+}
+
+TEST_F(Parallel_whole_table, OneRow) {
+  make("id INT PRIMARY KEY, v INT", 1, "i, 7");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, OnePage) {
+  make("id INT PRIMARY KEY, v INT", 200, "i, i * 2");
+  EXPECT_EQ(tree_levels(), 1);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, AsManyRowsAsABatch) {
+  make("id INT PRIMARY KEY, v INT", 4096, "i, i * 2");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, OneRowMoreThanABatch) {
+  make("id INT PRIMARY KEY, v INT", 4097, "i, i * 2");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, TwoLevels) {
+  make("id INT PRIMARY KEY, v INT", 30000, "i, i * 2");
+  EXPECT_EQ(tree_levels(), 2);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, TwoLevelsOfTwoLeaves) {
+  make_deep(8);
+  EXPECT_EQ(tree_levels(), 2);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, ThreeLevels) {
+  make_deep(60);
+  EXPECT_EQ(tree_levels(), 3);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, FourLevels) {
+  make_deep(250);
+  EXPECT_EQ(tree_levels(), 4);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, FiveLevels) {
+  make_deep(700);
+  EXPECT_EQ(tree_levels(), 5);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, EveryNumberOfRowsOfADeepTree) {
+  sql.exec("CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY)");
+  for (int rows = 0; rows <= 40; ++rows) {
+    if (rows > 0)
+      sql.exec("INSERT INTO t VALUES (CONCAT(LPAD(" + std::to_string(rows) +
+               ", 6, '0'), REPEAT('k', 2994)))");
+    const Scan scan;
+    for (const size_t threads : {size_t{0}, size_t{2}, size_t{3}, size_t{5}})
+      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), size_t(rows))
+          << threads << " threads";
+  }
+}
+
+TEST_F(Parallel_whole_table, AllRowsDeletedButStillSeen) {
+  make("id INT PRIMARY KEY, v INT", 10000, "i, i * 2");
+  take_snapshot();
+  sql.exec("DELETE FROM t");
+  EXPECT_EQ(donor.number("SELECT COUNT(*) FROM t"), 10000);
+  EXPECT_EQ(sql.number("SELECT COUNT(*) FROM t"), 0);
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, AllRowsDeletedAndNoneSeen) {
+  make("id INT PRIMARY KEY, v INT", 10000, "i, i * 2");
+  // Holds the purge back; the read's own donor comes later.
+  Client holder;
+  holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("DELETE FROM t");
+  take_snapshot();
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, EmptiedPagesInBetween) {
+  make_deep(250);
+  sql.exec("DELETE FROM t WHERE v BETWEEN 40 AND 200");
+  wait_for_purge();
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, NoPrimaryKey) {
+  make("a INT, b VARCHAR(20)", 6000, "i % 100, CONCAT('row ', i)");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, EqualRowsWithoutAPrimaryKey) {
+  make("a INT, b CHAR(5)", 6000, "1, 'same'");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, UniqueKeyInPlaceOfAPrimaryKey) {
+  make("a INT, b VARCHAR(20) NOT NULL, UNIQUE KEY u (b)", 3000,
+       "i % 100, CONCAT('row ', i)");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, CompositeKey) {
+  make("c INT, a VARCHAR(20), b INT, PRIMARY KEY (a, b)", 6000,
+       "i, CONCAT('k', i % 50), i");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, StringKey) {
+  make("k VARCHAR(60) PRIMARY KEY, v INT", 6000,
+       "CONCAT(REPEAT('k', i % 40), i), i");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, DescendingKey) {
+  make("a INT, b INT, PRIMARY KEY (a DESC)", 6000, "i, i % 9");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, MixedDirections) {
+  make("a INT, b INT, v INT, PRIMARY KEY (a DESC, b)", 6000,
+       "i % 60, i, i * 3");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, UuidKey) {
+  make("id BINARY(16) PRIMARY KEY, v INT", 6000,
+       "UNHEX(LEFT(SHA2(i, 256), 32)), i");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, InsertedInFallingOrder) {
+  make("id INT PRIMARY KEY, v CHAR(100)", 6000, "6001 - i, i");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, WideRows) {
+  make("id INT PRIMARY KEY, a VARBINARY(7000)", 300,
+       "i, REPEAT(CHAR(i % 256 USING binary), 6000 + i)");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_whole_table, Redundant) {
+  expect_row_format("ROW_FORMAT = REDUNDANT");
+}
+
+TEST_F(Parallel_whole_table, Compact) {
+  expect_row_format("ROW_FORMAT = COMPACT");
+}
+
+TEST_F(Parallel_whole_table, Dynamic) {
+  expect_row_format("ROW_FORMAT = DYNAMIC");
+}
+
+TEST_F(Parallel_whole_table, CompressedTo8K) {
+  expect_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 8");
+}
+
+TEST_F(Parallel_whole_table, CompressedTo2K) {
+  expect_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 2");
+}
+
+TEST_F(Parallel_whole_table, CompressedPages) {
+  expect_row_format("COMPRESSION = 'zlib'");
+}
+
+TEST_F(Parallel_whole_table, TwoReadsOfOneCursorAreTheSame) {
+  make("id INT PRIMARY KEY, v INT", 9000, "i, i");
+  const Scan scan;
+  const Rows first = collect(scan, 4, {0, 1}).rows;
+  sql.exec("UPDATE t SET v = -v");
+  sql.exec("DELETE FROM t WHERE id % 2 = 0");
+  sql.exec("INSERT INTO t VALUES (100000, 1)");
+  EXPECT_EQ(first.size(), 9000u);
+  expect_rows(collect(scan, 4, {0, 1}).rows, first);
+  expect_rows(collect(scan, 0, {0, 1}).rows, first);
+}
+
+TEST_F(Parallel_whole_table, WithoutADonorItIsTheCursorsOwnSnapshot) {
+  make("id INT PRIMARY KEY, v INT", 100, "i, i");
+  const Scan scan;
+  sql.exec("DELETE FROM t WHERE id > 10");
+  EXPECT_EQ(collect(scan, 4, {0}).rows.size(), 100u);
+  const Scan later;
+  EXPECT_EQ(collect(later, 4, {0}).rows.size(), 10u);
+}
+
+TEST_F(Parallel_whole_table, UnknownDonorDoesNotFailTheOpen) {
+  make("id INT PRIMARY KEY, v INT", 100, "i, i");
+  const Scan scan({.donor = 4000000000});
+  ASSERT_TRUE(scan.is_open()) << scan.message;
+  EXPECT_EQ(collect(scan, 2, {0}).rows.size(), 100u);
+}
+
+TEST_F(Parallel_whole_table, ManyHandlesAtOnce) {
+  make("id INT PRIMARY KEY, v INT", 6000, "i, i");
+  std::vector<std::future<void>> readers;
+  for (int i = 0; i < 6; ++i)
+    readers.push_back(on_own_thread([] {
+      const Scan scan;
+      for (int round = 0; round < 5; ++round)
+        EXPECT_EQ(collect(scan, 4, {0}).rows.size(), 6000u);
+    }));
+  for (auto &reader : readers) reader.get();
+}
+
+}  // namespace

@@ -1,0 +1,351 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Sessions: the pool, threads, kills, and what is left when a cursor closes.
+
+#include <atomic>
+#include <memory>
+
+#include "common.h"
+#include "cursor_test.h"
+#include "session.h"
+
+namespace {
+
+using namespace harness;
+
+using Ints = std::vector<long long>;
+
+class Session : public Cursor_test {
+ protected:
+  Session() {
+    CommonApi::destroy_idle_sessions();
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+    sql.exec("INSERT INTO t VALUES (1, 10), (2, 20), (3, 30)");
+  }
+
+  static size_t idle() {
+    const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+    return thd_pool.size();
+  }
+
+  /** Tables of db that some session has in use. */
+  int64_t tables_in_use() {
+    int64_t in_use = 0;
+    for (const Row &row : sql.query("SHOW OPEN TABLES FROM db"))
+      in_use += std::stoll(row[2].value());
+    return in_use;
+  }
+
+  int64_t transactions() {
+    return sql.number("SELECT COUNT(*) FROM information_schema.innodb_trx");
+  }
+
+  /** More rows than are fetched ahead. */
+  void fill() {
+    sql.exec("SET cte_max_recursion_depth = 100000");
+    sql.exec(
+        "INSERT INTO t WITH RECURSIVE n (i) AS (SELECT 4 UNION ALL"
+        " SELECT i + 1 FROM n WHERE i < 20000) SELECT i, i * 10 FROM n");
+  }
+};
+
+TEST_F(Session, NewOneIsMadeWhenThePoolIsEmpty) {
+  ASSERT_EQ(idle(), 0u);
+  Cursor cursor;
+  EXPECT_EQ(CommonApi::sessions_in_use(), 1u);
+  EXPECT_EQ(idle(), 0u);
+}
+
+TEST_F(Session, ClosedOneGoesToThePoolAndServesAgain) {
+  Cursor first;
+  void *session = current_session();
+  const uint32_t id = session_id(session);
+  first.close();
+  EXPECT_EQ(idle(), 1u);
+  EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+  Cursor second;
+  EXPECT_EQ(current_session(), session);
+  EXPECT_EQ(session_id(current_session()), id);
+  EXPECT_EQ(idle(), 0u);
+}
+
+TEST_F(Session, LastReturnedIsFirstHandedOut) {
+  Cursor first;
+  void *first_session = current_session();
+  Cursor second;
+  void *second_session = current_session();
+  EXPECT_NE(first_session, second_session);
+  first.close();
+  second.close();
+  Cursor third;
+  EXPECT_EQ(current_session(), second_session);
+  Cursor fourth;
+  EXPECT_EQ(current_session(), first_session);
+}
+
+TEST_F(Session, FailedOpeningGivesItBack) {
+  EXPECT_FALSE(Cursor({.table = "nothing"}).is_open());
+  EXPECT_FALSE(Cursor({.index = "nothing"}).is_open());
+  EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+  EXPECT_EQ(idle(), 1u);
+}
+
+TEST_F(Session, HasAnIdOfItsOwn) {
+  Cursor first;
+  const uint32_t one = session_id(current_session());
+  Cursor second;
+  EXPECT_NE(one, 0u);
+  EXPECT_NE(session_id(current_session()), one);
+  EXPECT_NE(one, sql.id());
+}
+
+// Nobody can name it in a KILL.
+TEST_F(Session, IsNotInTheProcessList) {
+  Cursor cursor;
+  const std::string id = std::to_string(session_id(current_session()));
+  EXPECT_EQ(sql.number("SELECT COUNT(*) FROM information_schema.processlist"
+                       " WHERE id = " +
+                       id),
+            0);
+  EXPECT_EQ(sql.attempt("KILL " + id).error, 1094u);
+}
+
+TEST_F(Session, StaysTheThreadsAfterClosing) {
+  Cursor cursor;
+  void *session = current_session();
+  cursor.close();
+  EXPECT_EQ(current_session(), session);
+}
+
+TEST_F(Session, FollowsTheThreadThatUsesTheCursor) {
+  Cursor first;
+  void *first_session = current_session();
+  Cursor second;
+  ASSERT_NE(current_session(), first_session);
+  ASSERT_TRUE(first.set_range());
+  EXPECT_EQ(current_session(), first_session);
+  ASSERT_TRUE(second.set_range());
+  EXPECT_NE(current_session(), first_session);
+  first.next();
+  EXPECT_EQ(current_session(), first_session);
+}
+
+TEST_F(Session, ElevenHundredCursorsAtOnce) {
+  {
+    std::vector<std::unique_ptr<Cursor>> cursors;
+    for (int i = 0; i < 1100; ++i) {
+      cursors.push_back(std::make_unique<Cursor>());
+      ASSERT_TRUE(cursors.back()->is_open()) << cursors.back()->message;
+    }
+    EXPECT_EQ(CommonApi::sessions_in_use(), 1100u);
+    for (const auto &cursor : cursors)
+      ASSERT_EQ(cursor->ints(1), (Ints{10, 20, 30}));
+  }
+  EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+  // The pool keeps so many and no more.
+  EXPECT_EQ(idle(), 1024u);
+  Cursor cursor;
+  EXPECT_EQ(idle(), 1023u);
+  Cursor another;
+  another.close();
+  cursor.close();
+  EXPECT_EQ(idle(), 1024u);
+  EXPECT_EQ(tables_in_use(), 0);
+  CommonApi::destroy_idle_sessions();
+  EXPECT_EQ(idle(), 0u);
+}
+
+TEST_F(Session, DeinitDestroysIdleOnesAndInitStartsAgain) {
+  Cursor().ints(0);
+  ASSERT_EQ(idle(), 1u);
+  deinit_common();
+  EXPECT_EQ(idle(), 0u);
+  deinit_common();
+  init_common();
+  EXPECT_EQ(Cursor().ints(1), (Ints{10, 20, 30}));
+}
+
+TEST_F(Session, DeinitLeavesOpenCursorsAlone) {
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  deinit_common();
+  EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30}));
+  init_common();
+}
+
+TEST_F(Session, SecondInitDoesNothing) {
+  init_common();
+  init_common();
+  EXPECT_EQ(Cursor().ints(1), (Ints{10, 20, 30}));
+}
+
+TEST_F(Session, NothingIsLeftOpen) {
+  const int64_t before = transactions();
+  {
+    Cursor cursor({.donor = sql.id()}), other({.index = "by_v"});
+    cursor.ints(0);
+    other.ints(0);
+    EXPECT_EQ(tables_in_use(), 2);
+  }
+  EXPECT_EQ(tables_in_use(), 0);
+  EXPECT_EQ(transactions(), before);
+  EXPECT_EQ(sql.number("SELECT COUNT(*) FROM performance_schema.metadata_locks"
+                       " WHERE object_schema = 'db'"),
+            0);
+  // A metadata lock that was left would hold this up.
+  sql.exec("SET lock_wait_timeout = 1");
+  sql.exec("ALTER TABLE t ADD COLUMN w INT");
+  EXPECT_EQ(Cursor().output_columns().size(), 3u);
+}
+
+TEST_F(Session, DefinitionChangesBetweenCursors) {
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(Cursor().output_columns().size(), 2u + i);
+    sql.exec("ALTER TABLE t ADD COLUMN w" + std::to_string(i) + " INT");
+  }
+}
+
+TEST_F(Session, MemoryDoesNotGrowWithTheCursorsItServes) {
+  const auto read = [] {
+    for (int i = 0; i < 300; ++i) Cursor().ints(0);
+  };
+  const auto resident = [] {
+    long pages = 0, ignored = 0;
+    FILE *file = fopen("/proc/self/statm", "r");
+    EXPECT_EQ(fscanf(file, "%ld %ld", &ignored, &pages), 2);
+    fclose(file);
+    return pages * 4096;
+  };
+  read();
+  const long before = resident();
+  read();
+  read();
+  // A record buffer that stayed in each of 600 readings would make 75 MB.
+  EXPECT_LT(resident() - before, 20L << 20);
+}
+
+TEST_F(Session, CursorMovesFromThreadToThread) {
+  std::unique_ptr<Cursor> cursor;
+  on_own_thread([&] { cursor = std::make_unique<Cursor>(); }).get();
+  on_own_thread([&] { ASSERT_TRUE(cursor->set_range()); }).get();
+  Ints values;
+  for (int i = 0; i < 3; ++i) {
+    on_own_thread([&] {
+      ASSERT_TRUE(cursor->next());
+      values.push_back(cursor->read_int(1).value());
+    }).get();
+  }
+  on_own_thread([&] {
+    EXPECT_FALSE(cursor->next());
+    cursor->close();
+  }).get();
+  EXPECT_EQ(values, (Ints{10, 20, 30}));
+  EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+}
+
+TEST_F(Session, ReadsOfAThreadWithoutASession) {
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  on_own_thread([&] {
+    EXPECT_EQ(cursor.read_int(1), 10);
+    EXPECT_EQ(cursor.read_text(1), "10");
+    EXPECT_EQ(cursor.read_date(1), -730517);
+  }).get();
+}
+
+TEST_F(Session, ThreadsReadAtTheSameTime) {
+  fill();
+  const Ints all = as_ints(sql.query("SELECT v FROM t ORDER BY id"));
+  std::atomic<int> running{0};
+  std::vector<std::future<void>> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.push_back(on_own_thread([&] {
+      ++running;
+      EXPECT_TRUE(wait_until([&] { return running == 8; }));
+      for (int round = 0; round < 5; ++round) EXPECT_EQ(Cursor().ints(1), all);
+    }));
+  }
+  for (auto &thread : threads) thread.get();
+}
+
+TEST_F(Session, ThreadsOpenAndCloseAtTheSameTime) {
+  std::vector<std::future<void>> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.push_back(on_own_thread([&, i] {
+      for (int round = 0; round < 100; ++round) {
+        Cursor cursor({.index = i % 2 ? "by_v" : "PRIMARY",
+                       .donor = round % 3 ? sql.id() : 0});
+        ASSERT_TRUE(cursor.is_open());
+        ASSERT_EQ(cursor.ints(1), (Ints{10, 20, 30}));
+        ASSERT_FALSE(Cursor({.table = "nothing"}).is_open());
+      }
+    }));
+  }
+  for (auto &thread : threads) thread.get();
+  EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+}
+
+TEST_F(Session, KilledOneEndsItsScan) {
+  fill();
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  kill_session(current_session());
+  int rows = 1;
+  while (cursor.next()) ++rows;
+  EXPECT_LT(rows, 20000);
+  for (int i = 0; i < 5; ++i) EXPECT_FALSE(cursor.next());
+}
+
+TEST_F(Session, KilledOneEndsItsScanFromAnotherThread) {
+  fill();
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  void *session = current_session();
+  std::atomic<long> rows{0};
+  std::future<void> reader = on_own_thread([&] {
+    // Again and again, until the kill ends a scan early.
+    for (;;) {
+      long scanned = 0;
+      if (cursor.set_range())
+        while (cursor.next()) ++scanned, ++rows;
+      if (scanned < 20000) return;
+    }
+  });
+  EXPECT_TRUE(wait_until([&] { return rows > 1000; }));
+  kill_session(session);
+  EXPECT_EQ(reader.wait_for(std::chrono::seconds(60)),
+            std::future_status::ready);
+}
+
+TEST_F(Session, KilledOneServesTheNextCursor) {
+  fill();
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  void *session = current_session();
+  kill_session(session);
+  while (cursor.next()) continue;
+  cursor.close();
+  Cursor next;
+  EXPECT_EQ(current_session(), session);
+  EXPECT_EQ(next.ints(0).size(), 20000u);
+}
+
+TEST_F(Session, KilledOneClosesInPeace) {
+  fill();
+  {
+    Cursor cursor;
+    ASSERT_TRUE(cursor.set_range());
+    kill_session(current_session());
+  }
+  EXPECT_EQ(tables_in_use(), 0);
+  EXPECT_EQ(Cursor().ints(0).size(), 20000u);
+}
+
+}  // namespace

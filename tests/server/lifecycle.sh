@@ -1,0 +1,244 @@
+#!/usr/bin/env bash
+# What starts and stops servers, each case one of its own.
+#   lifecycle.sh prepare DIR    makes the data that the cases start from
+#   lifecycle.sh NAME DIR       runs the case NAME
+#   lifecycle.sh list           prints the cases' names
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+plugins=(--plugin-load-add=morvena_sn.so --plugin-load-add=morvena_sn_test.so)
+function_sql="CREATE FUNCTION morvena_act RETURNS STRING
+  SONAME 'morvena_sn_test.so'"
+
+start() {
+  mark_log "$run"
+  server start "$run" --no-plugin -- "${plugins[@]}" "${fast_options[@]}" "$@" \
+    >/dev/null
+}
+
+act() { sql "$run" "SELECT morvena_act('$1')"; }
+
+# Ends the server and fails unless it ends in peace.
+stop() {
+  server stop "$run" >/dev/null
+  expect_clean_end "$run"
+}
+
+callbacks() { log_since_mark "$run" | sed -n 's/^callback: //p' | xargs; }
+
+prepare() {
+  server kill "$run" >/dev/null
+  rm -rf "$run"
+  mkdir -p "$run"
+  start "$@"
+  sql "$run" "$function_sql; CREATE DATABASE db;
+    CREATE TABLE db.t (id INT PRIMARY KEY, pad CHAR(100));
+    SET cte_max_recursion_depth = 10000;
+    INSERT INTO db.t WITH RECURSIVE n (i) AS
+      (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000)
+      SELECT i, 'p' FROM n"
+  stop
+}
+
+# --- cases ------------------------------------------------------------------
+
+opening_before_the_server_has_started_is_refused() {
+  start
+  expect 'opening at load' "$(act opened_at_load)" "3168 Server isn't available"
+  expect 'opening later' "$(act count)" '5000 rows'
+  stop
+}
+
+names_are_lowered_where_the_server_stores_them_so() {
+  run=$run.lower
+  prepare --lower-case-table-names=1
+  start --lower-case-table-names=1
+  expect 'names in mixed case' "$(act count_in_mixed_case)" '5000 rows, Db.T'
+  stop
+}
+
+names_keep_their_case_where_the_server_does() {
+  start
+  expect 'names in mixed case' "$(act count_in_mixed_case)" \
+    "1049 Unknown database 'Db', Db.T"
+  stop
+}
+
+callbacks_run_once_each_in_order() {
+  start
+  act start
+  act observe_a
+  act observe_b
+  act observe_a
+  stop
+  expect 'callbacks' "$(callbacks)" 'a b'
+}
+
+callbacks_run_without_a_start() {
+  start
+  act observe_b
+  act observe_a
+  stop
+  expect 'callbacks' "$(callbacks)" 'b a'
+}
+
+callbacks_run_at_a_shutdown_by_sql() {
+  start
+  act start
+  act observe_a
+  sql "$run" SHUTDOWN
+  while server status "$run" >/dev/null; do sleep 0.1; done
+  stop
+  expect 'callbacks' "$(callbacks)" 'a'
+}
+
+start_and_stop_without_cursors() {
+  start
+  act start
+  act stop
+  act start
+  act start
+  act stop
+  act stop
+  stop
+}
+
+embedder_that_never_starts() {
+  start
+  stop
+}
+
+cursors_are_closed_by_the_callback() {
+  start
+  act start
+  act observe_clean_up
+  for _ in 1 2 3; do expect 'cursor' "$(act leave_open)" 'open 0 on a row'; done
+  stop
+  expect 'callbacks' "$(callbacks)" 'clean_up'
+}
+
+cursors_left_open_with_a_callback_that_leaves_them() {
+  start
+  act start
+  act observe_a
+  for _ in 1 2 3; do expect 'cursor' "$(act leave_open)" 'open 0 on a row'; done
+  stop
+  expect 'callbacks' "$(callbacks)" 'a'
+}
+
+cursors_left_open_without_a_callback() {
+  start
+  act start
+  for _ in 1 2 3; do expect 'cursor' "$(act leave_open)" 'open 0 on a row'; done
+  stop
+}
+
+cursors_left_open_by_an_embedder_that_never_starts() {
+  start
+  expect 'cursor' "$(act leave_open)" 'open 0 on a row'
+  stop
+}
+
+idle_sessions_without_a_stop() {
+  start
+  act start
+  expect 'rows' "$(act count)" '5000 rows'
+  stop
+}
+
+idle_sessions_of_an_embedder_that_never_starts() {
+  start
+  expect 'rows' "$(act count)" '5000 rows'
+  stop
+}
+
+idle_sessions_after_a_stop_and_a_start() {
+  start
+  act start
+  act count
+  act stop
+  act count
+  act start
+  act count
+  stop
+}
+
+read_that_runs_without_a_callback() {
+  start
+  act start
+  act read_on
+  act read_on
+  stop
+}
+
+read_that_runs_of_an_embedder_that_never_starts() {
+  start
+  act read_on
+  stop
+}
+
+server_killed_with_a_cursor_open() {
+  start
+  act start
+  act leave_open
+  server kill "$run" >/dev/null
+  start
+  expect 'rows' "$(act count)" '5000 rows'
+  stop
+}
+
+tables_of_a_read_only_server() {
+  start --innodb-read-only
+  expect 'rows' "$(act count)" '5000 rows'
+  stop
+}
+
+super_read_only_server() {
+  start
+  sql "$run" 'SET GLOBAL super_read_only = 1'
+  expect 'rows' "$(act count)" '5000 rows'
+  stop
+}
+
+plugin_can_be_installed_and_removed() {
+  plugins=()
+  start
+  for _ in 1 2 3; do
+    sql "$run" "INSTALL PLUGIN morvena_sn SONAME 'morvena_sn.so'"
+    sql "$run" 'UNINSTALL PLUGIN morvena_sn'
+  done
+  expect 'plug-ins' "$(sql "$run" "SELECT COUNT(*) FROM
+    information_schema.plugins WHERE plugin_name = 'MORVENA_SN'")" 0
+  stop
+}
+
+removing_the_plugin_under_an_embedder_does_no_harm() {
+  start
+  sql "$run" "INSTALL PLUGIN morvena_sn SONAME 'morvena_sn.so'" 2>/dev/null || true
+  act start
+  act leave_open
+  sql "$run" 'UNINSTALL PLUGIN morvena_sn' 2>/dev/null || true
+  expect 'rows' "$(act count)" '5000 rows'
+  expect 'cursor' "$(act leave_open)" 'open 0 on a row'
+  stop
+}
+
+cases() {
+  sed -n '/^# --- cases/,/^cases()/s/^\([a-z_]*\)() {$/\1/p' "${BASH_SOURCE[0]}" |
+    grep -vx cases
+}
+
+command=$1
+[[ $command != list ]] || { cases; exit; }
+run=$2
+if [[ $command = prepare ]]; then
+  prepare
+else
+  cases | grep -qx "$command" || fail "no such case: $command"
+  server kill "$run" >/dev/null
+  # The server repeats in its log what one that crashed had written there.
+  rm -f "$run/mysqld.err"
+  # What goes wrong half-way leaves no server behind.
+  trap 'code=$?; [[ $code = 0 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
+  "$command" >/dev/null
+fi
