@@ -211,6 +211,23 @@ TEST_F(Internal, IndexNamesIgnoreLetterCase) {
   EXPECT_EQ(Cursor({.index = "K"}).index_columns()[0], "a");
 }
 
+// SQL cannot make such names.
+TEST_F(Internal, FirstOfIndexNamesThatDifferInCaseWins) {
+  Opened opened(HDL_READ);
+  KEY &second = opened.table->key_info[2];
+  const char *const name = second.name;
+  second.name = "K";
+  {
+    const std::unique_ptr<IndexCursor> cursor(
+        IndexCursor::open(opened.table, "K", false, 0));
+    ASSERT_NE(cursor, nullptr);
+    std::vector<const char *> names;
+    cursor->get_key_col_names(names);
+    EXPECT_STREQ(names.at(0), "a");
+  }
+  second.name = name;
+}
+
 TEST_F(Internal, PluginIsListed) {
   const Rows rows = sql.query(
       "SELECT plugin_version, plugin_status, plugin_type, plugin_license,"

@@ -92,6 +92,15 @@ callbacks_run_at_a_shutdown_by_sql() {
   expect 'callbacks' "$(callbacks)" 'a'
 }
 
+registration_during_the_shutdown_is_kept_for_nobody() {
+  start
+  act start
+  act observe_late
+  act observe_a
+  stop
+  expect 'callbacks' "$(callbacks)" 'late a'
+}
+
 start_and_stop_without_cursors() {
   start
   act start

@@ -124,7 +124,7 @@ struct ThreadCtx {
 
   size_t id_ = 0;
   MEM_ROOT root;                // of the Field copies
-  std::vector<Field *> fields;  // by table position; null: not in the template
+  std::vector<Field *> fields;  // by table position; null: not read
   ulint ncols_ = 0;             // table positions that the batch describes
   ulint row_len_ = 0;
   std::vector<ulint> col_offsets_;        // by table position, in a row
@@ -301,7 +301,7 @@ class ParallelIndexReader : public ThreadBudget {
   Range scan_range_;
   Parallel_load_fn loader_ = nullptr;
   void *argument_ = nullptr;
-  std::vector<Column_plan> columns_;  // of the template, in its order
+  std::vector<Column_plan> columns_;  // that callers read, in the table's order
 };
 
 #endif  // MORVENA_SN_INNODB_API_H

@@ -79,6 +79,12 @@ void say(const char *what) {
 void callback_a() { say("a"); }
 void callback_b() { say("b"); }
 
+// A registration that comes while the functions run is kept for nobody.
+void callback_that_registers() {
+  say("late");
+  std::thread([] { register_shutdown_observer(handle, callback_b); }).detach();
+}
+
 void clean_up() {
   for (const uintptr_t cursor : left_open) close_index_cursor(cursor);
   left_open.clear();
@@ -149,6 +155,7 @@ std::string act(const std::string &name) {
       {"stop", [] { return deinit_common(), std::string("done"); }},
       {"observe_a", [] { return observe(callback_a); }},
       {"observe_b", [] { return observe(callback_b); }},
+      {"observe_late", [] { return observe(callback_that_registers); }},
       {"observe_clean_up", [] { return observe(clean_up); }},
       {"leave_open", leave_open},
       {"read_on", read_on},

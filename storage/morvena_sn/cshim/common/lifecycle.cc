@@ -39,6 +39,8 @@ constexpr auto drain_limit = 8s;
 std::vector<Shutdown_observer_func> shutdown_cbs;  // under the observer mutex
 bool registered = false;                           // under the observer mutex
 
+// Cleared when the server begins to shut down: its list of observers is locked
+// while it calls them, and dropped soon after.
 std::atomic<bool> guard_registered{false};
 std::atomic<plugin_ref> own_plugin{nullptr};  // locked while the system runs
 std::atomic<bool> innodb_stops{false};        // set once, by the guard
@@ -48,6 +50,7 @@ int harbinel_observer_dummy(Server_state_param *) { return 0; }
 
 // The functions must not throw: the mutex would stay locked.
 int harbinel_before_server_shutdown(Server_state_param *) {
+  guard_registered = false;
   shutdown_observer_mutex.lock();
   for (Shutdown_observer_func f : shutdown_cbs) f();
   shutdown_cbs.clear();
@@ -59,6 +62,7 @@ int harbinel_before_server_shutdown(Server_state_param *) {
 // for; a callback that never returns is left behind.
 int release_leftovers(Server_state_param *) {
   innodb_stops = true;
+  guard_registered = false;
   CommonApi::interrupt_sessions();
   if (void (*f)() = last_cleanup) f();
   const auto give_up = std::chrono::steady_clock::now() + drain_limit;
@@ -68,8 +72,6 @@ int release_leftovers(Server_state_param *) {
     std::this_thread::sleep_for(1ms);
   }
   if (CommonApi::sessions_in_use() == 0) CommonApi::deinit_common_api();
-  // The server drops its list next: there is nothing left to be taken off.
-  guard_registered = false;
   return 0;
 }
 

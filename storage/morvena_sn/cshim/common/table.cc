@@ -20,6 +20,8 @@
 
 namespace {
 
+constexpr ulong longest_wait_sec = 31536000;
+
 bool is_identifier(const char *name) {
   if (name == nullptr || *name == '\0') return false;
   return strnlen(name, NAME_LEN + 1) <= NAME_LEN;
@@ -127,8 +129,9 @@ bool CommonApi::lock_table(void *my_thd, void *my_table, int mode,
                            int timeout_sec) {
   THD *thd = static_cast<THD *>(my_thd);
   TABLE *table = static_cast<TABLE *>(my_table);
-  // Widened with its sign: a negative timeout becomes a very long one.
-  thd->variables.lock_wait_timeout = static_cast<ulong>(timeout_sec);
+  // As good as for ever is the host's longest: beyond it debug builds stop.
+  thd->variables.lock_wait_timeout =
+      timeout_sec < 0 ? longest_wait_sec : static_cast<ulong>(timeout_sec);
   // InnoDB reads without locks, in a transaction of one statement, for this
   // one.
   thd->lex->sql_command = SQLCOM_SELECT;

@@ -23,10 +23,10 @@ constexpr size_t rows_per_batch = 4096;
 
 // A worker's own Field objects: reading a row points them at it.
 bool copy_fields(ThreadCtx *tctx, TABLE *table,
-                 const row_prebuilt_t *prebuilt) {
+                 const std::vector<Column_plan> &columns) {
   tctx->fields.assign(table->s->fields, nullptr);
-  for (ulint i = 0; i < prebuilt->n_template; ++i) {
-    const ulint position = prebuilt->mysql_template[i].col_no;
+  for (const Column_plan &column : columns) {
+    const ulint position = column.templ->col_no;
     Field *copy = table->field[position]->new_field(&tctx->root, table);
     if (copy == nullptr) return false;
     tctx->fields[position] = copy;
@@ -103,7 +103,7 @@ ThreadCtx *ParallelIndexReader::init_thread_ctx(size_t id) {
     tctx->fn_ = loader_;
     tctx->argument_ = argument_;
     tctx->field_buffer_.str.set_charset(&my_charset_bin);
-    if (!copy_fields(tctx.get(), mysql_table_, prebuilt_)) return nullptr;
+    if (!copy_fields(tctx.get(), mysql_table_, columns_)) return nullptr;
     lay_out_row(tctx.get(), prebuilt_);
     tctx->batch_size_ = rows_per_batch;
     // Not cleared: pages of it that no row reaches are never touched.

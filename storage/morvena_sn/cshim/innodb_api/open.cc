@@ -203,10 +203,16 @@ void ParallelIndexReader::build_template(TABLE *table, row_prebuilt_t *prebuilt,
   prebuilt->need_to_access_clustered = converts_clustered();
 }
 
+// What the template holds of the read set: a column that is only written is no
+// part of the rows that callers get.
 void ParallelIndexReader::plan_columns() {
   columns_.reserve(prebuilt_->n_template);
   for (ulint i = 0; i < prebuilt_->n_template; ++i) {
     const mysql_row_templ_t *templ = &prebuilt_->mysql_template[i];
+    if (!bitmap_is_set(mysql_table_->read_set,
+                       static_cast<uint>(templ->col_no))) {
+      continue;
+    }
     ulint field_no = templ->clust_rec_field_no;
     if (!converts_clustered()) {
       const ulint col_no =
