@@ -29,10 +29,12 @@ restart() {
 }
 
 case_() {
-  local answer code
+  local answer code seconds=100
+  # Cases that were asked to repeat themselves longer.
+  [[ -z ${ROUNDS-}${READS-} ]] || seconds=7000
   server status "$run" >/dev/null || restart
   mark_log "$run"
-  answer=$(TIMEOUT=100 sql "$run" "SELECT morvena_test('$1')" 2>&1)
+  answer=$(TIMEOUT=$seconds sql "$run" "SELECT morvena_test('$1')" 2>&1)
   code=$?
   [[ $code = 0 && $answer = PASS ]] && exit 0
   printf '%s\n' "$answer"

@@ -81,6 +81,8 @@ class IndexCursor {
                         ha_rkey_function flag);
   bool no_row(int error);
   int refresh_columns();
+  /** The bytes of a bound's given parts, NULL ones included. */
+  uint image_bytes(const key_range &bound) const;
   int position();
   int position_reverse();
   bool is_before_range();

@@ -195,7 +195,8 @@ TEST_F(Parallel_batch, NullHandleIsRefused) {
   EXPECT_TRUE(pread_field_int(0, 0, 0, &integer));
   EXPECT_TRUE(pread_field_real(0, 0, 0, &real));
   EXPECT_TRUE(pread_field_str(0, 0, 0, &text, &size));
-  EXPECT_TRUE(pread_field_decimal(0, 0, 0, &negative, &whole, &fraction, &words));
+  EXPECT_TRUE(
+      pread_field_decimal(0, 0, 0, &negative, &whole, &fraction, &words));
   EXPECT_TRUE(pread_field_date(0, 0, 0, &date));
   EXPECT_TRUE(pread_field_time(0, 0, 0, &time));
   EXPECT_TRUE(pread_field_datetime(0, 0, 0, &time));
@@ -205,8 +206,7 @@ TEST_F(Parallel_batch, ColumnsAreTheTablesInItsOrder) {
   make(1);
   const Scan scan;
   EXPECT_EQ(seqscan_cursor_output_col_num(scan.handle), 3u);
-  EXPECT_EQ(scan.output_columns(),
-            (std::vector<std::string>{"id", "v", "w"}));
+  EXPECT_EQ(scan.output_columns(), (std::vector<std::string>{"id", "v", "w"}));
 }
 
 /** Reads between two others on the same worker: each has its own cursor. */

@@ -86,8 +86,9 @@ class Bounds : public Parallel_test {
 class Parallel_bounds_integer : public Bounds {
  protected:
   Parallel_bounds_integer() {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000))"
-             " CHARACTER SET latin1");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000))"
+        " CHARACTER SET latin1");
     fill("t", 200, "i * 2, i % 7, REPEAT('w', 7000)");
     sql.exec("DELETE FROM t WHERE id BETWEEN 100 AND 120");
     wait_for_purge();
@@ -112,8 +113,9 @@ TEST_F(Parallel_bounds_integer, OpenBeginOpenEnd) { check(open, open); }
 class Parallel_bounds_string : public Bounds {
  protected:
   Parallel_bounds_string() {
-    sql.exec("CREATE TABLE t (k VARCHAR(700) CHARACTER SET utf8mb4 COLLATE"
-             " utf8mb4_0900_ai_ci PRIMARY KEY, v INT)");
+    sql.exec(
+        "CREATE TABLE t (k VARCHAR(700) CHARACTER SET utf8mb4 COLLATE"
+        " utf8mb4_0900_ai_ci PRIMARY KEY, v INT)");
     fill("t", 300, "CONCAT('Key', LPAD(i * 2, 5, '0'), REPEAT('x', 600)), i");
     sql.exec("DELETE FROM t WHERE v BETWEEN 100 AND 110");
     wait_for_purge();
@@ -141,16 +143,19 @@ TEST_F(Parallel_bounds_string, OpenBeginOpenEnd) { check(open, open); }
 class Parallel_bounds_composite : public Bounds {
  protected:
   Parallel_bounds_composite() {
-    sql.exec("CREATE TABLE t (a INT, b VARCHAR(600) CHARACTER SET latin1,"
-             " v INT, PRIMARY KEY (a, b))");
-    fill("t", 300, "i DIV 30 * 2, CONCAT(LPAD(i, 4, '0'), REPEAT('b', 596)), i");
+    sql.exec(
+        "CREATE TABLE t (a INT, b VARCHAR(600) CHARACTER SET latin1,"
+        " v INT, PRIMARY KEY (a, b))");
+    fill("t", 300,
+         "i DIV 30 * 2, CONCAT(LPAD(i, 4, '0'), REPEAT('b', 596)), i");
     sql.exec("DELETE FROM t WHERE a = 8");
     wait_for_purge();
     select_ = "SELECT a, b";
     for (const int a : {-1, 4, 8, 9, 20})
       values_.push_back({Keys().number(a), std::to_string(a)});
     const std::string present = "0155" + std::string(596, 'b');
-    values_.push_back({Keys().number(10).text(present), "(10, '" + present + "')"});
+    values_.push_back(
+        {Keys().number(10).text(present), "(10, '" + present + "')"});
     values_.push_back({Keys().number(10).text("0155c"), "(10, '0155c')"});
   }
   std::string left(const std::string &value) const override {
@@ -174,8 +179,9 @@ TEST_F(Parallel_bounds_composite, OpenBeginOpenEnd) { check(open, open); }
 class Parallel_bounds_descending : public Bounds {
  protected:
   Parallel_bounds_descending() {
-    sql.exec("CREATE TABLE t (id INT, v INT, w VARCHAR(8000),"
-             " PRIMARY KEY (id DESC)) CHARACTER SET latin1");
+    sql.exec(
+        "CREATE TABLE t (id INT, v INT, w VARCHAR(8000),"
+        " PRIMARY KEY (id DESC)) CHARACTER SET latin1");
     fill("t", 100, "i * 2, i, REPEAT('w', 7000)");
     key_ = "id";
     select_ = "SELECT id, v";
@@ -201,16 +207,18 @@ TEST_F(Parallel_bounds_descending, OpenBeginOpenEnd) { check(open, open); }
 class Parallel_bounds_nullable : public Bounds {
  protected:
   Parallel_bounds_nullable() {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(600)"
-             " CHARACTER SET latin1, KEY k (a, b))");
-    fill("t", 300, "i, NULLIF(i DIV 50, 3),"
-                   " IF(i % 3, CONCAT(LPAD(i, 4, '0'), REPEAT('b', 596)), NULL)");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(600)"
+        " CHARACTER SET latin1, KEY k (a, b))");
+    fill("t", 300,
+         "i, NULLIF(i DIV 50, 3),"
+         " IF(i % 3, CONCAT(LPAD(i, 4, '0'), REPEAT('b', 596)), NULL)");
     open_ = {.index = "k", .index_only = true};
     select_ = "SELECT id, a";
     for (const char *a : {"-1000", "-1", "2", "3", "5"})
-      values_.push_back({std::string(a) == "-1000" ? Keys().null()
-                                                   : Keys().number(atoi(a)),
-                         a});
+      values_.push_back(
+          {std::string(a) == "-1000" ? Keys().null() : Keys().number(atoi(a)),
+           a});
     const std::string b = "0205" + std::string(596, 'b');
     values_.push_back({Keys().number(4).text(b), "(4, '" + b + "')"});
     values_.push_back({Keys().number(4).null(), "(4, '')"});

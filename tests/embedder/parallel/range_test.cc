@@ -21,8 +21,9 @@ using Ints = std::vector<long long>;
 class Parallel_range : public Parallel_test {
  protected:
   void make(size_t n_rows) {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(4000),"
-             " KEY by_v (v)) CHARACTER SET latin1");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(4000),"
+        " KEY by_v (v)) CHARACTER SET latin1");
     fill("t", n_rows, "i, i * 10, REPEAT('w', 3900)");
   }
 };
@@ -103,27 +104,30 @@ TEST_F(Parallel_range, IndexNameInAnotherCase) {
 }
 
 TEST_F(Parallel_range, KeysOfEveryForm) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, d DECIMAL(12,3), e DATETIME(3),"
-           " u BIGINT UNSIGNED, f DOUBLE, g DATE, KEY d (d), KEY e (e), KEY u (u),"
-           " KEY f (f), KEY g (g))");
-  fill("t", 3000, "i, i / 8, '2020-01-01' + INTERVAL i MINUTE,"
-                  " 18446744073709551615 - i, i / 3, '2020-01-01' + INTERVAL i DAY");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, d DECIMAL(12,3), e DATETIME(3),"
+      " u BIGINT UNSIGNED, f DOUBLE, g DATE, KEY d (d), KEY e (e), KEY u (u),"
+      " KEY f (f), KEY g (g))");
+  fill("t", 3000,
+       "i, i / 8, '2020-01-01' + INTERVAL i MINUTE,"
+       " 18446744073709551615 - i, i / 3, '2020-01-01' + INTERVAL i DAY");
   const auto from = [this](const char *index, const std::string &value) {
-    expect_range({.index = index, .index_only = true}, {Keys().text(value), {}},
-                 {0}, "SELECT id FROM t WHERE " + std::string(index) + " >= '" +
-                          value + "'");
+    expect_range(
+        {.index = index, .index_only = true}, {Keys().text(value), {}}, {0},
+        "SELECT id FROM t WHERE " + std::string(index) + " >= '" + value + "'");
   };
   from("d", "300.125");
   from("e", "2020-01-02 10:30:00");
   from("u", "18446744073709551000");
   from("g", "2024-02-29");
-  expect_range({.index = "f", .index_only = true}, {Keys().real(333.5), {}}, {0},
-               "SELECT id FROM t WHERE f >= 333.5");
+  expect_range({.index = "f", .index_only = true}, {Keys().real(333.5), {}},
+               {0}, "SELECT id FROM t WHERE f >= 333.5");
 }
 
 TEST_F(Parallel_range, EveryKeyOfADeepTreeAsBothBounds) {
-  sql.exec("CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
-           " v INT)");
+  sql.exec(
+      "CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
+      " v INT)");
   fill("t", 60, "CONCAT(LPAD(i * 2, 6, '0'), REPEAT('k', 2994)), i * 2");
   Cursor cursor;
   cursor.set_columns({1});

@@ -117,8 +117,9 @@ TEST_F(Parallel_read_set, OfAnIndexCursor) {
 }
 
 TEST_F(Parallel_read_set, OfARowThatIsFetched) {
-  sql.exec("CREATE TABLE u (id INT PRIMARY KEY, a INT, b INT, c INT,"
-           " KEY by_a (a))");
+  sql.exec(
+      "CREATE TABLE u (id INT PRIMARY KEY, a INT, b INT, c INT,"
+      " KEY by_a (a))");
   fill("u", 100, "i, i, i + 1000, i + 2000");
   Cursor cursor({.table = "u", .index = "by_a"});
   cursor.set_columns({3});
@@ -147,10 +148,12 @@ TEST_F(Parallel_null, RowsOfNothingElse) {
 }
 
 TEST_F(Parallel_null, BitsAmongTheNullBits) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a BIT(13), b BIT(1), c INT,"
-           " d BIT(7) NOT NULL)");
-  fill("t", 500, "i, IF(i % 3, i % 8192, NULL), IF(i % 5, i % 2, NULL),"
-                 " NULLIF(i % 4, 0), i % 128");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a BIT(13), b BIT(1), c INT,"
+      " d BIT(7) NOT NULL)");
+  fill("t", 500,
+       "i, IF(i % 3, i % 8192, NULL), IF(i % 5, i % 2, NULL),"
+       " NULLIF(i % 4, 0), i % 128");
   expect_whole_table();
 }
 

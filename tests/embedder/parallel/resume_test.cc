@@ -67,7 +67,8 @@ class Parallel_resume : public Parallel_test {
   void crowd() {
     writer_.exec("BEGIN");
     writer_.exec(
-        "INSERT INTO t SELECT id + j, REPEAT('u', 200) FROM t, (SELECT 1 j UNION"
+        "INSERT INTO t SELECT id + j, REPEAT('u', 200) FROM t, (SELECT 1 j "
+        "UNION"
         " SELECT 2 UNION SELECT 3 UNION SELECT 4 UNION SELECT 5 UNION SELECT 6"
         " UNION SELECT 7) few");
   }
@@ -109,7 +110,8 @@ TEST_F(Parallel_resume, YieldDuringWhichTheLastRecordVanishes) {
   make(2000);
   for (const size_t nth : {1, 2, 3, 5, 8, 13, 21, 34}) {
     crowd();
-    EXPECT_EQ(read_with_yields(nth, [&] { writer_.exec("ROLLBACK"); }), visible_)
+    EXPECT_EQ(read_with_yields(nth, [&] { writer_.exec("ROLLBACK"); }),
+              visible_)
         << nth;
     EXPECT_GE(n_yields_, nth);
   }
@@ -119,7 +121,8 @@ TEST_F(Parallel_resume, YieldDuringWhichPagesAreMerged) {
   make(2000);
   for (const size_t nth : {1, 3, 6, 10, 15, 21, 28, 36}) {
     crowd_in_blocks();
-    EXPECT_EQ(read_with_yields(nth, [&] { writer_.exec("ROLLBACK"); }), visible_)
+    EXPECT_EQ(read_with_yields(nth, [&] { writer_.exec("ROLLBACK"); }),
+              visible_)
         << nth;
     EXPECT_GE(n_yields_, nth);
   }
@@ -136,9 +139,8 @@ TEST_F(Parallel_resume, YieldDuringWhichPagesAreSplit) {
 
 TEST_F(Parallel_resume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
   make(2000);
-  const Ints seen = read_with_yields(4, [&] {
-    writer_.exec("DELETE FROM t WHERE id % 300 = 0");
-  });
+  const Ints seen = read_with_yields(
+      4, [&] { writer_.exec("DELETE FROM t WHERE id % 300 = 0"); });
   EXPECT_EQ(seen, visible_);
 }
 
@@ -152,6 +154,24 @@ TEST_F(Parallel_resume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
     std::once_flag once;
     at_yield = [&] {
       std::call_once(once, [&] { writer_.exec("ROLLBACK"); });
+      waiter.wait();
+    };
+    EXPECT_EQ(collect_ints(scan, threads, 0), visible_) << threads;
+  }
+}
+
+// The end of a unit that was cut again is a key, not the row that had it.
+TEST_F(Parallel_resume, UnitsWhoseLastRecordsChangeBeforeTheyAreRead) {
+  make(6000);
+  for (const size_t threads : thread_counts) {
+    const Scan scan({.donor = donor.id()});
+    Pretended_waiter waiter;
+    std::once_flag once;
+    at_yield = [&] {
+      std::call_once(once, [&] {
+        writer_.exec("UPDATE t SET pad = CONCAT('changed by ', " +
+                     std::to_string(threads) + ")");
+      });
       waiter.wait();
     };
     EXPECT_EQ(collect_ints(scan, threads, 0), visible_) << threads;

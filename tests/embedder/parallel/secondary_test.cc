@@ -22,10 +22,12 @@ class Parallel_secondary : public Parallel_test {
  protected:
   /** Entries of 700 bytes: the index has many leaves. */
   void make(size_t n_rows) {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, k VARCHAR(700) CHARACTER SET"
-             " latin1, v INT, KEY by_k (k))");
-    fill("t", n_rows, "i, CONCAT(LPAD(i % 50, 4, '0'), LPAD(i, 6, '0'),"
-                      " REPEAT('k', 690)), i * 3");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, k VARCHAR(700) CHARACTER SET"
+        " latin1, v INT, KEY by_k (k))");
+    fill("t", n_rows,
+         "i, CONCAT(LPAD(i % 50, 4, '0'), LPAD(i, 6, '0'),"
+         " REPEAT('k', 690)), i * 3");
   }
 };
 
@@ -129,8 +131,9 @@ TEST_F(Parallel_secondary, WithTheRowFetchedADeletedVersionIsDelivered) {
   auto waiting = donor.send("DELETE FROM t WHERE id = 4");
   Client other;
   EXPECT_TRUE(wait_until([&] {
-    return other.number("SELECT COUNT(*) FROM"
-                        " performance_schema.data_lock_waits") > 0;
+    return other.number(
+               "SELECT COUNT(*) FROM"
+               " performance_schema.data_lock_waits") > 0;
   }));
   {
     const Cursor cursor({.index = "by_v", .donor = donor.id()});
@@ -169,16 +172,18 @@ TEST_F(Parallel_secondary, ByItselfADeletedRowIsNotDelivered) {
 }
 
 TEST_F(Parallel_secondary, PrimaryKeyOfAPrefixWithTheRowFetched) {
-  sql.exec("CREATE TABLE t (a VARCHAR(100), v INT, w INT, PRIMARY KEY (a(4)),"
-           " KEY by_v (v))");
+  sql.exec(
+      "CREATE TABLE t (a VARCHAR(100), v INT, w INT, PRIMARY KEY (a(4)),"
+      " KEY by_v (v))");
   fill("t", 150, "CONCAT(LPAD(i, 4, '0'), ' and more'), i, i * 2");
   expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
   expect_whole_table();
 }
 
 TEST_F(Parallel_secondary, PrefixOfAColumnByItself) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(100), b TEXT,"
-           " KEY by_a (a(3)), KEY by_b (b(5)))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(100), b TEXT,"
+      " KEY by_a (a(3)), KEY by_b (b(5)))");
   fill("t", 500, "i, CONCAT(LPAD(i, 3, '0'), 'rest'), CONCAT('abcd', i, 'x')");
   expect_range({.index = "by_a", .index_only = true}, {}, {0, 1},
                "SELECT id, LEFT(a, 3) FROM t");
@@ -203,16 +208,18 @@ TEST_F(Parallel_secondary, WithoutAPrimaryKey) {
 }
 
 TEST_F(Parallel_secondary, CompositePrimaryKeyIsInTheIndex) {
-  sql.exec("CREATE TABLE t (v INT, b INT, a VARCHAR(50), w INT,"
-           " PRIMARY KEY (a, b), KEY by_v (v))");
+  sql.exec(
+      "CREATE TABLE t (v INT, b INT, a VARCHAR(50), w INT,"
+      " PRIMARY KEY (a, b), KEY by_v (v))");
   fill("t", 3000, "i % 20, i, CONCAT('a', i % 7), i");
   expect_range({.index = "by_v", .index_only = true}, {}, {0, 1, 2},
                "SELECT v, b, a FROM t");
 }
 
 TEST_F(Parallel_secondary, DescendingParts) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b INT,"
-           " KEY k (a DESC, b))");
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, b INT,"
+      " KEY k (a DESC, b))");
   fill("t", 5000, "i, i % 100, i DIV 100");
   expect_range({.index = "k", .index_only = true},
                {Keys().number(80), Keys().number(20)}, {0, 1, 2},

@@ -36,11 +36,11 @@ class Parallel_value : public Value_test {
     store(type, values);
     // Text in the column's own character set.
     sql.exec("SET character_set_results = NULL");
-    const Rows rows = sql.query(
-        "SELECT " + expected.integer + "," + expected.real + "," +
-        expected.text + "," + expected.decimal + "," + expected.date + "," +
-        expected.time + "," + expected.datetime +
-        ", id, c IS NULL FROM t ORDER BY id");
+    const Rows rows =
+        sql.query("SELECT " + expected.integer + "," + expected.real + "," +
+                  expected.text + "," + expected.decimal + "," + expected.date +
+                  "," + expected.time + "," + expected.datetime +
+                  ", id, c IS NULL FROM t ORDER BY id");
     for (const size_t threads : thread_counts) {
       SCOPED_TRACE(type.substr(0, 50) + ", " + std::to_string(threads) +
                    " threads");
@@ -226,11 +226,12 @@ TEST_F(Parallel_value, Json) {
 }
 
 TEST_F(Parallel_value, Geometry) {
-  check("GEOMETRY",
-        {"ST_GeomFromText('POINT(1 2)', 4326)",
-         "ST_GeomFromText('LINESTRING(0 0, 1 1, 2 2)')",
-         "ST_GeomFromText(CONCAT('LINESTRING(0 0', REPEAT(',1 1', 9000), ')'))"},
-        not_a_number());
+  check(
+      "GEOMETRY",
+      {"ST_GeomFromText('POINT(1 2)', 4326)",
+       "ST_GeomFromText('LINESTRING(0 0, 1 1, 2 2)')",
+       "ST_GeomFromText(CONCAT('LINESTRING(0 0', REPEAT(',1 1', 9000), ')'))"},
+      not_a_number());
   check("POINT", {"ST_GeomFromText('POINT(1 2)')"}, not_a_number());
 }
 

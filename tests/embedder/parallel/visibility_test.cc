@@ -18,8 +18,9 @@ class Parallel_visibility : public Parallel_test {
  protected:
   /** Leaves are small in number but many a read. */
   void make(size_t n_rows = 3000) {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(100),"
-             " KEY by_v (v), KEY by_w (w))");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(100),"
+        " KEY by_v (v), KEY by_w (w))");
     fill("t", n_rows, "i, i % 100, CONCAT('w', i)");
   }
 
@@ -33,8 +34,8 @@ class Parallel_visibility : public Parallel_test {
   void expect_index(const char *index) {
     SCOPED_TRACE(index);
     const bool by_v = std::string(index) == "by_v";
-    const Rows expected = donor_rows(by_v ? "SELECT id, v FROM t"
-                                          : "SELECT id, w FROM t");
+    const Rows expected =
+        donor_rows(by_v ? "SELECT id, v FROM t" : "SELECT id, w FROM t");
     const Cursor cursor(
         {.index = index, .index_only = true, .donor = donor.id()});
     ASSERT_TRUE(cursor.is_open()) << cursor.error << cursor.message;

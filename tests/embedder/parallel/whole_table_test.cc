@@ -19,8 +19,9 @@ class Parallel_whole_table : public Parallel_test {
  protected:
   /** A key of 3000 bytes: five records or node pointers fill a page. */
   void make_deep(size_t n_rows) {
-    sql.exec("CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
-             " v INT)");
+    sql.exec(
+        "CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
+        " v INT)");
     fill("t", n_rows, "CONCAT(LPAD(i, 6, '0'), REPEAT('k', 2994)), i");
   }
 
@@ -31,10 +32,13 @@ class Parallel_whole_table : public Parallel_test {
   }
 
   void expect_row_format(const std::string &format) {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(40),"
-             " c TEXT) " + format);
-    fill("t", 2000, "i, NULLIF(i % 5, 0), CONCAT('row ', i),"
-                    " IF(i % 7, REPEAT('c', i % 600), NULL)");
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(40),"
+        " c TEXT) " +
+        format);
+    fill("t", 2000,
+         "i, NULLIF(i % 5, 0), CONCAT('row ', i),"
+         " IF(i % 7, REPEAT('c', i % 600), NULL)");
     sql.exec("DELETE FROM t WHERE id % 11 = 0");
     sql.exec("UPDATE t SET b = REPEAT('longer', 6) WHERE id % 13 = 0");
     expect_whole_table();
@@ -63,7 +67,7 @@ TEST_F(Parallel_whole_table, OneRow) {
 
 TEST_F(Parallel_whole_table, OnePage) {
   make("id INT PRIMARY KEY, v INT", 200, "i, i * 2");
-  EXPECT_EQ(tree_levels(), 1);
+  EXPECT_EQ(tree_levels(), 1u);
   expect_whole_table();
 }
 
@@ -79,31 +83,31 @@ TEST_F(Parallel_whole_table, OneRowMoreThanABatch) {
 
 TEST_F(Parallel_whole_table, TwoLevels) {
   make("id INT PRIMARY KEY, v INT", 30000, "i, i * 2");
-  EXPECT_EQ(tree_levels(), 2);
+  EXPECT_EQ(tree_levels(), 2u);
   expect_whole_table();
 }
 
 TEST_F(Parallel_whole_table, TwoLevelsOfTwoLeaves) {
   make_deep(8);
-  EXPECT_EQ(tree_levels(), 2);
+  EXPECT_EQ(tree_levels(), 2u);
   expect_whole_table();
 }
 
 TEST_F(Parallel_whole_table, ThreeLevels) {
   make_deep(60);
-  EXPECT_EQ(tree_levels(), 3);
+  EXPECT_EQ(tree_levels(), 3u);
   expect_whole_table();
 }
 
 TEST_F(Parallel_whole_table, FourLevels) {
   make_deep(250);
-  EXPECT_EQ(tree_levels(), 4);
+  EXPECT_EQ(tree_levels(), 4u);
   expect_whole_table();
 }
 
 TEST_F(Parallel_whole_table, FiveLevels) {
   make_deep(700);
-  EXPECT_EQ(tree_levels(), 5);
+  EXPECT_EQ(tree_levels(), 5u);
   expect_whole_table();
 }
 

@@ -159,7 +159,22 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
 int IndexCursor::position() {
   if (equal_range_) return find_key(from_, HA_READ_KEY_EXACT);
   if (reverse_) return position_reverse();
-  return table()->file->ha_read_range_first(from_, end_, false, true);
+  // The handler compares and converts as many bytes as a bound says it has:
+  // NULL parts count for it.
+  key_range whole[2];
+  const key_range *bounds[2] = {from_, end_};
+  for (int i = 0; i < 2; ++i) {
+    if (bounds[i] == nullptr) continue;
+    whole[i] = *bounds[i];
+    whole[i].length = image_bytes(*bounds[i]);
+    bounds[i] = &whole[i];
+  }
+  return table()->file->ha_read_range_first(bounds[0], bounds[1], false, true);
+}
+
+uint IndexCursor::image_bytes(const key_range &bound) const {
+  const auto index = static_cast<uint>(key() - table()->key_info);
+  return calculate_key_len(table(), index, bound.keypart_map);
 }
 
 // Without an end bound the last row is not compared with the begin bound; the
@@ -183,7 +198,8 @@ int IndexCursor::find_key(const key_range *bound, ha_rkey_function flag) {
 // closed: both of its flags have one of the two low bits set.
 bool IndexCursor::is_before_range() {
   if (from_ == nullptr) return false;
-  const int order = host::key_cmp(key()->key_part, from_->key, from_->length);
+  const int order =
+      host::key_cmp(key()->key_part, from_->key, image_bytes(*from_));
   return order < 0 || (order == 0 && (from_->flag & 3) != 0);
 }
 

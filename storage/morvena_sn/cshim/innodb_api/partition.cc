@@ -212,6 +212,9 @@ void ParallelIndexReader::close_last_range(const Iter &end,
   for (ulint i = 0; i < dtuple_get_n_fields(tuple); ++i) {
     dfield_dup(dtuple_get_nth_field(tuple, i), last->heap_);
   }
+  // The copy would compare every field, and so take a boundary record that has
+  // changed since for another one.
+  dtuple_set_n_fields_cmp(tuple, dtuple_get_n_fields_cmp(end.tuple_));
   last->tuple_ = tuple;
   last->include_ = end.include_;
 }

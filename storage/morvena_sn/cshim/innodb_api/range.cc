@@ -28,17 +28,6 @@ const KEY *find_key(const TABLE *table, const dict_index_t *index) {
   return nullptr;
 }
 
-// The bytes of a key image's leading parts. The length that a bound carries
-// leaves NULL parts out, and the conversion would stop inside a field.
-uint image_bytes(const KEY *key, key_part_map parts) {
-  uint bytes = 0;
-  for (uint i = 0; i < key->user_defined_key_parts && parts != 0; ++i) {
-    bytes += key->key_part[i].store_length;
-    parts >>= 1;
-  }
-  return bytes;
-}
-
 }  // namespace
 
 Iter::~Iter() {
@@ -114,8 +103,12 @@ void ParallelIndexReader::set_range_scan(const key_range *start,
   const auto convert = [&](const key_range *bound, dtuple_t *tuple,
                            byte *buffer) -> const dtuple_t * {
     if (bound == nullptr || key == nullptr) return nullptr;
-    // A bound of no parts would compare equal to everything.
-    const uint bytes = image_bytes(key, bound->keypart_map);
+    // Not the bound's length, which leaves NULL parts out: the conversion would
+    // stop inside a field. A bound of no parts would compare equal to
+    // everything.
+    const uint bytes = calculate_key_len(
+        mysql_table_, static_cast<uint>(key - mysql_table_->key_info),
+        bound->keypart_map);
     if (bytes == 0) return nullptr;
     dict_index_copy_types(tuple, index_, index_->n_fields);
     host::convert_key(tuple, buffer, prebuilt_->srch_key_val_len, index_,

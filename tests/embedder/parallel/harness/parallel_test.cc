@@ -9,13 +9,20 @@
 #include "parallel_test.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <mutex>
 #include <sstream>
 
 namespace harness {
 
 const std::vector<size_t> thread_counts{0, 1, 2, 3, 4, 8, 300};
+
+size_t setting(const char *name, size_t otherwise) {
+  const char *value = getenv(name);
+  return value != nullptr ? strtoul(value, nullptr, 10) : otherwise;
+}
 
 Columns first_columns(size_t n) {
   Columns columns;
@@ -82,7 +89,8 @@ std::optional<int64_t> Batch::read_datetime(unsigned int column,
 
 Row Batch::row(const Columns &columns, unsigned int nr) const {
   Row row;
-  for (const unsigned int column : columns) row.push_back(read_text(column, nr));
+  for (const unsigned int column : columns)
+    row.push_back(read_text(column, nr));
   return row;
 }
 
@@ -154,16 +162,15 @@ std::vector<long long> collect_ints(const Reader &reader, size_t threads,
                                     unsigned int column) {
   std::vector<long long> values;
   std::mutex mu;
-  const bool complete =
-      read_parallel(reader, threads, [&](const Batch &batch) {
-        std::vector<long long> own;
-        const size_t size = batch.size();
-        for (unsigned int nr = 0; nr < size; ++nr)
-          own.push_back(batch.read_int(column, nr).value());
-        const std::lock_guard<std::mutex> lock(mu);
-        values.insert(values.end(), own.begin(), own.end());
-        return false;
-      });
+  const bool complete = read_parallel(reader, threads, [&](const Batch &batch) {
+    std::vector<long long> own;
+    const size_t size = batch.size();
+    for (unsigned int nr = 0; nr < size; ++nr)
+      own.push_back(batch.read_int(column, nr).value());
+    const std::lock_guard<std::mutex> lock(mu);
+    values.insert(values.end(), own.begin(), own.end());
+    return false;
+  });
   EXPECT_TRUE(complete);
   std::sort(values.begin(), values.end());
   return values;
@@ -173,6 +180,27 @@ template std::vector<long long> collect_ints(const Cursor &, size_t,
                                              unsigned int);
 template std::vector<long long> collect_ints(const Scan &, size_t,
                                              unsigned int);
+
+Server_log::Server_log(Client &sql)
+    : path_(sql.text("SELECT @@log_error")),
+      from_(std::ifstream(path_, std::ios::ate).tellg()) {}
+
+std::string Server_log::text() const {
+  std::ifstream log(path_);
+  log.seekg(from_);
+  std::ostringstream text;
+  text << log.rdbuf();
+  return text.str();
+}
+
+size_t Server_log::count(const std::string &word) const {
+  const std::string all = text();
+  size_t n = 0;
+  for (size_t at = all.find(word); at != std::string::npos;
+       at = all.find(word, at + 1))
+    ++n;
+  return n;
+}
 
 namespace {
 
@@ -214,8 +242,8 @@ void Parallel_test::fill(const std::string &table, size_t n_rows,
                          const std::string &columns_of_i) {
   sql.exec("INSERT INTO " + table +
            " WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n"
-           " WHERE i < " + std::to_string(n_rows) + ") SELECT " + columns_of_i +
-           " FROM n");
+           " WHERE i < " +
+           std::to_string(n_rows) + ") SELECT " + columns_of_i + " FROM n");
 }
 
 Rows Parallel_test::donor_rows(const std::string &select) {
@@ -269,8 +297,9 @@ void Parallel_test::wait_for_purge() {
   // Else what has been purged stays in the history for a while.
   sql.exec("SET GLOBAL innodb_purge_rseg_truncate_frequency = 1");
   EXPECT_TRUE(wait_until([this] {
-    return sql.number("SELECT count FROM information_schema.innodb_metrics"
-                      " WHERE name = 'trx_rseg_history_len'") == 0;
+    return sql.number(
+               "SELECT count FROM information_schema.innodb_metrics"
+               " WHERE name = 'trx_rseg_history_len'") == 0;
   }));
 }
 

@@ -17,12 +17,16 @@
 
 #include <cstdint>
 #include <functional>
+#include <ios>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cursor_test.h"
+
+struct dict_index_t;
+struct dict_table_t;
 
 namespace harness {
 
@@ -32,6 +36,10 @@ extern const std::vector<size_t> thread_counts;
 
 /** All rows of columns, in an order of their own. */
 using Columns = std::vector<unsigned int>;
+
+/** A number out of the server's environment, for cases that repeat themselves.
+ */
+size_t setting(const char *name, size_t otherwise);
 
 /** Positions 0 to n - 1. */
 Columns first_columns(size_t n);
@@ -99,8 +107,45 @@ template <class Reader>
 std::vector<long long> collect_ints(const Reader &reader, size_t threads,
                                     unsigned int column);
 
-/** The levels of an index of db, its leaves included. */
-int tree_levels(const char *table = "t", const char *index = "PRIMARY");
+/** An index of db as InnoDB has it. */
+class Index_watch {
+ public:
+  explicit Index_watch(const char *table = "t", const char *index = "PRIMARY");
+  ~Index_watch();
+  Index_watch(const Index_watch &) = delete;
+  Index_watch &operator=(const Index_watch &) = delete;
+
+  /** Whether anybody waits for the index's latch. */
+  bool has_waiters() const;
+  /** How many hold it, shared. */
+  size_t latch_holders() const;
+  /** The tree's levels, its leaves included. */
+  size_t levels() const;
+  size_t root_records() const;
+
+ private:
+  template <class F>
+  size_t of_root(F f) const;
+
+  dict_table_t *table_ = nullptr;
+  dict_index_t *index_ = nullptr;
+};
+
+size_t tree_levels(const char *table = "t", const char *index = "PRIMARY");
+
+/** The server's error log, which its standard output and error go to. */
+class Server_log {
+ public:
+  explicit Server_log(Client &sql);
+  /** What was written since. */
+  std::string text() const;
+  /** How often it has a word. */
+  size_t count(const std::string &word) const;
+
+ private:
+  std::string path_;
+  std::streamoff from_;
+};
 
 /** Fails with the sizes and the first difference, not with all rows. */
 void expect_rows(const Rows &delivered, const Rows &expected);
@@ -120,8 +165,8 @@ class Parallel_test : public Cursor_test {
       primary key (if the table has one): the donor's rows. */
   void expect_whole_table(const std::string &select = "SELECT * FROM t");
   /** For every number of threads: a range by an index cursor. */
-  void expect_range(const Open &open, const Range &range, const Columns &columns,
-                    const std::string &select);
+  void expect_range(const Open &open, const Range &range,
+                    const Columns &columns, const std::string &select);
   /** Wait until deleted rows are gone from the pages. */
   void wait_for_purge();
 

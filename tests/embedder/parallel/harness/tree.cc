@@ -10,33 +10,63 @@
 
 #include <strings.h>
 
+#include "host.h"
 #include "host/innodb.h"
 #include "parallel_test.h"
 
 namespace harness {
 
-int tree_levels(const char *table, const char *index_name) {
+Index_watch::Index_watch(const char *table, const char *index_name) {
   // The dictionary wants a current session: the cursor's.
   const Scan scan({.table = table});
   const std::string name = std::string("db/") + table;
   dict_table_t *dict_table =
       dd_table_open_on_name(current_thd, nullptr, name.c_str(), false, 0);
-  if (dict_table == nullptr) return 0;
-  const dict_index_t *index = dict_table->first_index();
-  while (index != nullptr && strcasecmp(index->name(), index_name) != 0)
-    index = index->next();
-  int levels = 0;
-  if (index != nullptr) {
-    mtr_t mtr;
-    mtr.start();
-    buf_block_t *root =
-        host::page_get_s_latched(page_id_t(index->space, index->page),
-                                 dict_table_page_size(dict_table), &mtr);
-    levels = 1 + static_cast<int>(host::page_level(root->frame, &mtr));
-    mtr.commit();
-  }
-  dd_table_close(dict_table, nullptr, nullptr, false);
-  return levels;
+  table_ = dict_table;
+  if (dict_table == nullptr) return;
+  index_ = dict_table->first_index();
+  while (index_ != nullptr && strcasecmp(index_->name(), index_name) != 0)
+    index_ = index_->next();
+}
+
+Index_watch::~Index_watch() {
+  if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
+}
+
+bool Index_watch::has_waiters() const {
+  return rw_lock_get_waiters(dict_index_get_lock(index_));
+}
+
+size_t Index_watch::latch_holders() const {
+  return rw_lock_get_reader_count(dict_index_get_lock(index_));
+}
+
+template <class F>
+size_t Index_watch::of_root(F f) const {
+  if (index_ == nullptr) return 0;
+  mtr_t mtr;
+  mtr.start();
+  buf_block_t *root =
+      host::page_get_s_latched(page_id_t(index_->space, index_->page),
+                               dict_table_page_size(table_), &mtr);
+  const size_t result = f(root->frame, &mtr);
+  mtr.commit();
+  return result;
+}
+
+size_t Index_watch::levels() const {
+  return of_root([](const page_t *root, mtr_t *mtr) {
+    return 1 + host::page_level(root, mtr);
+  });
+}
+
+size_t Index_watch::root_records() const {
+  return of_root(
+      [](const page_t *root, mtr_t *) { return page_get_n_recs(root); });
+}
+
+size_t tree_levels(const char *table, const char *index) {
+  return Index_watch(table, index).levels();
 }
 
 }  // namespace harness

@@ -1,0 +1,261 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Values that are stored off the page, and columns that records do not hold:
+// as the snapshot sees them, whatever became of them since.
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Parallel_large_value : public Parallel_test {
+ protected:
+  void make(const std::string &options = "") {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB, c LONGTEXT,"
+        " j JSON, g GEOMETRY) " +
+        options);
+    fill("t", 60,
+         "i, REPEAT(CHAR(i USING binary), i * 1500), REPEAT('text', i * 700),"
+         " JSON_OBJECT('k', i, 'large', REPEAT('j', i * 900)),"
+         " ST_GeomFromText(CONCAT('LINESTRING(0 0', REPEAT(',1 1', i * 100),"
+         " ')'))");
+  }
+};
+
+TEST_F(Parallel_large_value, OffThePage) {
+  make();
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, MoreThanABatchOfThem) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, c TEXT) CHARACTER SET latin1");
+  fill("t", 9000,
+       "i, IF(i % 100, CONCAT('short ', i), REPEAT('l', 20000 + i))");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, Replaced) {
+  make();
+  take_snapshot();
+  sql.exec(
+      "UPDATE t SET b = REPEAT('N', 60000), c = 'short',"
+      " j = '[]', g = ST_GeomFromText('POINT(1 1)')");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, ReplacedTwice) {
+  make();
+  sql.exec("UPDATE t SET b = REPEAT('1', 50000) WHERE id % 2 = 0");
+  take_snapshot();
+  sql.exec("UPDATE t SET b = REPEAT('2', 70000), c = REPEAT('2', 30000)");
+  sql.exec("UPDATE t SET b = NULL, c = NULL, j = NULL, g = NULL");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, Deleted) {
+  make();
+  take_snapshot();
+  sql.exec("DELETE FROM t");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, ChangedByTheDonor) {
+  make();
+  take_snapshot();
+  donor.exec("UPDATE t SET b = REPEAT('D', 90000) WHERE id % 2 = 0");
+  expect_whole_table();
+  donor.exec("ROLLBACK");
+}
+
+TEST_F(Parallel_large_value, UncommittedOnesOfOthers) {
+  make();
+  sql.exec("BEGIN");
+  sql.exec("UPDATE t SET b = REPEAT('U', 90000) WHERE id % 2 = 0");
+  sql.exec("INSERT INTO t (id, b) VALUES (1000, REPEAT('U', 90000))");
+  take_snapshot();
+  expect_whole_table();
+  sql.exec("ROLLBACK");
+}
+
+TEST_F(Parallel_large_value, GrownInPlaceAndBeyond) {
+  make();
+  take_snapshot();
+  sql.exec("UPDATE t SET c = CONCAT(c, 'tail')");
+  sql.exec("UPDATE t SET c = CONCAT(c, REPEAT('more', 9000))");
+  expect_whole_table();
+}
+
+// Changes of a few bytes are made in the stored value itself.
+TEST_F(Parallel_large_value, JsonChangedInPlace) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
+  fill("t", 40,
+       "i, JSON_OBJECT('a', REPEAT('a', 30), 'large', REPEAT('j', 30000), 'z',"
+       " REPEAT('z', 30), 'n', i)");
+  take_snapshot();
+  const Rows before = donor_rows("SELECT * FROM t");
+  for (int round = 0; round < 3; ++round) {
+    sql.exec("UPDATE t SET j = JSON_SET(j, '$.a', REPEAT('" +
+             std::to_string(round) + "', 30), '$.z', REPEAT('y', 20))");
+    sql.exec("UPDATE t SET j = JSON_REPLACE(j, '$.n', -5) WHERE id % 2 = 0");
+    expect_whole_table();
+  }
+  EXPECT_EQ(donor_rows("SELECT * FROM t"), before);
+}
+
+TEST_F(Parallel_large_value, JsonChangedInPlaceByAnOpenTransaction) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
+  fill("t", 40,
+       "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
+       " REPEAT('j', 30000 + i))");
+  sql.exec("BEGIN");
+  sql.exec("UPDATE t SET j = JSON_SET(j, '$.a', REPEAT('b', 30))");
+  take_snapshot();
+  expect_whole_table();
+  sql.exec("ROLLBACK");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, JsonChangedInPlaceBetweenTwoSnapshots) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
+  fill("t", 20,
+       "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
+       " REPEAT('j', 40000))");
+  Client holder;
+  holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("UPDATE t SET j = JSON_SET(j, '$.a', REPEAT('b', 30))");
+  take_snapshot();
+  sql.exec("UPDATE t SET j = JSON_SET(j, '$.a', REPEAT('c', 30))");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, InRedundantRows) {
+  make("ROW_FORMAT = REDUNDANT");
+  take_snapshot();
+  sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, InCompactRows) {
+  make("ROW_FORMAT = COMPACT");
+  take_snapshot();
+  sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, InCompressedRows) {
+  make("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 4");
+  take_snapshot();
+  sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
+  sql.exec("DELETE FROM t WHERE id % 5 = 0");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, JsonChangedInCompressedRows) {
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, j JSON)"
+      " ROW_FORMAT = COMPRESSED");
+  fill("t", 20,
+       "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
+       " REPEAT(UUID(), 3000))");
+  take_snapshot();
+  sql.exec("UPDATE t SET j = JSON_SET(j, '$.a', REPEAT('b', 30))");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_large_value, OfAFetchedRow) {
+  make();
+  sql.exec("ALTER TABLE t ADD COLUMN v INT NOT NULL DEFAULT 3, ADD KEY (v)");
+  take_snapshot();
+  sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
+  expect_range({.index = "v"}, {}, {0, 1, 2, 3, 4, 5}, "SELECT * FROM t");
+}
+
+class Parallel_instant : public Parallel_test {
+ protected:
+  void make() {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(50),"
+        " c TEXT)");
+    fill("t", 3000,
+         "i, i * 2, CONCAT('b', i), NULLIF(REPEAT('c', i % 90), '')");
+  }
+  /** Where the host cannot do it at once, the table is rebuilt. */
+  void alter(const std::string &change) {
+    if (sql.attempt("ALTER TABLE t " + change + ", ALGORITHM = INSTANT").error)
+      sql.exec("ALTER TABLE t " + change);
+  }
+};
+
+TEST_F(Parallel_instant, ColumnsAdded) {
+  make();
+  alter("ADD COLUMN d INT DEFAULT 77, ADD COLUMN e VARCHAR(10) DEFAULT 'dflt'");
+  fill("t", 100, "i + 5000, i, 'late', NULL, i, 'own'");
+  alter("ADD COLUMN f DATE, ADD COLUMN g TEXT");
+  sql.exec(
+      "UPDATE t SET f = '2020-01-01', g = REPEAT('g', 20000)"
+      " WHERE id % 100 = 0");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_instant, ColumnsAddedFirst) {
+  make();
+  alter("ADD COLUMN z INT DEFAULT 9 FIRST");
+  fill("t", 100, "1, i + 5000, i, 'late', NULL");
+  alter("ADD COLUMN y CHAR(3) DEFAULT 'yyy' AFTER a");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_instant, ColumnsDropped) {
+  make();
+  alter("DROP COLUMN a");
+  fill("t", 100, "i + 5000, 'late', 'c'");
+  alter("DROP COLUMN c, ADD COLUMN c2 BIGINT DEFAULT 123456789012");
+  sql.exec("UPDATE t SET b = 'changed' WHERE id % 10 = 0");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_instant, OldVersionsOfRowsWithAddedColumns) {
+  make();
+  alter("ADD COLUMN d INT DEFAULT 77");
+  take_snapshot();
+  sql.exec("UPDATE t SET d = 1, b = 'changed' WHERE id % 3 = 0");
+  sql.exec("DELETE FROM t WHERE id % 7 = 0");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_instant, FewColumnsReadOfManyAdded) {
+  make();
+  alter("ADD COLUMN d INT DEFAULT 77, ADD COLUMN e INT DEFAULT 88");
+  Scan scan;
+  scan.set_columns({4});
+  for (const size_t threads : thread_counts)
+    expect_rows(collect(scan, threads, {4}).rows, Rows(3000, Row{"77"}));
+}
+
+TEST_F(Parallel_instant, SecondaryIndexOnAnAddedColumn) {
+  make();
+  alter("ADD COLUMN d INT DEFAULT 77");
+  sql.exec("UPDATE t SET d = id WHERE id % 2 = 0");
+  sql.exec("ALTER TABLE t ADD KEY by_d (d)");
+  expect_range({.index = "by_d", .index_only = true}, {}, {0, 4},
+               "SELECT id, d FROM t");
+  expect_whole_table();
+}
+
+TEST_F(Parallel_instant, InRedundantRows) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT) ROW_FORMAT = REDUNDANT");
+  fill("t", 1000, "i, i");
+  alter("ADD COLUMN d VARCHAR(20) DEFAULT 'default'");
+  fill("t", 100, "i + 5000, i, NULL");
+  expect_whole_table();
+}
+
+}  // namespace

@@ -1,0 +1,266 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Reads beside writers: what a snapshot sees is its donor's, each row once,
+// however pages split and merge meanwhile. ROUNDS in the server's environment
+// sets how many reads a case makes.
+
+#include <algorithm>
+#include <atomic>
+#include <numeric>
+#include <thread>
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+using Ints = std::vector<long long>;
+
+/** A session that repeats statements until the end of the case. */
+class Writer {
+ public:
+  using Statements = std::function<std::vector<std::string>(unsigned int)>;
+
+  Writer(unsigned int seed, Statements statements)
+      : thread_([this, seed, statements] { run(seed, statements); }) {}
+  ~Writer() {
+    stop_ = true;
+    thread_.join();
+  }
+  Writer(const Writer &) = delete;
+  Writer &operator=(const Writer &) = delete;
+  size_t rounds() const { return rounds_; }
+
+ private:
+  void run(unsigned int seed, const Statements &statements) {
+    Client client;
+    client.exec("USE db");
+    for (unsigned int i = seed; !stop_; i = i * 1664525 + 1013904223) {
+      for (const std::string &statement : statements(i >> 8)) {
+        const Reply reply = client.attempt(statement);
+        if (reply.error != 0) client.attempt("ROLLBACK");
+        // Victims of a deadlock, and keys that are there already.
+        if (reply.error != 0 && reply.error != 1213 && reply.error != 1205 &&
+            reply.error != 1062) {
+          ADD_FAILURE() << reply.error << " " << reply.message;
+          return;
+        }
+        if (reply.error != 0) break;
+      }
+      ++rounds_;
+    }
+  }
+
+  std::atomic<bool> stop_{false};
+  std::atomic<size_t> rounds_{0};
+  std::thread thread_;
+};
+
+class Parallel_load : public Parallel_test {
+ protected:
+  /** Reads beside the writers, each on a snapshot of its own. */
+  void run(const std::vector<Writer::Statements> &writing,
+           const std::function<void(uint32_t donor_id)> &check) {
+    std::vector<std::unique_ptr<Writer>> writers;
+    for (const auto &statements : writing)
+      writers.push_back(std::make_unique<Writer>(
+          static_cast<unsigned int>(writers.size()) + 1, statements));
+    const size_t rounds = setting("ROUNDS", 200);
+    for (size_t i = 0; i < rounds && !HasFailure(); ++i) {
+      SCOPED_TRACE("round " + std::to_string(i));
+      take_snapshot();
+      check(donor.id());
+      donor.exec("COMMIT");
+    }
+    for (const auto &writer : writers) EXPECT_GT(writer->rounds(), 0u);
+  }
+
+  /** Two reads at the same time. */
+  static void side_by_side(const std::function<void()> &one,
+                           const std::function<void()> &other) {
+    auto first = on_own_thread(one);
+    auto second = on_own_thread(other);
+    first.get();
+    second.get();
+  }
+
+  void make_accounts() {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, balance INT NOT NULL,"
+        " note VARCHAR(2000), KEY by_balance (balance, id))"
+        " CHARACTER SET latin1");
+    fill("t", 2000, "i, 1000, REPEAT('n', i * 31 % 400)");
+  }
+
+  static std::vector<std::string> transfer(unsigned int i) {
+    const std::string from = std::to_string(1 + i % 2000);
+    const std::string to = std::to_string(1 + i / 7 % 2000);
+    const std::string sum = std::to_string(1 + i % 90);
+    return {"BEGIN",
+            "UPDATE t SET balance = balance - " + sum +
+                ", note = REPEAT('f', " + std::to_string(i % 2000) +
+                ") WHERE id = " + from,
+            "UPDATE t SET balance = balance + " + sum + " WHERE id = " + to,
+            "COMMIT"};
+  }
+
+  static std::vector<std::string> come_and_go(unsigned int i) {
+    const std::string first = std::to_string(1 + i % 6000);
+    const std::string pad = std::to_string(i % 1500);
+    if (i % 3 == 0)
+      return {"DELETE FROM t WHERE id BETWEEN " + first + " AND " + first +
+              " + 60"};
+    return {"INSERT IGNORE INTO t WITH RECURSIVE n (i) AS (SELECT " + first +
+            " UNION ALL SELECT i + 1 FROM n WHERE i < " + first +
+            " + 50) SELECT i, i * 7 % 500, REPEAT('p', " + pad + ") FROM n"};
+  }
+
+  static std::vector<std::string> grow(unsigned int i) {
+    const std::string first = std::to_string(1 + i % 6000);
+    return {"UPDATE t SET v = (v + 37) % 500, pad = REPEAT('g', " +
+            std::to_string(i / 11 % 3000) + ") WHERE id BETWEEN " + first +
+            " AND " + first + " + 15"};
+  }
+
+  void make_rows() {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, v INT, pad VARCHAR(4000),"
+        " KEY by_v (v)) CHARACTER SET latin1");
+    fill("t", 3000, "i * 2, i % 500, REPEAT('p', i * 17 % 800)");
+  }
+};
+
+TEST_F(Parallel_load, MoneyThatMovesBetweenAccounts) {
+  make_accounts();
+  Ints ids(2000);
+  std::iota(ids.begin(), ids.end(), 1);
+  run({transfer, transfer}, [&](uint32_t donor_id) {
+    const auto expect_accounts = [&](const auto &reader, size_t threads) {
+      const Delivered delivered = collect(reader, threads, {0, 1});
+      EXPECT_TRUE(delivered.complete);
+      Ints found;
+      long long sum = 0;
+      for (const Row &row : delivered.rows) {
+        found.push_back(std::stoll(row[0].value()));
+        sum += std::stoll(row[1].value());
+      }
+      std::sort(found.begin(), found.end());
+      EXPECT_TRUE(found == ids) << found.size() << " accounts";
+      EXPECT_EQ(sum, 2000000);
+    };
+    side_by_side([&] { expect_accounts(Scan({.donor = donor_id}), 4); },
+                 [&] {
+                   expect_accounts(Cursor({.index = "by_balance",
+                                           .index_only = true,
+                                           .donor = donor_id}),
+                                   3);
+                 });
+  });
+}
+
+TEST_F(Parallel_load, RowsThatComeAndGo) {
+  make_rows();
+  run({come_and_go, come_and_go}, [&](uint32_t donor_id) {
+    const Ints ids = as_ints(donor.query("SELECT id FROM t ORDER BY id"));
+    const auto expect_ids = [&](const auto &reader, size_t threads) {
+      const Ints found = collect_ints(reader, threads, 0);
+      EXPECT_TRUE(found == ids) << found.size() << " of " << ids.size();
+    };
+    side_by_side([&] { expect_ids(Scan({.donor = donor_id}), 4); },
+                 [&] { expect_ids(Cursor({.donor = donor_id}), 0); });
+  });
+}
+
+TEST_F(Parallel_load, RowsThatGrow) {
+  make_rows();
+  run({come_and_go, grow}, [&](uint32_t donor_id) {
+    const Rows rows = donor_rows("SELECT * FROM t");
+    const auto expect = [&](const auto &reader, size_t threads) {
+      expect_rows(collect(reader, threads, {0, 1, 2}).rows, rows);
+    };
+    side_by_side([&] { expect(Scan({.donor = donor_id}), 4); },
+                 [&] { expect(Cursor({.donor = donor_id}), 8); });
+  });
+}
+
+TEST_F(Parallel_load, IndexKeysThatMove) {
+  make_rows();
+  run({grow, come_and_go}, [&](uint32_t donor_id) {
+    const Rows rows = donor_rows("SELECT id, v FROM t");
+    const auto expect = [&](size_t threads) {
+      const Cursor cursor(
+          {.index = "by_v", .index_only = true, .donor = donor_id});
+      expect_rows(collect(cursor, threads, {0, 1}).rows, rows);
+    };
+    side_by_side([&] { expect(4); }, [&] { expect(0); });
+  });
+}
+
+TEST_F(Parallel_load, RangesOfRowsThatComeAndGo) {
+  make_rows();
+  run({come_and_go, grow}, [&](uint32_t donor_id) {
+    const Ints ids = as_ints(donor.query(
+        "SELECT id FROM t WHERE id > 1500 AND id <= 4500 ORDER BY id"));
+    const auto expect = [&](size_t threads) {
+      Cursor cursor({.donor = donor_id});
+      cursor.set_range({Keys().number(1500), Keys().number(4500), false, true});
+      const Ints found = collect_ints(cursor, threads, 0);
+      EXPECT_TRUE(found == ids) << found.size() << " of " << ids.size();
+    };
+    side_by_side([&] { expect(3); }, [&] { expect(8); });
+  });
+}
+
+TEST_F(Parallel_load, RowsWithoutAPrimaryKey) {
+  sql.exec(
+      "CREATE TABLE t (id INT, v INT, pad VARCHAR(4000), KEY by_id (id))"
+      " CHARACTER SET latin1");
+  fill("t", 3000, "i * 2, i % 500, REPEAT('p', i * 17 % 800)");
+  run({come_and_go, grow}, [&](uint32_t donor_id) {
+    const Ints ids = as_ints(donor.query("SELECT id FROM t ORDER BY id"));
+    const auto expect = [&](const auto &reader, size_t threads) {
+      const Ints found = collect_ints(reader, threads, 0);
+      EXPECT_TRUE(found == ids) << found.size() << " of " << ids.size();
+    };
+    side_by_side(
+        [&] { expect(Scan({.donor = donor_id}), 4); },
+        [&] {
+          expect(
+              Cursor({.index = "by_id", .index_only = true, .donor = donor_id}),
+              3);
+        });
+  });
+}
+
+TEST_F(Parallel_load, LargeValuesThatComeAndGo) {
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, v INT, pad LONGTEXT)"
+      " CHARACTER SET latin1");
+  fill("t", 150, "i * 2, i, REPEAT('p', i * 997 % 40000)");
+  const auto write = [](unsigned int i) -> std::vector<std::string> {
+    const std::string id = std::to_string(1 + i % 300);
+    const std::string size = std::to_string(i / 5 % 60000);
+    if (i % 4 == 0) return {"DELETE FROM t WHERE id = " + id};
+    if (i % 4 == 1)
+      return {"UPDATE t SET pad = REPEAT('u', " + size + ") WHERE id = " + id};
+    return {"INSERT IGNORE INTO t VALUES (" + id + ", 5, REPEAT('i', " + size +
+            "))"};
+  };
+  run({write, write}, [&](uint32_t donor_id) {
+    const Rows all = donor_rows("SELECT * FROM t");
+    const auto expect_all = [&](const auto &reader, size_t threads) {
+      expect_rows(collect(reader, threads, {0, 1, 2}).rows, all);
+    };
+    side_by_side([&] { expect_all(Scan({.donor = donor_id}), 4); },
+                 [&] { expect_all(Cursor({.donor = donor_id}), 0); });
+  });
+}
+
+}  // namespace

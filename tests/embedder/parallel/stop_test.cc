@@ -1,0 +1,364 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Reads that end before their range does: by the callback, by a kill, for want
+// of threads. Afterwards everything is back and another read works.
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+#include "common.h"
+#include "innodb_api/pool.h"
+#include "parallel_test.h"
+#include "session.h"
+
+namespace {
+
+using namespace harness;
+using std::chrono::steady_clock;
+
+/** Numbers of threads with which every worker gets more than one batch. */
+const std::vector<size_t> few_threads{0, 1, 2, 3, 4, 8};
+
+class Parallel_stop : public Parallel_test {
+ protected:
+  void make(size_t n_rows) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
+    fill("t", n_rows, "i, i");
+  }
+
+  /** Nothing is held any more, and a new cursor reads all. */
+  void expect_all_is_back(size_t n_rows) {
+    EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
+    EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+    sql.exec("SET lock_wait_timeout = 1");
+    EXPECT_EQ(sql.attempt("ALTER TABLE t COMMENT 'not locked'").error, 0u);
+    const Scan scan;
+    for (const size_t threads : {size_t{0}, size_t{3}})
+      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), n_rows);
+  }
+};
+
+TEST_F(Parallel_stop, TheCallbacksTrueEndsTheRead) {
+  make(100000);
+  {
+    const Scan scan;
+    for (const size_t threads : few_threads) {
+      std::atomic<size_t> calls{0};
+      EXPECT_FALSE(read_parallel(scan, threads, [&](const Batch &) {
+        ++calls;
+        return true;
+      }));
+      EXPECT_GE(calls, 1u);
+      EXPECT_LE(calls, std::max<size_t>(threads, 1));
+    }
+  }
+  expect_all_is_back(100000);
+}
+
+TEST_F(Parallel_stop, NoFurtherBatchComesToTheWorkerThatStopped) {
+  make(100000);
+  const Cursor cursor;
+  for (const size_t threads : few_threads) {
+    std::atomic<bool> stopped[256] = {};
+    EXPECT_FALSE(read_parallel(cursor, threads, [&](const Batch &batch) {
+      EXPECT_FALSE(stopped[batch.thread]);
+      return stopped[batch.thread] = batch.size() == 4096;
+    }));
+  }
+}
+
+TEST_F(Parallel_stop, OneWorkersFailureStopsTheOthers) {
+  make(200000);
+  {
+    const Scan scan;
+    std::atomic<bool> refused{false};
+    std::atomic<size_t> taken{0};
+    EXPECT_FALSE(read_parallel(scan, 4, [&](const Batch &batch) {
+      if (!refused.exchange(true)) return true;
+      taken += batch.size();
+      return false;
+    }));
+    EXPECT_LT(taken, 200000u - 4096u);
+  }
+  expect_all_is_back(200000);
+}
+
+TEST_F(Parallel_stop, TheSameCursorReadsAgain) {
+  make(50000);
+  const Scan scan;
+  const auto stop = [](const Batch &) { return true; };
+  for (const size_t threads : few_threads) {
+    EXPECT_FALSE(read_parallel(scan, threads, stop));
+    EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 50000u);
+  }
+}
+
+TEST_F(Parallel_stop, TheAnswerToALastPartialBatchIsNotLookedAt) {
+  make(100);
+  const Scan scan;
+  for (const size_t threads : thread_counts)
+    EXPECT_TRUE(
+        read_parallel(scan, threads, [](const Batch &) { return true; }));
+}
+
+TEST_F(Parallel_stop, AnExceptionEndsTheRead) {
+  make(100000);
+  {
+    const Scan scan;
+    for (const size_t threads : few_threads) {
+      EXPECT_FALSE(read_parallel(scan, threads, [](const Batch &) -> bool {
+        throw std::runtime_error("of the callback");
+      }));
+      EXPECT_FALSE(
+          read_parallel(scan, threads, [](const Batch &) -> bool { throw 5; }));
+    }
+  }
+  expect_all_is_back(100000);
+}
+
+TEST_F(Parallel_stop, AnExceptionOfTheLastBatchHarmsNobody) {
+  make(100);
+  {
+    const Scan scan;
+    for (const size_t threads : thread_counts)
+      EXPECT_TRUE(
+          read_parallel(scan, threads, [](const Batch &) -> bool { throw 5; }));
+  }
+  expect_all_is_back(100);
+}
+
+TEST_F(Parallel_stop, KilledWithinTheCallback) {
+  make(100000);
+  for (const size_t threads : few_threads) {
+    const Scan scan;
+    void *const session = current_session();
+    EXPECT_FALSE(read_parallel(scan, threads, [session](const Batch &) {
+      kill_session(session);
+      return false;
+    })) << threads;
+  }
+  expect_all_is_back(100000);
+}
+
+TEST_F(Parallel_stop, KilledBeforeItBegins) {
+  make(100000);
+  for (const size_t threads : thread_counts) {
+    const Cursor cursor;
+    kill_session(current_session());
+    EXPECT_FALSE(
+        read_parallel(cursor, threads, [](const Batch &) { return false; }));
+  }
+  expect_all_is_back(100000);
+}
+
+TEST_F(Parallel_stop, KilledByAnotherThread) {
+  make(100000);
+  for (const size_t threads : few_threads) {
+    const Scan scan;
+    void *const session = current_session();
+    std::atomic<bool> reached{false}, killed{false};
+    auto killer = on_own_thread([&] {
+      EXPECT_TRUE(wait_until([&] { return reached.load(); }));
+      kill_session(session);
+      killed = true;
+    });
+    EXPECT_FALSE(read_parallel(scan, threads, [&](const Batch &) {
+      reached = true;
+      EXPECT_TRUE(wait_until([&] { return killed.load(); }));
+      return false;
+    })) << threads;
+    killer.get();
+  }
+  expect_all_is_back(100000);
+}
+
+/** Rows that came after the snapshot, with a history each: none is delivered,
+    all of it is searched. */
+class Parallel_stop_old_versions : public Parallel_stop {
+ protected:
+  void expect_killed_within_a_second(size_t threads) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w CHAR(20))");
+    take_snapshot();
+    fill("t", 5000, "i, i, 'w'");
+    for (int i = 0; i < 100; ++i) sql.exec("UPDATE t SET v = v + 1");
+    {
+      const Scan scan({.donor = donor.id()});
+      void *const session = current_session();
+      std::atomic<bool> begun{false};
+      steady_clock::time_point killed;
+      auto killer = on_own_thread([&] {
+        EXPECT_TRUE(wait_until([&] { return begun.load(); }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        killed = steady_clock::now();
+        kill_session(session);
+      });
+      begun = true;
+      EXPECT_FALSE(read_parallel(scan, threads, [](const Batch &) {
+        ADD_FAILURE() << "a row that came after the snapshot";
+        return false;
+      }));
+      const auto ended = steady_clock::now();
+      killer.get();
+      EXPECT_LT(ended - killed, std::chrono::seconds(1));
+    }
+    donor.exec("COMMIT");
+    expect_all_is_back(5000);
+  }
+};
+
+TEST_F(Parallel_stop_old_versions, KilledOnTheCallingThread) {
+  expect_killed_within_a_second(0);
+}
+
+TEST_F(Parallel_stop_old_versions, KilledWithWorkers) {
+  expect_killed_within_a_second(4);
+}
+
+/** Holds threads of the budget. */
+class Reservation {
+ public:
+  explicit Reservation(size_t n) : n_(ThreadBudget::available_threads(n)) {}
+  ~Reservation() { ThreadBudget::release_threads(n_); }
+  size_t count() const { return n_; }
+
+ private:
+  const size_t n_;
+};
+
+class Parallel_budget : public Parallel_stop {
+ protected:
+  /** @return the most threads of the budget in use during a read */
+  size_t most_in_use(const Scan &scan, size_t threads) {
+    std::atomic<size_t> most{0};
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &) {
+      const size_t now = ThreadBudget::s_active_threads;
+      size_t before = most;
+      while (before < now && !most.compare_exchange_weak(before, now)) {
+      }
+      return false;
+    }));
+    return most;
+  }
+};
+
+TEST_F(Parallel_budget, AReadTakesAsManyAsItAsksFor) {
+  make(10000);
+  const Scan scan;
+  EXPECT_EQ(most_in_use(scan, 0), 0u);
+  EXPECT_EQ(most_in_use(scan, 1), 0u);
+  EXPECT_EQ(most_in_use(scan, 2), 2u);
+  EXPECT_EQ(most_in_use(scan, 8), 8u);
+  EXPECT_EQ(most_in_use(scan, 300), 256u);
+  EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
+}
+
+TEST_F(Parallel_budget, WithThreeLeftThreeWorkersRead) {
+  make(50000);
+  {
+    const Reservation others(253);
+    ASSERT_EQ(others.count(), 253u);
+    const Scan scan;
+    EXPECT_EQ(most_in_use(scan, 8), 256u);
+    const auto caller = std::this_thread::get_id();
+    EXPECT_TRUE(read_parallel(scan, 8, [&](const Batch &batch) {
+      EXPECT_LT(batch.thread, 3u);
+      EXPECT_NE(std::this_thread::get_id(), caller);
+      return false;
+    }));
+    EXPECT_EQ(ThreadBudget::s_active_threads.load(), 253u);
+  }
+  expect_all_is_back(50000);
+}
+
+TEST_F(Parallel_budget, WithOneLeftTheCallingThreadReads) {
+  make(10000);
+  {
+    const Reservation others(255);
+    const Scan scan;
+    const auto caller = std::this_thread::get_id();
+    EXPECT_TRUE(read_parallel(scan, 8, [&](const Batch &) {
+      EXPECT_EQ(std::this_thread::get_id(), caller);
+      EXPECT_EQ(ThreadBudget::s_active_threads.load(), 255u);
+      return false;
+    }));
+  }
+  expect_all_is_back(10000);
+}
+
+TEST_F(Parallel_budget, WithNoneLeftTheCallingThreadReads) {
+  make(10000);
+  {
+    const Reservation others(256);
+    ASSERT_EQ(others.count(), 256u);
+    const Scan scan;
+    for (const size_t threads : thread_counts)
+      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 10000u);
+    EXPECT_EQ(ThreadBudget::s_active_threads.load(), 256u);
+  }
+  expect_all_is_back(10000);
+}
+
+TEST_F(Parallel_budget, ManyReadsShareIt) {
+  make(10000);
+  std::vector<std::future<void>> readers;
+  for (int i = 0; i < 8; ++i)
+    readers.push_back(on_own_thread([] {
+      const Scan scan;
+      for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(collect(scan, 60, {0}).rows.size(), 10000u);
+        EXPECT_LE(ThreadBudget::s_active_threads.load(), 256u + 8 * 60);
+      }
+    }));
+  for (auto &reader : readers) reader.get();
+  expect_all_is_back(10000);
+}
+
+class Parallel_pool : public Parallel_stop {};
+
+TEST_F(Parallel_pool, WithoutItOnlyTheCallingThreadReads) {
+  make(10000);
+  deinit_common();
+  {
+    const Scan scan;
+    const auto take = [](const Batch &) { return false; };
+    EXPECT_FALSE(read_parallel(scan, 4, take));
+    EXPECT_TRUE(read_parallel(scan, 1, take));
+    EXPECT_TRUE(read_parallel(scan, 0, take));
+  }
+  init_common();
+  expect_all_is_back(10000);
+}
+
+TEST_F(Parallel_pool, HandlesThatCannotBeReadAreRefused) {
+  make(10);
+  const auto take = [](uint64_t, uint64_t, void *) {
+    ADD_FAILURE() << "called";
+    return false;
+  };
+  Scan scan;
+  Cursor cursor;
+  EXPECT_FALSE(cursor_advance_parallel(0, 2, take, nullptr));
+  EXPECT_FALSE(seqscan_cursor_advance_parallel(0, 2, take, nullptr));
+  EXPECT_FALSE(cursor_advance_parallel(scan.handle, 2, take, nullptr));
+  EXPECT_FALSE(
+      seqscan_cursor_advance_parallel(cursor.handle, 2, take, nullptr));
+  const uintptr_t closed_scan = scan.handle, closed_cursor = cursor.handle;
+  scan.close();
+  cursor.close();
+  EXPECT_FALSE(cursor_advance_parallel(closed_cursor, 2, take, nullptr));
+  EXPECT_FALSE(seqscan_cursor_advance_parallel(closed_scan, 2, take, nullptr));
+  EXPECT_EQ(seqscan_cursor_output_col_num(closed_scan), 0u);
+  close_seqscan_cursor(closed_scan);
+  seqscan_cursor_set_readset(closed_scan, 0, nullptr);
+}
+
+}  // namespace

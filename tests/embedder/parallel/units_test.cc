@@ -1,0 +1,224 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The reader's own parts: how it opens, what it cuts a range into, and its
+// queue.
+
+#include <cstring>
+
+#include "common.h"
+#include "innodb_api.h"
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+/** A reader on a table of db, in a session of its own. */
+class Opened_reader {
+ public:
+  explicit Opened_reader(const char *index = "PRIMARY", bool index_only = true,
+                         const char *table = "t")
+      : thd_(CommonApi::create_thd()),
+        table_(CommonApi::open_table(thd_, "db", table, HDL_READ)) {
+    CommonApi::lock_table(thd_, table_, HDL_READ, 5);
+    reader_.reset(ParallelIndexReader::open(static_cast<TABLE *>(table_), index,
+                                            index_only));
+    if (reader_ != nullptr) reader_->index_s_lock();
+  }
+  ~Opened_reader() {
+    if (reader_ != nullptr) reader_->index_s_unlock();
+    reader_.reset();
+    CommonApi::unlock_table(thd_, table_, HDL_READ);
+    CommonApi::close_thd(thd_);
+  }
+  Opened_reader(const Opened_reader &) = delete;
+  Opened_reader &operator=(const Opened_reader &) = delete;
+
+  explicit operator bool() const { return reader_ != nullptr; }
+  ParallelIndexReader *operator->() const { return reader_.get(); }
+
+  /** The units of a read with so many threads. */
+  std::vector<std::shared_ptr<Ctx>> units(size_t threads) {
+    reader_->setup_ctx(threads);
+    return drain();
+  }
+  std::vector<std::shared_ptr<Ctx>> drain() {
+    std::vector<std::shared_ptr<Ctx>> units;
+    while (auto unit = reader_->deque()) units.push_back(std::move(unit));
+    return units;
+  }
+
+ private:
+  void *thd_;
+  void *table_;
+  std::unique_ptr<ParallelIndexReader> reader_;
+};
+
+size_t marked(const std::vector<std::shared_ptr<Ctx>> &units) {
+  size_t n = 0;
+  for (const auto &unit : units) n += unit->split_;
+  return n;
+}
+
+class Parallel_units : public Parallel_test {
+ protected:
+  /** Two rows a leaf, and a root with so many leaves under it. */
+  void make(size_t n_leaves) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, w VARBINARY(8000))");
+    const Index_watch index;
+    for (int i = 1; index.root_records() < n_leaves || index.levels() == 1; ++i)
+      sql.exec("INSERT INTO t VALUES (" + std::to_string(i) +
+               ", REPEAT('w', 7000))");
+    ASSERT_EQ(index.root_records(), n_leaves);
+    ASSERT_EQ(index.levels(), 2u);
+  }
+};
+
+TEST_F(Parallel_units, NoNameIsTheClusteredIndex) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+  EXPECT_TRUE(Opened_reader(nullptr));
+  sql.exec("CREATE TABLE u (v INT)");
+  EXPECT_TRUE(Opened_reader(nullptr, true, "u"));
+}
+
+TEST_F(Parallel_units, NamesMatchInAnyCase) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY By_V (v))");
+  EXPECT_TRUE(Opened_reader("primary"));
+  EXPECT_TRUE(Opened_reader("BY_v"));
+}
+
+TEST_F(Parallel_units, UnknownNamesRunTogetherOnOneLine) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
+  const Server_log log(sql);
+  EXPECT_FALSE(Opened_reader("nothing"));
+  EXPECT_FALSE(Opened_reader("Such"));
+  EXPECT_EQ(log.count("Cannot find a index \"nothing\"."
+                      "Cannot find a index \"Such\"."),
+            1u)
+      << log.text();
+}
+
+TEST_F(Parallel_units, NoneForAnEmptyIndex) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(Opened_reader().units(threads).size(), 0u);
+}
+
+TEST_F(Parallel_units, OneForALeafRoot) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
+  fill("t", 100, "i");
+  for (const size_t threads : thread_counts)
+    EXPECT_EQ(Opened_reader().units(threads).size(), 1u);
+}
+
+TEST_F(Parallel_units, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
+  make(3);
+  const auto units = Opened_reader().units(4);
+  EXPECT_EQ(units.size(), 3u);
+  EXPECT_EQ(marked(units), 3u);
+}
+
+// Every twelfth of a hundred, 0 to 96, and the last: ten. Eight are two for
+// each thread.
+TEST_F(Parallel_units, AHundredLeavesAndFourThreadsAreTen) {
+  make(100);
+  const auto units = Opened_reader().units(4);
+  EXPECT_EQ(units.size(), 10u);
+  EXPECT_EQ(marked(units), 2u);
+  EXPECT_TRUE(units[8]->split_ && units[9]->split_);
+}
+
+TEST_F(Parallel_units, OfTheCallingThreadAreTwoAtMost) {
+  make(100);
+  const auto units = Opened_reader().units(0);
+  EXPECT_EQ(units.size(), 2u);
+  EXPECT_EQ(marked(units), 0u);
+}
+
+TEST_F(Parallel_units, AreTakenInTheirOrder) {
+  make(40);
+  const auto units = Opened_reader().units(5);
+  ASSERT_GT(units.size(), 5u);
+  for (size_t i = 0; i < units.size(); ++i) EXPECT_EQ(units[i]->id_, i);
+}
+
+TEST_F(Parallel_units, NoneIsLeftInAnEmptyQueue) {
+  make(3);
+  Opened_reader reader;
+  EXPECT_EQ(reader->deque(), nullptr);
+  reader.units(2);
+  EXPECT_EQ(reader->deque(), nullptr);
+  EXPECT_EQ(reader->deque(), nullptr);
+}
+
+// Five leaves for two threads: one each, and the last to be cut.
+TEST_F(Parallel_units, AMarkedOneOfALeafIsCutIntoOne) {
+  make(5);
+  Opened_reader reader;
+  const auto units = reader.units(2);
+  ASSERT_EQ(units.size(), 5u);
+  ASSERT_TRUE(units[4]->split_);
+  EXPECT_EQ(reader->split_ctx(units[4].get()), DB_SUCCESS);
+  const auto finer = reader.drain();
+  EXPECT_EQ(finer.size(), 1u);
+  EXPECT_EQ(marked(finer), 0u);
+}
+
+// Every fourth of 17, 0 to 16: five for two threads. The fourth has four
+// leaves.
+TEST_F(Parallel_units, OneOfFourLeavesIsCutIntoFour) {
+  make(17);
+  Opened_reader reader;
+  const auto units = reader.units(2);
+  ASSERT_EQ(units.size(), 5u);
+  EXPECT_EQ(reader->split_ctx(units[3].get()), DB_SUCCESS);
+  const auto finer = reader.drain();
+  EXPECT_EQ(finer.size(), 4u);
+  EXPECT_EQ(marked(finer), 0u);
+  for (size_t i = 0; i < finer.size(); ++i) EXPECT_EQ(finer[i]->id_, 5 + i);
+}
+
+// A field's bytes do not count, only its length.
+TEST_F(Parallel_units, KeysAreOrderedByTheirLengths) {
+  sql.exec("CREATE TABLE t (id VARCHAR(20) CHARACTER SET latin1 PRIMARY KEY)");
+  sql.exec("INSERT INTO t VALUES ('zz'), ('aaa'), ('bbb')");
+  Cursor cursor;
+  const Opened_reader reader;
+  dict_table_t *table =
+      dd_table_open_on_name(current_thd, nullptr, "db/t", false, 0);
+  const dict_index_t *index = table->first_index();
+  mem_heap_t *heap = host::new_heap(1024);
+  const auto tuple = [&](const char *text) {
+    dtuple_t *key = dtuple_create(heap, 1);
+    dict_index_copy_types(key, index, 1);
+    dfield_set_data(dtuple_get_nth_field(key, 0), text, strlen(text));
+    return key;
+  };
+  EXPECT_EQ(cmp_dtuple(index, tuple("aaa"), tuple("bbb")), 0);
+  EXPECT_LT(cmp_dtuple(index, tuple("zz"), tuple("aaa")), 0);
+  EXPECT_GT(cmp_dtuple(index, tuple("aaa"), tuple("zz")), 0);
+  mem_heap_free(heap);
+  dd_table_close(table, nullptr, nullptr, false);
+}
+
+TEST_F(Parallel_units, TheIndexLatchIsTakenOnceAndGivenBackOnce) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
+  const Index_watch index;
+  const Opened_reader reader;  // holds it
+  EXPECT_EQ(index.latch_holders(), 1u);
+  reader->index_s_lock();
+  EXPECT_EQ(index.latch_holders(), 1u);
+  reader->index_s_unlock();
+  EXPECT_EQ(index.latch_holders(), 1u);
+  reader->index_s_unlock();
+  EXPECT_EQ(index.latch_holders(), 0u);
+  reader->index_s_lock();
+}
+
+}  // namespace
