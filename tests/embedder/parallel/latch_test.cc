@@ -28,27 +28,25 @@ class Parallel_latch : public Parallel_test {
     fill("t", 20000, "i * 2, i, IF(i % 50, 'short', REPEAT('b', 30000))");
   }
 
-  static constexpr const char *large_insert =
-      "INSERT INTO t SELECT 2 * i + 1, i, REPEAT('n', 1000000 + i) FROM"
-      " (WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE"
-      " i < 8) SELECT i FROM n) AS n";
-
-  /** A read that begins before the writer wants the latch and goes on while it
-      waits. */
+  /** A read that begins before a writer wants the whole index, and goes on
+      while that waits and another session behind it. */
   void expect_read_beside_a_waiting_writer(size_t threads) {
     take_snapshot();
     const Rows expected = donor_rows("SELECT id, v FROM t");
     Scan scan({.donor = donor.id()});
     scan.set_columns({0, 1});
     const Index_watch index;
-    std::future<Reply> writing;
+    Client behind;
+    std::future<Reply> writing, waiting;
     std::atomic<bool> started{false};
     Rows rows;
     std::mutex mu;
     EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
       if (!started.exchange(true)) {
-        writing = sql.send(large_insert);
-        EXPECT_TRUE(wait_until([&] { return index.has_waiters(); }));
+        writing = sql.send("INSERT INTO t VALUES (3, 1, REPEAT('n', 1000000))");
+        EXPECT_TRUE(wait_until([&] { return index.has_waiting_writer(); }));
+        waiting = behind.send("SELECT v FROM db.t WHERE id = 2");
+        EXPECT_TRUE(wait_until([&] { return index.has_waiters_behind(); }));
       }
       const std::lock_guard<std::mutex> lock(mu);
       for (unsigned int nr = 0; nr < batch.size(); ++nr)
@@ -57,8 +55,9 @@ class Parallel_latch : public Parallel_test {
     }));
     std::sort(rows.begin(), rows.end());
     expect_rows(rows, expected);
+    EXPECT_EQ(waiting.get().rows, (Rows{{"1"}}));
     EXPECT_EQ(writing.get().error, 0u);
-    EXPECT_EQ(sql.number("SELECT COUNT(*) FROM t WHERE id % 2"), 8);
+    EXPECT_EQ(sql.number("SELECT LENGTH(b) FROM t WHERE id = 3"), 1000000);
   }
 };
 

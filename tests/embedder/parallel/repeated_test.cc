@@ -100,15 +100,15 @@ TEST_F(Parallel_repeated, NothingIsLeftBehind) {
   EXPECT_TRUE(wait_until([] { return of_process("Threads") < 200; }));
   const size_t threads = of_process("Threads");
   const size_t memory = of_process("VmRSS");
-  const int64_t tables = status("Open_tables"), locks = metadata_locks();
+  const int64_t locks = metadata_locks(), tables = status("Open_tables");
   for (size_t i = 0; i < reads && !HasFailure(); ++i) {
     SCOPED_TRACE("read " + std::to_string(i));
     read(i);
   }
   EXPECT_TRUE(threads_are(threads)) << of_process("Threads");
   EXPECT_LE(of_process("VmRSS"), memory + memory / 20);
-  EXPECT_EQ(status("Open_tables"), tables);
   EXPECT_EQ(metadata_locks(), locks);
+  EXPECT_EQ(status("Open_tables"), tables);
   EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
   EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
 }

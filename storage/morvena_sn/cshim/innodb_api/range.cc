@@ -72,26 +72,14 @@ std::shared_ptr<Iter> create_persistent_cursor(dict_index_t *index,
 
 int cmp_dtuple(const dict_index_t *index, dtuple_t *a, dtuple_t *b) {
   for (ulint i = 0; i < a->n_fields_cmp; ++i) {
-    const dfield_t *field = dtuple_get_nth_field(a, i);
-    const ulint a_bytes = dfield_get_len(field);
+    const ulint a_bytes = dfield_get_len(dtuple_get_nth_field(a, i));
     const ulint b_bytes = dfield_get_len(dtuple_get_nth_field(b, i));
-    if (a_bytes == b_bytes) continue;  // the same value twice
-    const auto *data = static_cast<const byte *>(dfield_get_data(field));
-    // Compared with itself at another length: beyond its end it goes on in
-    // zeros, not in whatever memory follows.
-    std::vector<byte> longer;
-    if (b_bytes != UNIV_SQL_NULL && a_bytes != UNIV_SQL_NULL &&
-        b_bytes > a_bytes) {
-      longer.assign(data, data + a_bytes);
-      longer.resize(b_bytes);
-      data = longer.data();
-    }
+    // a's value against itself at b's length: the shorter is a prefix.
+    // Comparing the bytes would read beyond a's value.
+    if (a_bytes == b_bytes) continue;
     const bool is_ascending =
         dict_index_is_ibuf(index) || index->get_field(i)->is_ascending;
-    const dtype_t *type = dfield_get_type(field);
-    const int order = cmp_data_data(type->mtype, type->prtype, is_ascending,
-                                    data, a_bytes, data, b_bytes);
-    if (order != 0) return order;
+    return (a_bytes < b_bytes) == is_ascending ? -1 : 1;
   }
   return 0;
 }

@@ -115,8 +115,11 @@ class Index_watch {
   Index_watch(const Index_watch &) = delete;
   Index_watch &operator=(const Index_watch &) = delete;
 
-  /** Whether anybody waits for the index's latch. */
-  bool has_waiters() const;
+  /** Whether a writer waits for the index's latch, and keeps new holders out.
+   */
+  bool has_waiting_writer() const;
+  /** Whether others wait behind that writer. */
+  bool has_waiters_behind() const;
   /** How many hold it, shared. */
   size_t latch_holders() const;
   /** The tree's levels, its leaves included. */

@@ -33,7 +33,11 @@ Index_watch::~Index_watch() {
   if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
 }
 
-bool Index_watch::has_waiters() const {
+bool Index_watch::has_waiting_writer() const {
+  return rw_lock_get_writer(dict_index_get_lock(index_)) == RW_LOCK_X_WAIT;
+}
+
+bool Index_watch::has_waiters_behind() const {
   return rw_lock_get_waiters(dict_index_get_lock(index_));
 }
 
