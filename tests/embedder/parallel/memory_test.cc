@@ -1,0 +1,75 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// What reads allocate, they free: boundaries, keys, large values.
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Parallel_memory : public Parallel_test {
+ protected:
+  Parallel_memory() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000),"
+             " KEY by_v (v)) CHARACTER SET latin1");
+    fill("t", 200, "i, i * 7 % 200, REPEAT('w', 7000)");
+    // While it accounts to threads, the server counts nothing for threads that
+    // it does not know: workers and the case's own.
+    account_to_threads("NO");
+  }
+  ~Parallel_memory() override { account_to_threads("YES"); }
+
+  void account_to_threads(const std::string &enabled) {
+    sql.exec("UPDATE performance_schema.setup_consumers SET enabled = '" +
+             enabled + "' WHERE name = 'thread_instrumentation'");
+  }
+
+  /** How many pieces of memory the server has in use for rows and sessions. */
+  int64_t pieces_in_use() {
+    return sql.number(
+        "SELECT SUM(current_count_used)"
+        " FROM performance_schema.memory_summary_global_by_event_name"
+        " WHERE event_name LIKE 'memory/innodb/%'"
+        " OR event_name LIKE 'memory/sql/%'");
+  }
+
+  /** A piece kept by each read would stand out from what the server's own
+      threads take meanwhile. */
+  template <class Reader>
+  void expect_that_reads_free(const Reader &reader, size_t threads) {
+    constexpr int n_reads = 100;
+    const auto read = [&] {
+      EXPECT_EQ(collect_ints(reader, threads, 0).size(), 200u);
+    };
+    for (int i = 0; i < 10; ++i) read();
+    const int64_t before = pieces_in_use();
+    for (int i = 0; i < n_reads; ++i) read();
+    const int64_t kept = pieces_in_use() - before;
+    EXPECT_LT(kept, n_reads / 2) << threads << " threads";
+  }
+};
+
+TEST_F(Parallel_memory, ReadsOfATableFreeIt) {
+  const Scan scan;
+  for (const size_t threads : {0, 4}) expect_that_reads_free(scan, threads);
+}
+
+TEST_F(Parallel_memory, ReadsOfAnIndexFreeIt) {
+  const Cursor cursor({.index = "by_v"});
+  for (const size_t threads : {0, 4}) expect_that_reads_free(cursor, threads);
+}
+
+TEST_F(Parallel_memory, RangesFreeIt) {
+  Cursor cursor;
+  cursor.set_range({Keys().number(1), Keys().number(200)});
+  for (const size_t threads : {0, 4}) expect_that_reads_free(cursor, threads);
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// How the units of a read keep its workers busy: few units are cut into more.
+
+#include <algorithm>
+#include <atomic>
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+class Parallel_split : public Parallel_test {
+ protected:
+  /** Keys so long that a page takes some twenty: the root has fewer node
+      pointers than there are workers, the pages below it have more. */
+  Parallel_split() {
+    sql.exec("CREATE TABLE t (k VARCHAR(700) CHARACTER SET latin1 PRIMARY KEY,"
+             " v INT)");
+    fill("t", n_rows, "CONCAT(LPAD(i, 8, '0'), REPEAT('k', 692)), i");
+  }
+
+  static constexpr size_t n_rows = 40000, n_workers = 8;
+};
+
+// A worker that has a full batch keeps it until all of them have one, which
+// needs rows enough for each: no worker can read another's share.
+TEST_F(Parallel_split, MoreWorkersThanUnitsAllGetRows) {
+  ASSERT_EQ(tree_levels(), 4);
+  const Scan scan;
+  std::atomic<bool> has_rows[n_workers] = {};
+  const auto all_have_rows = [&] {
+    return std::all_of(std::begin(has_rows), std::end(has_rows),
+                       [](const std::atomic<bool> &has) { return has.load(); });
+  };
+  EXPECT_TRUE(read_parallel(scan, n_workers, [&](const Batch &batch) {
+    has_rows[batch.thread] = true;
+    return !wait_until(all_have_rows);
+  }));
+}
+
+}  // namespace
