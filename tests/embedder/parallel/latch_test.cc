@@ -27,47 +27,7 @@ class Parallel_latch : public Parallel_test {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, b LONGBLOB)");
     fill("t", 20000, "i * 2, i, IF(i % 50, 'short', REPEAT('b', 30000))");
   }
-
-  /** A read that begins before a writer wants the whole index, and goes on
-      while that waits and another session behind it. */
-  void expect_read_beside_a_waiting_writer(size_t threads) {
-    take_snapshot();
-    const Rows expected = donor_rows("SELECT id, v FROM t");
-    Scan scan({.donor = donor.id()});
-    scan.set_columns({0, 1});
-    const Index_watch index;
-    Client behind;
-    std::future<Reply> writing, waiting;
-    std::atomic<bool> started{false};
-    Rows rows;
-    std::mutex mu;
-    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
-      if (!started.exchange(true)) {
-        writing = sql.send("INSERT INTO t VALUES (3, 1, REPEAT('n', 1000000))");
-        EXPECT_TRUE(wait_until([&] { return index.has_waiting_writer(); }));
-        waiting = behind.send("SELECT v FROM db.t WHERE id = 2");
-        EXPECT_TRUE(wait_until([&] { return index.has_waiters_behind(); }));
-      }
-      const std::lock_guard<std::mutex> lock(mu);
-      for (unsigned int nr = 0; nr < batch.size(); ++nr)
-        rows.push_back(batch.row({0, 1}, nr));
-      return false;
-    }));
-    std::sort(rows.begin(), rows.end());
-    expect_rows(rows, expected);
-    EXPECT_EQ(waiting.get().rows, (Rows{{"1"}}));
-    EXPECT_EQ(writing.get().error, 0u);
-    EXPECT_EQ(sql.number("SELECT LENGTH(b) FROM t WHERE id = 3"), 1000000);
-  }
 };
-
-TEST_F(Parallel_latch, TheCallingThreadReadsOnBesideAWaitingWriter) {
-  expect_read_beside_a_waiting_writer(0);
-}
-
-TEST_F(Parallel_latch, WorkersReadOnBesideAWaitingWriter) {
-  expect_read_beside_a_waiting_writer(4);
-}
 
 TEST_F(Parallel_latch, SlowCallbacksBesideLargeInserts) {
   std::atomic<bool> done{false};

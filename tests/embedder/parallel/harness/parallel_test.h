@@ -115,6 +115,8 @@ class Index_watch {
   Index_watch(const Index_watch &) = delete;
   Index_watch &operator=(const Index_watch &) = delete;
 
+  /** Run f with the whole index for itself, which waits for the reads. */
+  void with_latch(const std::function<void()> &f) const;
   /** Whether a writer waits for the index's latch, and keeps new holders out.
    */
   bool has_waiting_writer() const;
