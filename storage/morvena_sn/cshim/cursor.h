@@ -132,12 +132,14 @@ typedef struct field_arg {
             index), and the read holds the index's latch. It must not wait for
             anything that needs them: statements that write to the table, on
             this thread or on another that it waits for. It must not open,
-            close or advance the read's own handle. A writer that needs the
-            whole index (one that stores a value over several pages) waits
-            until the read is over, and other statements on the index behind
-            it; the server ends itself when that takes longer than its limit
-            for latch waits, ten minutes. Copy what is needed, and return: a
-            callback that never returns keeps all of them waiting for ever.
+            close or advance the read's own handle. Somebody who needs the
+            whole index for himself (purge at times) waits until each worker
+            has come to the end of its page, the callback that it is in
+            included, and other statements on the index wait behind him; then
+            the read lets them through before it goes on. Copy what is needed,
+            and return: a callback that does not return keeps all of them
+            waiting, and the server ends itself when that takes longer than
+            its limit for latch waits, ten minutes.
 
   An exception that leaves it ends the read like a true.
 */

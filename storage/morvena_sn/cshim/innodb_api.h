@@ -30,8 +30,10 @@
   end. No worker asks for it again: a request that waits exclusively lets no new
   shared one through, so the worker would wait for the writer, the writer for
   the read and the read for the worker. Positions are therefore found by a
-  descent of our own under the latch that the read holds. A worker holds one
-  leaf page at a time, and beside it what one row's look-up latches.
+  descent of our own under the latch that the read holds. For such a waiter the
+  workers park at their next page end, and the read lets the latch go until he
+  has had it. A worker holds one leaf page at a time, and beside it what one
+  row's look-up latches.
 
   End.  Units created and units completed are counted; the read is over when
   they are equal. The first failure goes into m_err and stops every worker at
@@ -53,6 +55,7 @@
 #include "field_value.h"
 #include "host.h"
 #include "host/innodb.h"
+#include "innodb_api/latch.h"
 #include "innodb_api/pool.h"
 #include "innodb_api/scope.h"
 
@@ -163,6 +166,9 @@ class ParallelIndexReader : public ThreadBudget {
   /** Set the bounds, null for none. Their key images must outlive the reader.
    */
   void set_range_scan(const key_range *start, const key_range *end);
+
+  // --- latch: innodb_api/latch.cc ---
+
   /** Hold the index latch, shared; counted, so that holders on any threads
      share one latch. */
   void index_s_lock();
@@ -286,7 +292,7 @@ class ParallelIndexReader : public ThreadBudget {
   dict_table_t *table_;  // closed with prebuilt_
   dict_index_t *index_;
   row_prebuilt_t *prebuilt_ = nullptr;  // read by all workers, written by none
-  std::atomic<size_t> s_locks_{0};
+  Index_latch latch_;
   page_size_t page_size_;
   bool table_is_compact_;
   bool indexonly_scan_;  // the scanned index supplies every column

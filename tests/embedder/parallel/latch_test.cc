@@ -6,12 +6,15 @@
   Free Software Foundation.
 */
 
-// The index's latch: the read holds it from start to end, and a writer that
-// wants the whole index waits for it.
+// The index's latch: the read holds it, and lets who wants it for himself
+// through at the next page end. SECONDS in the server's environment sets how
+// long the long read is.
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <iostream>
 #include <mutex>
 #include <thread>
 
@@ -20,12 +23,44 @@
 namespace {
 
 using namespace harness;
+using Clock = std::chrono::steady_clock;
+using Ms = std::chrono::milliseconds;
+
+Ms since(Clock::time_point from) {
+  return std::chrono::duration_cast<Ms>(Clock::now() - from);
+}
+
+/** Of what one thread does again and again. */
+struct Longest_wait {
+  void measure(const std::function<void()> &f) {
+    const auto from = Clock::now();
+    f();
+    longest = std::max(longest, since(from));
+    ++n;
+    std::this_thread::sleep_for(Ms(5));
+  }
+  size_t n = 0;
+  Ms longest{0};
+};
 
 class Parallel_latch : public Parallel_test {
  protected:
   Parallel_latch() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, b LONGBLOB)");
     fill("t", 20000, "i * 2, i, IF(i % 50, 'short', REPEAT('b', 30000))");
+  }
+
+  /** With two workers. @return how many rows came */
+  size_t read_slowly(const char *table, Ms callback_time) {
+    take_snapshot();
+    std::atomic<size_t> n_rows{0};
+    EXPECT_TRUE(read_parallel(Scan({.table = table, .donor = donor.id()}), 2,
+                              [&](const Batch &batch) {
+                                n_rows += batch.size();
+                                std::this_thread::sleep_for(callback_time);
+                                return false;
+                              }));
+    return n_rows;
   }
 };
 
@@ -65,6 +100,117 @@ TEST_F(Parallel_latch, SlowCallbacksBesideLargeInserts) {
   done = true;
   writer.get();
   EXPECT_GT(inserted, 1u);
+}
+
+// Somebody wants the whole index while all workers are in their callbacks, and
+// a reader waits behind him.
+TEST_F(Parallel_latch, AnExclusiveWaiterIsLetThroughAtTheNextPageEnd) {
+  const auto expected = as_ints(sql.query("SELECT id FROM t ORDER BY id"));
+  const Index_watch index;
+  for (const size_t threads : {size_t{0}, size_t{2}, size_t{3}, size_t{8}}) {
+    SCOPED_TRACE(threads);
+    take_snapshot();
+    const Scan scan({.donor = donor.id()});
+    std::atomic<size_t> n_rows{0};
+    std::atomic<bool> go_on{false};
+    std::vector<long long> ids;
+    std::mutex mu;
+    auto read = on_own_thread([&] {
+      EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
+        const std::lock_guard<std::mutex> lock(mu);
+        for (unsigned int nr = 0; nr < batch.size(); ++nr)
+          ids.push_back(batch.read_int(0, nr).value());
+        n_rows = ids.size();
+        wait_until([&] { return go_on.load(); });
+        return false;
+      }));
+    });
+    EXPECT_TRUE(wait_until([&] { return n_rows > 0; }));
+    size_t rows_at_writer = 0, rows_at_reader = 0;
+    auto writer = on_own_thread(
+        [&] { index.with_latch([&] { rows_at_writer = n_rows; }); });
+    EXPECT_TRUE(wait_until([&] { return index.has_waiting_writer(); }));
+    auto reader = on_own_thread([&] {
+      EXPECT_EQ(Client().number("SELECT COUNT(v) FROM db.t WHERE id < 100"),
+                49);
+      rows_at_reader = n_rows;
+    });
+    EXPECT_TRUE(wait_until([&] { return index.has_waiters_behind(); }));
+    go_on = true;
+    writer.get();
+    reader.get();
+    read.get();
+    EXPECT_LT(rows_at_writer, expected.size());
+    EXPECT_GT(rows_at_reader, 0u);
+    std::sort(ids.begin(), ids.end());
+    EXPECT_TRUE(ids == expected) << ids.size() << " of " << expected.size();
+    donor.exec("COMMIT");
+  }
+  EXPECT_EQ(index.latch_holders(), 0u);
+}
+
+// One after another, so that workers are let through, parked and split at all
+// times of the read.
+TEST_F(Parallel_latch, ManyExclusiveWaiters) {
+  const Index_watch index;
+  std::atomic<bool> done{false};
+  std::atomic<size_t> n_turns{0};
+  const auto take_turns = [&] {
+    while (!done) {
+      index.with_latch([&] { ++n_turns; });
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+  };
+  auto one = on_own_thread(take_turns);
+  auto other = on_own_thread(take_turns);
+  const auto expected = as_ints(sql.query("SELECT id FROM t ORDER BY id"));
+  for (int round = 0; round < 5; ++round)
+    for (const size_t threads : thread_counts) {
+      take_snapshot();
+      EXPECT_TRUE(collect_ints(Scan({.donor = donor.id()}), threads, 0) ==
+                  expected)
+          << threads;
+      donor.exec("COMMIT");
+    }
+  done = true;
+  one.get();
+  other.get();
+  EXPECT_GT(n_turns, 100u);
+  EXPECT_EQ(index.latch_holders(), 0u);
+}
+
+// Two workers, 49 batches; the callbacks sleep as long as makes the read last
+// that long.
+TEST_F(Parallel_latch, NobodyWaitsForALongRead) {
+  sql.exec("CREATE TABLE narrow (id INT PRIMARY KEY)");
+  fill("narrow", 200000, "i");
+  const auto callback_time = Ms(setting("SECONDS", 3) * 1000 * 2 / 49);
+  const Index_watch index("narrow");
+  std::atomic<bool> done{false};
+  Longest_wait writers, readers;
+  auto writer = on_own_thread([&] {
+    while (!done) writers.measure([&] { index.with_latch([] {}); });
+  });
+  auto reader = on_own_thread([&] {
+    Client client;
+    while (!done)
+      readers.measure(
+          [&] { client.number("SELECT id FROM db.narrow WHERE id = 100"); });
+  });
+  const auto from = Clock::now();
+  EXPECT_EQ(read_slowly("narrow", callback_time), 200000u);
+  const auto read_time = since(from);
+  done = true;
+  writer.get();
+  reader.get();
+  std::cout << "a read of " << read_time.count() << " ms, callbacks of "
+            << callback_time.count() << " ms: of " << writers.n
+            << " exclusive requests one waited " << writers.longest.count()
+            << " ms, of " << readers.n << " statements one waited "
+            << readers.longest.count() << " ms" << std::endl;
+  EXPECT_GT(writers.n, 10u);
+  EXPECT_LT(writers.longest, callback_time + Ms(2000));
+  EXPECT_LT(readers.longest, callback_time + Ms(2000));
 }
 
 TEST_F(Parallel_latch, TwoReadsAndTheirWriters) {

@@ -178,7 +178,7 @@ size_t ParallelIndexReader::take_units(ThreadCtx *tctx) {
 }
 
 ParallelIndexReader::~ParallelIndexReader() {
-  if (s_locks_.exchange(0) != 0) host::s_unlock(&index_->lock, 1);
+  latch_.release();
   if (prebuilt_ != nullptr) row_prebuilt_free(prebuilt_, false);
   for (ThreadCtx *tctx : thread_ctxs_) deinit_thread_ctx(tctx);
   os_event_destroy(event_);

@@ -155,6 +155,7 @@ ParallelIndexReader::ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
       mysql_table_(table),
       table_(dict_table),
       index_(index),
+      latch_(index),
       page_size_(dict_table_page_size(dict_table)),
       table_is_compact_(dict_table_is_comp(dict_table)),
       // The clustered index holds every column.

@@ -31,14 +31,14 @@ class Queue_lock {
   ib_mutex_t *mutex_;
 };
 
-class Index_latch {
+class Latch_hold {
  public:
-  explicit Index_latch(ParallelIndexReader *reader) : reader_(reader) {
+  explicit Latch_hold(ParallelIndexReader *reader) : reader_(reader) {
     reader_->index_s_lock();
   }
-  ~Index_latch() { reader_->index_s_unlock(); }
-  Index_latch(const Index_latch &) = delete;
-  Index_latch &operator=(const Index_latch &) = delete;
+  ~Latch_hold() { reader_->index_s_unlock(); }
+  Latch_hold(const Latch_hold &) = delete;
+  Latch_hold &operator=(const Latch_hold &) = delete;
 
  private:
   ParallelIndexReader *reader_;
@@ -67,7 +67,8 @@ std::shared_ptr<Ctx> ParallelIndexReader::deque() {
 // The unit itself is not read: the finer ones cover its range. None comes out
 // when its records are gone.
 dberr_t ParallelIndexReader::split_ctx(const Ctx *ctx) {
-  const Index_latch latch(this);
+  const Latch_hold hold(this);
+  const Index_latch::In_tree in_tree(&latch_);
   std::vector<Range> ranges;
   Read_mtr mtr;
   const dberr_t err = partition_range(ctx->range_, index_->page, ranges, 0, 1,

@@ -8,16 +8,14 @@
 
 // range: the caller's bounds as host keys, and positions that need no latch.
 // In: key images; records under a page latch. Out: boundaries (Iter).
-// Holds: the index latch, counted. Threads: the driver's, and workers that
-// split or yield. Fails: out of memory.
+// Holds: nothing of its own. Threads: the driver's, and workers that split or
+// yield. Fails: out of memory.
 
 #include <new>
 
 #include "innodb_api.h"
 
 namespace {
-
-constexpr ulint latch_pass = 1;  // another thread may release it
 
 const KEY *find_key(const TABLE *table, const dict_index_t *index) {
   for (uint i = 0; i < table->s->keys; ++i) {
@@ -114,12 +112,4 @@ void ParallelIndexReader::set_range_scan(const key_range *start,
   }
   if (end != nullptr) range.second->include_ = end->flag == HA_READ_KEY_OR_PREV;
   scan_range_ = std::move(range);
-}
-
-void ParallelIndexReader::index_s_lock() {
-  if (s_locks_.fetch_add(1) == 0) host::s_lock(&index_->lock, latch_pass);
-}
-
-void ParallelIndexReader::index_s_unlock() {
-  if (s_locks_.fetch_sub(1) == 1) host::s_unlock(&index_->lock, latch_pass);
 }

@@ -251,8 +251,7 @@ dberr_t Traversal::end_page() {
 
 dberr_t Traversal::pcur_move_to_next_node() {
   at_page_start_ = true;
-  if (rw_lock_get_waiters(dict_index_get_lock(index_)) &&
-      pcur_move_to_next_block()) {
+  if (reader_.latch_.has_waiters() && pcur_move_to_next_block()) {
     ++ctx_->n_pages_;
     return DB_SUCCESS;
   }
@@ -261,9 +260,10 @@ dberr_t Traversal::pcur_move_to_next_node() {
   return err;
 }
 
-// Let go of the page for whoever waits, and come back by the key of the last
-// record handled. What the page has become does not matter: another page may
-// have been merged into it, rows may have come in before and after.
+// Let go of the page for whoever waits, of the index latch too for who wants it
+// exclusively, and come back by the key of the last record handled. What the
+// page has become does not matter: another page may have been merged into it,
+// rows may have come in before and after.
 // @return whether the cursor stands on a record that is still to be handled
 bool Traversal::pcur_move_to_next_block() {
   page_cur_t last = cursor_;
@@ -272,6 +272,7 @@ bool Traversal::pcur_move_to_next_block() {
   const auto position = create_persistent_cursor(index_, last, scan_mtr());
   mtrs_[current_mtr_].commit();
   ParallelIndexReader::s_yield.load()();
+  if (reader_.latch_.is_wanted()) reader_.latch_.park();
   // Stepping on from a record that has not been handled would lose it.
   if (pcur_restore_position(*position)) page_cur_move_to_next(&cursor_);
   return !page_cur_is_after_last(&cursor_);
@@ -295,6 +296,7 @@ dberr_t Traversal::pcur_move_to_user_rec() {
 std::atomic<void (*)()> ParallelIndexReader::s_yield{[] { sched_yield(); }};
 
 dberr_t ParallelIndexReader::traverse(Ctx *ctx) {
+  const Index_latch::In_tree in_tree(&latch_);
   Traversal traversal(this, ctx);
   return traversal.run();
 }

@@ -1,0 +1,83 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// latch: who may be in the scanned index's tree, and when it is left to others.
+// In: the driver's hold, workers that enter and leave. Out: the latch, for a
+// moment, to who waits for it exclusively. Holds: the index latch, shared.
+// Threads: the driver's and all workers. Fails: never.
+
+#include "innodb_api/latch.h"
+
+#include "innodb_api.h"
+
+namespace {
+
+constexpr ulint latch_pass = 1;  // another thread may release it
+
+}  // namespace
+
+void Index_latch::lock() {
+  if (s_locks_.fetch_add(1) == 0) host::s_lock(latch_, latch_pass);
+}
+
+void Index_latch::unlock() {
+  if (s_locks_.fetch_sub(1) == 1) host::s_unlock(latch_, latch_pass);
+}
+
+void Index_latch::release() {
+  if (s_locks_.exchange(0) != 0) host::s_unlock(latch_, latch_pass);
+}
+
+bool Index_latch::is_wanted() const {
+  return rw_lock_get_writer(latch_) == RW_LOCK_X_WAIT;
+}
+
+bool Index_latch::has_waiters() const {
+  return rw_lock_get_waiters(latch_) || is_wanted();
+}
+
+void Index_latch::enter_tree() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (giving_way_) wait_for_turn(&lock);
+  ++n_in_tree_;
+}
+
+void Index_latch::leave_tree() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (--n_in_tree_ == 0 && giving_way_) give_away();
+}
+
+void Index_latch::park() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  giving_way_ = true;
+  if (--n_in_tree_ == 0) {
+    give_away();
+  } else {
+    wait_for_turn(&lock);
+  }
+  ++n_in_tree_;
+}
+
+// One turn, also when the next begins at once: a thread that waited for the end
+// of all of them might never go on.
+void Index_latch::wait_for_turn(std::unique_lock<std::mutex> *lock) {
+  gone_on_.wait(*lock, [this, turn = turn_] { return turn_ != turn; });
+}
+
+// The waiter has the latch's next turn: asking for it again waits for him.
+void Index_latch::give_away() {
+  host::s_unlock(latch_, latch_pass);
+  host::s_lock(latch_, latch_pass);
+  giving_way_ = false;
+  ++turn_;
+  gone_on_.notify_all();
+}
+
+void ParallelIndexReader::index_s_lock() { latch_.lock(); }
+
+void ParallelIndexReader::index_s_unlock() { latch_.unlock(); }
