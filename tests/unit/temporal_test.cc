@@ -85,6 +85,21 @@ TEST(Time_of_day, LongestNegativeDuration) {
   EXPECT_EQ(mysql_time2time(838, 59, 59, 0, true), -3020399000000);
 }
 
+TEST(Packed_datetime, PartsAreWhereTheServerPutsThem) {
+  const int64_t year_month = 1999 * 13 + 12, day = 31, hour = 23, minute = 58,
+                second = 57;
+  const int64_t packed =
+      ((((year_month * 32 + day) * 32 + hour) * 64 + minute) * 64 + second) *
+          (1 << 24) +
+      654321;
+  // The day before the epoch, 63 seconds before its end.
+  EXPECT_EQ(datetime_of_packed(packed), -63 * USECS_PER_SEC + 654321);
+}
+
+TEST(Packed_datetime, ZeroIsTheZeroDate) {
+  EXPECT_EQ(datetime_of_packed(0), -730517 * USECS_PER_DAY);
+}
+
 TEST(Decimal_words, NineDigitsAWordRoundedUp) {
   EXPECT_EQ(ROUND_UP(0), 0);
   EXPECT_EQ(ROUND_UP(1), 1);

@@ -57,7 +57,9 @@
 #include "host/innodb.h"
 #include "innodb_api/latch.h"
 #include "innodb_api/pool.h"
+#include "innodb_api/row_column.h"
 #include "innodb_api/scope.h"
+#include "innodb_api/stored_form.h"
 
 /** The load callback: (batch handle, worker number, the caller's argument);
     true stops the whole read. */
@@ -119,6 +121,7 @@ struct Column_plan {
   const mysql_row_templ_t *templ;
   ulint rec_field_no;  // in the records that are converted; ULINT_UNDEFINED
                        // when they do not hold the column
+  Stored_form form;    // of its values in those records
 };
 
 /** What one worker owns. Its address is the batch handle of the callback. */
@@ -133,6 +136,7 @@ struct ThreadCtx {
   std::vector<ulint> col_offsets_;        // by table position, in a row
   std::vector<ulint> null_byte_offsets_;  // likewise
   std::vector<ulint> null_bitmasks_;      // likewise
+  std::vector<Row_column> row_columns_;   // likewise: what reads look at
   std::unique_ptr<byte[]> buffer_;        // batch_size_ rows of row_len_ bytes
   size_t n_read_ = 0;                     // rows stored, all batches
   size_t n_sent_ = 0;                     // rows handed over
@@ -266,6 +270,7 @@ class ParallelIndexReader : public ThreadBudget {
 
   void build_template(TABLE *table, row_prebuilt_t *prebuilt, bool whole_row);
   void plan_columns();
+  void limit_offsets();
   bool position_on_node(page_cur_t *cursor, const dtuple_t *key,
                         bool include) const;
   bool position_on_leaf(page_cur_t *cursor, const dtuple_t *key,
@@ -277,6 +282,9 @@ class ParallelIndexReader : public ThreadBudget {
                         size_t first_split_ctx);
   bool store_row(const Ctx *ctx, byte *row);
   bool store_column(const Column_plan &column, const Ctx *ctx, byte *row);
+  bool store_by_host(const Column_plan &column, const Ctx *ctx,
+                     const dict_index_t *index, const byte *data, ulint bytes,
+                     byte *row);
   void parallel_read(size_t n_threads);
   void parallel_read_worker(ThreadCtx *tctx);
   void work_until_done(ThreadCtx *tctx, bool waits);
@@ -308,6 +316,10 @@ class ParallelIndexReader : public ThreadBudget {
   Parallel_load_fn loader_ = nullptr;
   void *argument_ = nullptr;
   std::vector<Column_plan> columns_;  // that callers read, in the table's order
+  // How many of a record's first fields are looked at in a record that is
+  // visible as it is, of the scanned index and of one that is looked up.
+  ulint n_scanned_fields_ = ULINT_UNDEFINED;
+  ulint n_fetched_fields_ = ULINT_UNDEFINED;
 };
 
 #endif  // MORVENA_SN_INNODB_API_H

@@ -57,6 +57,22 @@ constexpr int64_t mysql_time2time(int64_t hour, int64_t minute, int64_t second,
   return negative ? -magnitude : magnitude;
 }
 
+/**
+  Microseconds from 2000-01-01 00:00:00 to a datetime as the server packs it:
+  from the least significant bit on 24 bits of microseconds, 6 of seconds, 6 of
+  minutes, 5 of hours, 5 of days, then year * 13 + month.
+*/
+constexpr int64_t datetime_of_packed(int64_t packed) {
+  const auto microsecond = packed & 0xffffff;
+  const auto time = static_cast<int32_t>(packed >> 24 & 0x1ffff);
+  const auto date = static_cast<int32_t>(packed >> 41);
+  const int32_t year_month = date >> 5;
+  const int64_t days =
+      days_since_epoch(year_month / 13, year_month % 13, date & 31);
+  return days * USECS_PER_DAY + mysql_time2time(time >> 12, time >> 6 & 63,
+                                                time & 63, microsecond, false);
+}
+
 static_assert(mysql_time2jd(2000, 1, 1) == POSTGRES_EPOCH_JDATE);
 
 #endif  // MORVENA_SN_TEMPORAL_H

@@ -84,12 +84,21 @@ inline mem_heap_t *new_heap(ulint bytes) {
 
 // 8.0.27: a macro without a location.
 inline ulint *rec_offsets(const rec_t *rec, const dict_index_t *index,
-                          ulint *offsets, mem_heap_t **heap) {
+                          ulint *offsets, mem_heap_t **heap,
+                          ulint n_fields = ULINT_UNDEFINED) {
 #if HOST_TAKES_LOCATION
-  return rec_get_offsets(rec, index, offsets, ULINT_UNDEFINED, UT_LOCATION_HERE,
-                         heap);
+  return rec_get_offsets(rec, index, offsets, n_fields, UT_LOCATION_HERE, heap);
 #else
-  return rec_get_offsets(rec, index, offsets, ULINT_UNDEFINED, heap);
+  return rec_get_offsets(rec, index, offsets, n_fields, heap);
+#endif
+}
+
+// 8.0.27: no row versions.
+inline bool has_instant_columns(const dict_table_t *table) {
+#if HOST_TAKES_LOCATION
+  return table->has_instant_cols() || table->has_row_versions();
+#else
+  return table->has_instant_cols();
 #endif
 }
 

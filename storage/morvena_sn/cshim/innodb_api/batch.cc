@@ -44,11 +44,18 @@ void lay_out_row(ThreadCtx *tctx, const row_prebuilt_t *prebuilt) {
   tctx->col_offsets_.resize(tctx->ncols_);
   tctx->null_byte_offsets_.resize(tctx->ncols_);
   tctx->null_bitmasks_.resize(tctx->ncols_);
+  tctx->row_columns_.resize(tctx->ncols_);
   for (ulint i = 0; i < prebuilt->n_template; ++i) {
     const mysql_row_templ_t &templ = prebuilt->mysql_template[i];
     tctx->col_offsets_[templ.col_no] = templ.mysql_col_offset;
     tctx->null_byte_offsets_[templ.col_no] = templ.mysql_null_byte_offset;
     tctx->null_bitmasks_[templ.col_no] = templ.mysql_null_bit_mask;
+    Field *field = tctx->fields[templ.col_no];
+    if (field == nullptr) continue;
+    tctx->row_columns_[templ.col_no] =
+        Row_column(field, static_cast<uint32_t>(templ.mysql_col_offset),
+                   static_cast<uint32_t>(templ.mysql_null_byte_offset),
+                   static_cast<uint8_t>(templ.mysql_null_bit_mask));
   }
 }
 
@@ -124,11 +131,12 @@ void ParallelIndexReader::deinit_thread_ctx(ThreadCtx *tctx) {
 
 dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
   ThreadCtx *tctx = ctx->thread_ctx_;
-  const size_t slot = tctx->n_read_ % tctx->batch_size_;
+  size_t slot = tctx->n_read_ - tctx->n_sent_;
   dberr_t err = DB_SUCCESS;
-  if (tctx->n_read_ - tctx->n_sent_ >= tctx->batch_size_) {
+  if (slot == tctx->batch_size_) {
     err = send_batch(tctx);
     mem_heap_empty(tctx->blob_heap_);
+    slot = 0;
   }
   if (!store_row(ctx, tctx->buffer_.get() + slot * tctx->row_len_)) {
     return DB_ERROR;
@@ -153,7 +161,6 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
     return true;
   }
   const dict_index_t *index = converts_clustered() ? clustered_index() : index_;
-  mem_heap_t *heap = ctx->thread_ctx_->blob_heap_;
   ulint bytes;
   const byte *data = rec_get_nth_field_instant(
       ctx->rec_, ctx->offsets_, column.rec_field_no, index, &bytes);
@@ -161,6 +168,25 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
     set_null(row, templ, prebuilt_->default_rec);
     return true;
   }
+  if (column.form == Stored_form::HOSTS ||
+      (column.form == Stored_form::VARCHAR &&
+       host::nth_extern(index, ctx->offsets_, column.rec_field_no))) {
+    if (!store_by_host(column, ctx, index, data, bytes, row)) return false;
+  } else {
+    store_value(column.form, row + templ->mysql_col_offset, data, bytes,
+                templ->mysql_length_bytes);
+  }
+  if (templ->mysql_null_bit_mask != 0) set_not_null(row, templ);
+  return true;
+}
+
+bool ParallelIndexReader::store_by_host(const Column_plan &column,
+                                        const Ctx *ctx,
+                                        const dict_index_t *index,
+                                        const byte *data, ulint bytes,
+                                        byte *row) {
+  const mysql_row_templ_t *templ = column.templ;
+  mem_heap_t *heap = ctx->thread_ctx_->blob_heap_;
   if (host::nth_extern(index, ctx->offsets_, column.rec_field_no)) {
     data =
         fetch_extern(prebuilt_, ctx, index, column.rec_field_no, heap, &bytes);
@@ -175,6 +201,5 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
   row_sel_field_store_in_mysql_format(row + templ->mysql_col_offset, templ,
                                       index, column.rec_field_no, data, bytes,
                                       sec_field_no);
-  if (templ->mysql_null_bit_mask != 0) set_not_null(row, templ);
   return true;
 }

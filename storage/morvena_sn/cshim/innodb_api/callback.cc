@@ -15,19 +15,24 @@
 
 namespace {
 
-// The column's Field of this worker, pointing at the row; null for a position
-// or row that the batch does not have, a column that was not read, and NULL.
-Field *field_with_value(ThreadCtx *tctx, uint field_idx, uint nr) {
+// The row; null for a position or row that the batch does not have, a column
+// that was not read, and NULL.
+const byte *row_with_value(const ThreadCtx *tctx, uint field_idx, uint nr) {
   if (field_idx >= tctx->ncols_ || nr >= tctx->n_rows_) return nullptr;
-  Field *field = tctx->fields[field_idx];
-  if (field == nullptr) return nullptr;
-  byte *row = tctx->buffer_.get() + nr * tctx->row_len_;
-  field->set_field_ptr(row + tctx->col_offsets_[field_idx]);
+  const Row_column &column = tctx->row_columns_[field_idx];
+  const byte *row = tctx->buffer_.get() + nr * tctx->row_len_;
+  return column.field_ == nullptr || column.is_null(row) ? nullptr : row;
+}
+
+// The worker's own Field of a column, pointing at a row.
+Field *field_at(const Row_column &column, const byte *row) {
+  Field *field = column.field_;
+  auto *to = const_cast<byte *>(row);
+  field->set_field_ptr(to + column.offset_);
   if (field->is_nullable()) {
-    field->set_null_ptr(row + tctx->null_byte_offsets_[field_idx],
-                        static_cast<uint>(tctx->null_bitmasks_[field_idx]));
+    field->set_null_ptr(to + column.null_byte_, column.null_bit_);
   }
-  return field->is_null() ? nullptr : field;
+  return field;
 }
 
 }  // namespace
@@ -55,57 +60,80 @@ dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
 
 bool ParallelIndexReader::read_field_int(ThreadCtx *tctx, uint field_idx,
                                          uint nr, longlong *val) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  *val = field->val_int();
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  const Row_column &column = tctx->row_columns_[field_idx];
+  *val = column.is_integer() ? column.integer(row)
+                             : field_at(column, row)->val_int();
   return false;
 }
 
 bool ParallelIndexReader::read_field_real(ThreadCtx *tctx, uint field_idx,
                                           uint nr, double *val) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  *val = field->val_real();
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  const Row_column &column = tctx->row_columns_[field_idx];
+  *val =
+      column.is_real() ? column.real(row) : field_at(column, row)->val_real();
   return false;
 }
 
 bool ParallelIndexReader::read_field_str(ThreadCtx *tctx, uint field_idx,
                                          uint nr, char **str, size_t *size) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  field_value::to_str(field, &tctx->field_buffer_, str, size);
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  const Row_column &column = tctx->row_columns_[field_idx];
+  if (column.form_ == Column_form::VARCHAR) {
+    column.text(row, str, size);
+  } else {
+    field_value::to_str(field_at(column, row), &tctx->field_buffer_, str, size);
+  }
   return false;
 }
 
 bool ParallelIndexReader::read_field_decimal(ThreadCtx *tctx, uint field_idx,
                                              uint nr, bool *neg, int32_t *intg,
                                              int32_t *frac, int32_t **data) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  field_value::to_decimal(field, &tctx->field_buffer_, neg, intg, frac, data);
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  const Row_column &column = tctx->row_columns_[field_idx];
+  if (column.form_ == Column_form::DECIMAL) {
+    my_decimal *value = &tctx->field_buffer_.decimal;
+    column.decimal(row, value);
+    field_value::of_decimal(value, neg, intg, frac, data);
+  } else {
+    field_value::to_decimal(field_at(column, row), &tctx->field_buffer_, neg,
+                            intg, frac, data);
+  }
   return false;
 }
 
 bool ParallelIndexReader::read_field_date(ThreadCtx *tctx, uint field_idx,
                                           uint nr, int32_t *date) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  *date = field_value::to_date(field);
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  const Row_column &column = tctx->row_columns_[field_idx];
+  *date = column.form_ == Column_form::DATE
+              ? column.date(row)
+              : field_value::to_date(field_at(column, row));
   return false;
 }
 
 bool ParallelIndexReader::read_field_time(ThreadCtx *tctx, uint field_idx,
                                           uint nr, int64_t *time) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  *time = field_value::to_time(field);
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  *time = field_value::to_time(field_at(tctx->row_columns_[field_idx], row));
   return false;
 }
 
 bool ParallelIndexReader::read_field_datetime(ThreadCtx *tctx, uint field_idx,
                                               uint nr, int64_t *datetime) {
-  Field *field = field_with_value(tctx, field_idx, nr);
-  if (field == nullptr) return true;
-  *datetime = field_value::to_datetime(field);
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  const Row_column &column = tctx->row_columns_[field_idx];
+  *datetime = column.form_ == Column_form::DATETIME
+                  ? column.datetime(row)
+                  : field_value::to_datetime(field_at(column, row));
   return false;
 }

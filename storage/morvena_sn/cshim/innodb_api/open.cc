@@ -12,6 +12,7 @@
 // until the reader's destruction. Threads: the caller's. Fails: no such index,
 // an index that has no B-tree of whole keys.
 
+#include <algorithm>
 #include <iostream>
 
 #include "innodb_api.h"
@@ -145,6 +146,7 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
       new ParallelIndexReader(table, dict_table.get(), index, indexonly_scan));
   dict_table.taken_over();
   reader->plan_columns();
+  reader->limit_offsets();
   return reader.release();
 }
 
@@ -224,6 +226,20 @@ void ParallelIndexReader::plan_columns() {
         field_no = index_->get_col_pos(col_no, true, false);
       }
     }
-    columns_.push_back({templ, field_no});
+    columns_.push_back({templ, field_no, stored_form(templ)});
   }
+}
+
+// The key, for the ends of units, the id of the row's transaction, and the
+// columns that are read. With columns added or dropped instantly the fields'
+// order in a record is not the index's.
+void ParallelIndexReader::limit_offsets() {
+  if (!converts_clustered() || host::has_instant_columns(table_)) return;
+  const dict_index_t *clustered = clustered_index();
+  ulint n = std::max<ulint>(dict_index_get_n_unique_in_tree(clustered),
+                            clustered->get_sys_col_pos(DATA_TRX_ID) + 1);
+  for (const Column_plan &column : columns_) {
+    n = std::max(n, column.rec_field_no + 1);
+  }
+  (index_->is_clustered() ? n_scanned_fields_ : n_fetched_fields_) = n;
 }

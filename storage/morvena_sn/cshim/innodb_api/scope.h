@@ -66,8 +66,10 @@ class Record_offsets {
   Record_offsets(const Record_offsets &) = delete;
   Record_offsets &operator=(const Record_offsets &) = delete;
 
-  ulint *of(const rec_t *rec, const dict_index_t *index, mem_heap_t **heap) {
-    offsets_ = host::rec_offsets(rec, index, offsets_, heap);
+  /** @param n_fields  the offsets of only so many fields */
+  ulint *of(const rec_t *rec, const dict_index_t *index, mem_heap_t **heap,
+            ulint n_fields = ULINT_UNDEFINED) {
+    offsets_ = host::rec_offsets(rec, index, offsets_, heap, n_fields);
     return offsets_;
   }
   /** To be called before the heap is emptied. */

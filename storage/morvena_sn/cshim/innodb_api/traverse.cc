@@ -159,7 +159,8 @@ dberr_t Traversal::handle_record() {
   if (at_page_start_) start_page();
   ctx_->first_rec_ = false;
   const rec_t *rec = page_cur_get_rec(&cursor_);
-  ulint *offsets = offsets_.of(rec, index_, &heap_.get());
+  ulint *offsets =
+      offsets_.of(rec, index_, &heap_.get(), reader_.n_scanned_fields_);
   // Pairs gathered on the page in which a unit ends are dropped.
   if (check_end_ && is_past_end(rec, offsets)) return DB_END_OF_INDEX;
   dberr_t err = DB_SUCCESS;

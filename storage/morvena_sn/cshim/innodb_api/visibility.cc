@@ -63,6 +63,7 @@ const rec_t *visible_version(const rec_t *rec, dict_index_t *index,
   lob_undo->reset();
   const trx_id_t id = row_get_rec_trx_id(rec, index, *offsets);
   if (view->changes_visible(id, index->table->name)) return rec;
+  *offsets = host::rec_offsets(rec, index, nullptr, heap);
   rec_t *version = nullptr;
   row_vers_build_for_consistent_read(rec, mtr, index, offsets, view, heap,
                                      *heap, &version, nullptr, lob_undo);
@@ -120,7 +121,8 @@ const rec_t *ParallelIndexReader::lookup_cluster_rec(
   const rec_t *version = found;
   ReadView *view = trx_ != nullptr ? trx_->read_view : nullptr;
   if (found != nullptr) {
-    offsets = host::rec_offsets(found, clustered, nullptr, &heap);
+    offsets =
+        host::rec_offsets(found, clustered, nullptr, &heap, n_fetched_fields_);
     if (view != nullptr) {
       version = visible_version(found, clustered, view, &offsets, &heap,
                                 &tctx->lob_undo_, mtr);

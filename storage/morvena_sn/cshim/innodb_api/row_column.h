@@ -1,0 +1,116 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file innodb_api/row_column.h
+  One column of a batch's rows, and the values that are decoded here: the common
+  types, read as what they are. The server's Field decodes the rest, and costs a
+  few calls for each value.
+*/
+
+#ifndef MORVENA_SN_INNODB_API_ROW_COLUMN_H
+#define MORVENA_SN_INNODB_API_ROW_COLUMN_H
+
+#include <cstdint>
+#include <cstring>
+
+#include "host.h"
+#include "temporal.h"
+
+/** How a value lies in a row of the server's format. */
+enum class Column_form : uint8_t {
+  SERVERS,   // the Field knows
+  SIGNED,    // bytes, least significant first
+  UNSIGNED,  // likewise
+  FLOAT,
+  DOUBLE,
+  DECIMAL,
+  VARCHAR,   // length, then that many bytes
+  DATE,      // three bytes: year, month, day
+  DATETIME,  // seconds in five bytes, most significant first, and a fraction
+};
+
+/** A column as the reads of a batch see it. */
+struct Row_column {
+  Row_column() = default;
+  /** Of a column whose value lies at an offset of the row. */
+  Row_column(Field *column, uint32_t value_offset, uint32_t null_byte,
+             uint8_t null_bit);
+
+  bool is_null(const uchar *row) const {
+    return (row[null_byte_] & null_bit_) != 0;
+  }
+  bool is_integer() const {
+    return form_ == Column_form::SIGNED || form_ == Column_form::UNSIGNED;
+  }
+  bool is_real() const {
+    return form_ == Column_form::FLOAT || form_ == Column_form::DOUBLE;
+  }
+  longlong integer(const uchar *row) const;
+  double real(const uchar *row) const;
+  void decimal(const uchar *row, my_decimal *value) const {
+    binary2my_decimal(E_DEC_FATAL_ERROR, row + offset_, value, precision_,
+                      bytes_);
+  }
+  void text(const uchar *row, char **str, size_t *size) const;
+  int32_t date(const uchar *row) const;
+  int64_t datetime(const uchar *row) const {
+    return datetime_of_packed(
+        my_datetime_packed_from_binary(row + offset_, bytes_));
+  }
+
+  Field *field_ = nullptr;  // null: the batch does not have the column
+  uint32_t offset_ = 0;
+  uint32_t null_byte_ = 0;
+  uint8_t null_bit_ = 0;  // 0: never null
+  Column_form form_ = Column_form::SERVERS;
+  uint8_t bytes_ = 0;      // of an integer or a VARCHAR's length; digits of a
+                           // decimal's or a datetime's fraction
+  uint8_t precision_ = 0;  // digits of a decimal
+};
+
+inline longlong Row_column::integer(const uchar *row) const {
+  const uchar *value = row + offset_;
+  const bool is_signed = form_ == Column_form::SIGNED;
+  switch (bytes_) {
+    case 1:
+      return is_signed ? static_cast<longlong>(static_cast<int8_t>(*value))
+                       : *value;
+    case 2:
+      return is_signed ? static_cast<longlong>(sint2korr(value))
+                       : uint2korr(value);
+    case 3:
+      return is_signed ? static_cast<longlong>(sint3korr(value))
+                       : uint3korr(value);
+    case 4:
+      return is_signed ? static_cast<longlong>(sint4korr(value))
+                       : uint4korr(value);
+    default:
+      return sint8korr(value);
+  }
+}
+
+inline double Row_column::real(const uchar *row) const {
+  if (form_ == Column_form::FLOAT) return double{float4get(row + offset_)};
+  return float8get(row + offset_);
+}
+
+inline void Row_column::text(const uchar *row, char **str, size_t *size) const {
+  const uchar *value = row + offset_;
+  *size = bytes_ == 1 ? *value : uint2korr(value);
+  *str = const_cast<char *>(pointer_cast<const char *>(value + bytes_));
+}
+
+inline int32_t Row_column::date(const uchar *row) const {
+  const uint32_t value = uint3korr(row + offset_);
+  return days_since_epoch(static_cast<int32_t>(value >> 9),
+                          static_cast<int32_t>(value >> 5 & 15),
+                          static_cast<int32_t>(value & 31));
+}
+
+#endif  // MORVENA_SN_INNODB_API_ROW_COLUMN_H
