@@ -16,6 +16,7 @@
 #   version                e.g. 9.7.4
 #   bin/mysqld             start the server and its clients from any folder
 #   bin/mysql, mysqladmin
+#   lib/libmysqlclient.so  the host's client library, if there is one
 set -euo pipefail
 export LC_ALL=C
 
@@ -367,6 +368,16 @@ write_programs() {
   chmod +x "$host"/bin/*
 }
 
+# A tree that was built has it in one of two folders.
+link_client_library() {
+  local library link=$host/lib/libmysqlclient.so
+  library=$(ls "$build_dir"/{library_output_directory,lib}/libmysqlclient.so \
+    "$root"/usr/lib/*/libmysqlclient.so.* 2>/dev/null | head -n 1) || true
+  [[ -n $library ]] || return 0
+  mkdir -p "$host/lib"
+  [[ $(readlink "$link") = "$library" ]] || ln -sfn "$library" "$link"
+}
+
 # The libraries that the server loads, by its own loader's word.
 server_libraries() {
   set_run "$mysqld"
@@ -411,6 +422,7 @@ fi
 write_flags
 tree_headers
 write_programs
+link_client_library
 write_exports
 link_component
 say "MySQL $(cat "$host/version") is ready in $host"
