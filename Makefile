@@ -13,7 +13,7 @@ export BUILD HOST_SOURCE HOST_BUILD HOST_MYSQLD
 folder := $(abspath $(BUILD))
 cmake := $(folder)/cmake
 
-.PHONY: all host build server stop demo test clean format help
+.PHONY: all host build server stop demo test bench clean format help
 .NOTPARALLEL:
 
 all: build
@@ -38,6 +38,13 @@ demo: build
 test: build
 	cd $(cmake) && ctest --output-on-failure -j $(JOBS)
 
+# What it needs and no more: the comparison is to take minutes.
+bench: host
+	@test -e $(cmake)/build.ninja || \
+	  cmake -S . -B $(cmake) -G Ninja -DMORVENA_SN_BUILD=$(folder)
+	@cmake --build $(cmake) --target bench_programs -- -j $(JOBS)
+	@bench/bench.sh
+
 clean:
 	@test ! -d $(folder)/run || tools/server.sh stop
 	rm -rf $(folder)
@@ -52,6 +59,7 @@ help:
 	@echo 'make test     build, then run all tests'
 	@echo 'make server   start a private server with the plug-in; make stop ends it'
 	@echo 'make demo     read real data through the plug-in, and compare with SQL'
+	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'
 	@echo 'make format   clang-format the sources'
 	@echo 'make clean    stop the private server and delete $(BUILD)'
 	@echo 'Variables: BUILD, HOST_SOURCE, HOST_BUILD, HOST_MYSQLD (see Makefile), JOBS'

@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Measures this system beside what a user would use instead, in a private server
+# of its own; the server and its tables (about 1 GB) go afterwards.
+#
+# BUILD   the build folder (default: build); results go to $BUILD/bench:
+#         figures.txt, results.json, figures.svg
+# ROUNDS  how often each contender is measured (default: 7)
+# DOCS=1  writes the figures to docs/performance.md as well
+# KEEP=1  keeps the server's folder, and uses it if it is there
+#
+# Exit status 0: everything was measured, whatever the figures; 1: contenders
+# that read the same found something else.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+repo=$(dirname "$here")
+build=${BUILD:-build}
+[[ $build = /* ]] || build=$repo/$build
+folder=$build/bench
+run=$folder/run
+client=$build/cmake/bench/bench_client
+
+die() {
+  printf 'bench: %s\n' "$*" >&2
+  exit 1
+}
+
+server() { "$repo/tools/server.sh" "$1" --run "$run" "${@:2}"; }
+
+# What debugging and instrumentation cost is nobody's figure.
+need_release() {
+  grep -q '\[NDEBUG\]' "$build/host/host.cmake" ||
+    die "the host is a debug build: figures come from release builds only"
+  ! grep -q 'fsanitize' "$build/host/host.cmake" ||
+    die "the host is instrumented: figures come from release builds only"
+  grep -qE '^CMAKE_BUILD_TYPE:[A-Z]+=(Release|RelWithDebInfo)$' \
+    "$build/cmake/CMakeCache.txt" ||
+    die "$build/cmake is no release build"
+}
+
+draws() { "$1" -c 'import matplotlib' 2>/dev/null; }
+
+# Only the picture needs matplotlib: without it the figures stay text. The
+# distribution's belongs to the distribution's Python, which may not be the one
+# in the path.
+choose_python() {
+  local system=/usr/bin/python3
+  python=python3
+  draws python3 && return
+  draws "$system" || install_matplotlib
+  ! draws "$system" || python=$system
+}
+
+install_matplotlib() {
+  [[ $(id -u) = 0 ]] && command -v apt-get >/dev/null || return 0
+  echo "bench: installing python3-matplotlib"
+  local -a install=(apt-get install -y --no-install-recommends
+    -oDPkg::Lock::Timeout=300 python3-matplotlib)
+  export DEBIAN_FRONTEND=noninteractive
+  { "${install[@]}" || { apt-get update && "${install[@]}"; }; } \
+    >"$folder/matplotlib.log" 2>&1 ||
+    echo "bench: it could not be installed, see $folder/matplotlib.log"
+}
+
+# Everything lies in memory, and nothing is written while something is measured.
+start_server() {
+  server start -- --innodb-buffer-pool-size=2G --innodb-redo-log-capacity=2G \
+    --innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF \
+    --innodb-io-capacity=10000 --innodb-io-capacity-max=20000 \
+    --innodb-stats-auto-recalc=OFF --innodb-parallel-read-threads=2
+}
+
+finish() {
+  server stop >/dev/null
+  [[ -n ${KEEP:-} ]] || rm -rf "$run"
+}
+
+mkdir -p "$folder"
+need_release
+[[ -x $client ]] || die "no bench_client: the host has no client library"
+choose_python
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
+server stop >/dev/null
+[[ -n ${KEEP:-} ]] || rm -rf "$run"
+trap finish EXIT
+start_server
+
+PYTHONDONTWRITEBYTECODE=1 "$python" -u "$here/run.py" --client "$client" \
+  --socket "$(server socket)" --server-pid "$(cat "$run/started")" \
+  --folder "$folder" --rounds "${ROUNDS:-7}" ${ONLY:+--only "$ONLY"} \
+  ${DOCS:+--docs "$repo/docs/performance.md"}

@@ -1,0 +1,100 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The memory of one parallel read, looked at from inside its callback.
+
+#include <dlfcn.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+
+#include "common.h"
+#include "contender.h"
+#include "cursors.h"
+#include "my_config.h"
+#include "table_session.h"
+
+namespace bench {
+
+namespace {
+
+/** What the process has allocated and not freed. The server may bring another
+    allocator than the C library's; tcmalloc has a function that tells. */
+int64_t allocated_bytes() {
+  using Property = int (*)(const char *, size_t *);
+  static const auto property = reinterpret_cast<Property>(
+      dlsym(RTLD_DEFAULT, "MallocExtension_GetNumericProperty"));
+  size_t bytes = 0;
+  if (property != nullptr &&
+      property("generic.current_allocated_bytes", &bytes) != 0)
+    return static_cast<int64_t>(bytes);
+  const struct mallinfo2 info = mallinfo2();
+  return static_cast<int64_t>(info.uordblks + info.hblkhd);
+}
+
+/** Pages of the process that lie in memory, in bytes. */
+int64_t resident_bytes() {
+  long pages = 0;
+  FILE *file = fopen("/proc/self/statm", "r");
+  if (file == nullptr) return 0;
+  if (fscanf(file, "%*d %ld", &pages) != 1) pages = 0;
+  fclose(file);
+  return pages * sysconf(_SC_PAGESIZE);
+}
+
+void raise(std::atomic<int64_t> *most, int64_t value) {
+  int64_t seen = *most;
+  while (seen < value && !most->compare_exchange_weak(seen, value)) continue;
+}
+
+struct Most {
+  std::atomic<int64_t> allocated{0};
+  std::atomic<int64_t> resident{0};
+  std::atomic<uint64_t> rows{0};
+};
+
+bool look(uint64_t batch, uint64_t, void *argument) {
+  auto *most = static_cast<Most *>(argument);
+  raise(&most->allocated, allocated_bytes());
+  raise(&most->resident, resident_bytes());
+  most->rows += pread_n_tuples(batch);
+  return false;
+}
+
+uint64_t row_bytes(const Request &request) {
+  const Table_session session(request.table);
+  return session.table()->s->reclength;
+}
+
+}  // namespace
+
+Answer parallel_memory(const Request &request) {
+  Answer answer;
+  const uint64_t bytes_of_row = row_bytes(request);
+  Most most;
+  const int64_t allocated = allocated_bytes();
+  const int64_t resident = resident_bytes();
+  const Watch watch;
+  {
+    const Cursor cursor(request);
+    cursor.set_readset(cursor.fields_of(request.columns));
+    if (!cursor.read_in_parallel(request.threads, look, &most))
+      throw std::runtime_error("the parallel read is not complete");
+  }
+  answer.ns = watch.ns();
+  answer.rows = most.rows;
+  for (const int64_t bytes :
+       {most.allocated - allocated, most.resident - resident,
+        static_cast<int64_t>(bytes_of_row)})
+    answer.totals.push_back(std::to_string(bytes));
+  return answer;
+}
+
+}  // namespace bench

@@ -1,0 +1,67 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+#include "table_session.h"
+
+#include "field_value.h"
+
+namespace bench {
+
+namespace {
+
+constexpr char schema[] = "bench";
+constexpr int wait_for_locks_sec = 10;
+
+const Field *find(const TABLE *table, const std::string &name) {
+  for (Field **field = table->field; *field != nullptr; ++field)
+    if (name == (*field)->field_name) return *field;
+  throw std::runtime_error("no column " + name);
+}
+
+}  // namespace
+
+Table_session::Table_session(const std::string &name)
+    : thd_(static_cast<THD *>(CommonApi::create_thd())) {
+  if (thd_ == nullptr) throw std::runtime_error("no session");
+  table_ = static_cast<TABLE *>(
+      CommonApi::open_table(thd_, schema, name.c_str(), HDL_READ));
+  if (table_ != nullptr &&
+      !CommonApi::lock_table(thd_, table_, HDL_READ, wait_for_locks_sec))
+    return;
+  if (table_ != nullptr) CommonApi::unlock_table(thd_, table_, HDL_READ);
+  CommonApi::close_thd(thd_);
+  throw std::runtime_error("cannot open " + name);
+}
+
+Table_session::~Table_session() {
+  CommonApi::unlock_table(thd_, table_, HDL_READ);
+  CommonApi::close_thd(thd_);
+}
+
+std::vector<uint32_t> Table_session::read(
+    const std::vector<Column> &columns) const {
+  std::vector<uint32_t> fields;
+  for (const Column &column : columns)
+    fields.push_back(find(table_, column.name)->field_index());
+  CommonApi::set_readset(table_, fields.size(), fields.data());
+  return fields;
+}
+
+Wide Field_row::final_value(Type type, Wide packed) {
+  MYSQL_TIME value;
+  TIME_from_longlong_datetime_packed(&value, static_cast<longlong>(packed));
+  const int64_t days = days_since_epoch(static_cast<int32_t>(value.year),
+                                        static_cast<int32_t>(value.month),
+                                        static_cast<int32_t>(value.day));
+  if (type == Type::date) return days;
+  return days * USECS_PER_DAY +
+         mysql_time2time(value.hour, value.minute, value.second,
+                         static_cast<int64_t>(value.second_part), false);
+}
+
+}  // namespace bench
