@@ -34,17 +34,13 @@ inline void to_str(Field *field, field_read_buffer *buffer, char **str,
   *size = value->length();
 }
 
-inline void of_decimal(my_decimal *value, bool *neg, int32_t *intg,
-                       int32_t *frac, int32_t **data) {
+inline void to_decimal(Field *field, field_read_buffer *buffer, bool *neg,
+                       int32_t *intg, int32_t *frac, int32_t **data) {
+  my_decimal *value = field->val_decimal(&buffer->decimal);
   *neg = value->sign();
   *intg = ROUND_UP(value->intg);
   *frac = ROUND_UP(value->frac);
   *data = value->buf;
-}
-
-inline void to_decimal(Field *field, field_read_buffer *buffer, bool *neg,
-                       int32_t *intg, int32_t *frac, int32_t **data) {
-  of_decimal(field->val_decimal(&buffer->decimal), neg, intg, frac, data);
 }
 
 inline MYSQL_TIME unpack_datetime(const Field *field) {

@@ -57,6 +57,7 @@
 #include "host/innodb.h"
 #include "innodb_api/latch.h"
 #include "innodb_api/pool.h"
+#include "innodb_api/record_layout.h"
 #include "innodb_api/row_column.h"
 #include "innodb_api/scope.h"
 #include "innodb_api/stored_form.h"
@@ -109,15 +110,20 @@ struct Ctx {
   ThreadCtx *thread_ctx_ = nullptr;  // of the worker that took it
 
   // What traverse() hands to process_row().
-  const buf_block_t *block_ = nullptr;  // the leaf being read
-  const rec_t *rec_ = nullptr;          // the visible version
-  size_t n_pages_ = 0;                  // pages moved to, yields included
-  bool first_rec_ = true;               // no record handled yet
-  ulint *offsets_ = nullptr;            // of rec_
+  const buf_block_t *block_ = nullptr;     // the leaf being read
+  const rec_t *rec_ = nullptr;             // the visible version
+  size_t n_pages_ = 0;                     // pages moved to, yields included
+  bool first_rec_ = true;                  // no record handled yet
+  ulint *offsets_ = nullptr;               // of rec_
+  const Located_field *fields_ = nullptr;  // of rec_, a column each, in place
+                                           // of offsets_ when not null
 };
 
 /** Where one column of the template comes from and goes to. */
 struct Column_plan {
+  Column_plan(const mysql_row_templ_t *column, ulint field_no)
+      : templ(column), rec_field_no(field_no), form(stored_form(column)) {}
+
   const mysql_row_templ_t *templ;
   ulint rec_field_no;  // in the records that are converted; ULINT_UNDEFINED
                        // when they do not hold the column
@@ -282,9 +288,9 @@ class ParallelIndexReader : public ThreadBudget {
                         size_t first_split_ctx);
   bool store_row(const Ctx *ctx, byte *row);
   bool store_column(const Column_plan &column, const Ctx *ctx, byte *row);
-  bool store_by_host(const Column_plan &column, const Ctx *ctx,
-                     const dict_index_t *index, const byte *data, ulint bytes,
-                     byte *row);
+  void store_located_row(const Ctx *ctx, byte *row);
+  void store_by_host(const Column_plan &column, const dict_index_t *index,
+                     const byte *data, ulint bytes, byte *row) const;
   void parallel_read(size_t n_threads);
   void parallel_read_worker(ThreadCtx *tctx);
   void work_until_done(ThreadCtx *tctx, bool waits);
@@ -320,6 +326,8 @@ class ParallelIndexReader : public ThreadBudget {
   // visible as it is, of the scanned index and of one that is looked up.
   ulint n_scanned_fields_ = ULINT_UNDEFINED;
   ulint n_fetched_fields_ = ULINT_UNDEFINED;
+  Record_layout layout_;  // of the scanned clustered index: the columns, then
+                          // the id of the row's transaction
 };
 
 #endif  // MORVENA_SN_INNODB_API_H

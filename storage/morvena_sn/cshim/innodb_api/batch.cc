@@ -74,8 +74,15 @@ void set_not_null(byte *row, const mysql_row_templ_t *templ) {
       static_cast<byte>(~templ->mysql_null_bit_mask);
 }
 
-bool keeps_pointer(const mysql_row_templ_t *templ) {
-  return DATA_LARGE_MTYPE(templ->type) || DATA_GEOMETRY_MTYPE(templ->type);
+// Of a large value the row gets a pointer, which is to hold after the page has
+// been let go.
+const byte *keep(const Ctx *ctx, const mysql_row_templ_t *templ,
+                 const byte *data, ulint bytes) {
+  if (!DATA_LARGE_MTYPE(templ->type) && !DATA_GEOMETRY_MTYPE(templ->type)) {
+    return data;
+  }
+  return static_cast<byte *>(
+      mem_heap_dup(ctx->thread_ctx_->blob_heap_, data, bytes));
 }
 
 // A value that is stored off the page, as of the version in hand. Null while
@@ -146,10 +153,33 @@ dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
 }
 
 bool ParallelIndexReader::store_row(const Ctx *ctx, byte *row) {
+  if (ctx->fields_ != nullptr) {
+    store_located_row(ctx, row);
+    return true;
+  }
   for (const Column_plan &column : columns_) {
     if (!store_column(column, ctx, row)) return false;
   }
   return true;
+}
+
+void ParallelIndexReader::store_located_row(const Ctx *ctx, byte *row) {
+  const Located_field *field = ctx->fields_;
+  for (const Column_plan &column : columns_) {
+    const auto [data, bytes] = *field++;
+    const mysql_row_templ_t *templ = column.templ;
+    if (data == nullptr) {
+      set_null(row, templ, prebuilt_->default_rec);
+      continue;
+    }
+    if (column.form == Stored_form::HOSTS) {
+      store_by_host(column, index_, keep(ctx, templ, data, bytes), bytes, row);
+    } else {
+      store_value(column.form, row + templ->mysql_col_offset, data, bytes,
+                  templ->mysql_length_bytes);
+    }
+    if (templ->mysql_null_bit_mask != 0) set_not_null(row, templ);
+  }
 }
 
 // A column that the index does not hold reads as NULL, or its default.
@@ -168,10 +198,17 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
     set_null(row, templ, prebuilt_->default_rec);
     return true;
   }
-  if (column.form == Stored_form::HOSTS ||
-      (column.form == Stored_form::VARCHAR &&
-       host::nth_extern(index, ctx->offsets_, column.rec_field_no))) {
-    if (!store_by_host(column, ctx, index, data, bytes, row)) return false;
+  const bool is_external =
+      host::nth_extern(index, ctx->offsets_, column.rec_field_no);
+  if (is_external) {
+    data = fetch_extern(prebuilt_, ctx, index, column.rec_field_no,
+                        ctx->thread_ctx_->blob_heap_, &bytes);
+    if (data == nullptr) return false;
+  } else {
+    data = keep(ctx, templ, data, bytes);
+  }
+  if (column.form == Stored_form::HOSTS) {
+    store_by_host(column, index, data, bytes, row);
   } else {
     store_value(column.form, row + templ->mysql_col_offset, data, bytes,
                 templ->mysql_length_bytes);
@@ -180,26 +217,15 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
   return true;
 }
 
-bool ParallelIndexReader::store_by_host(const Column_plan &column,
-                                        const Ctx *ctx,
+void ParallelIndexReader::store_by_host(const Column_plan &column,
                                         const dict_index_t *index,
                                         const byte *data, ulint bytes,
-                                        byte *row) {
+                                        byte *row) const {
   const mysql_row_templ_t *templ = column.templ;
-  mem_heap_t *heap = ctx->thread_ctx_->blob_heap_;
-  if (host::nth_extern(index, ctx->offsets_, column.rec_field_no)) {
-    data =
-        fetch_extern(prebuilt_, ctx, index, column.rec_field_no, heap, &bytes);
-    if (data == nullptr) return false;
-  } else if (keeps_pointer(templ)) {
-    // The row will point to it after the page has been let go.
-    data = static_cast<byte *>(mem_heap_dup(heap, data, bytes));
-  }
   // For the host's debug checks.
   [[maybe_unused]] const ulint sec_field_no =
       converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
   row_sel_field_store_in_mysql_format(row + templ->mysql_col_offset, templ,
                                       index, column.rec_field_no, data, bytes,
                                       sec_field_no);
-  return true;
 }

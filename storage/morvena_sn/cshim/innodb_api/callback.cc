@@ -17,7 +17,8 @@ namespace {
 
 // The row; null for a position or row that the batch does not have, a column
 // that was not read, and NULL.
-const byte *row_with_value(const ThreadCtx *tctx, uint field_idx, uint nr) {
+inline const byte *row_with_value(const ThreadCtx *tctx, uint field_idx,
+                                  uint nr) {
   if (field_idx >= tctx->ncols_ || nr >= tctx->n_rows_) return nullptr;
   const Row_column &column = tctx->row_columns_[field_idx];
   const byte *row = tctx->buffer_.get() + nr * tctx->row_len_;
@@ -97,11 +98,9 @@ bool ParallelIndexReader::read_field_decimal(ThreadCtx *tctx, uint field_idx,
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
-  if (column.form_ == Column_form::DECIMAL) {
-    my_decimal *value = &tctx->field_buffer_.decimal;
-    column.decimal(row, value);
-    field_value::of_decimal(value, neg, intg, frac, data);
-  } else {
+  *data = tctx->field_buffer_.decimal.buf;
+  if (column.form_ != Column_form::DECIMAL ||
+      !column.decimal(row, *data, neg, intg, frac)) {
     field_value::to_decimal(field_at(column, row), &tctx->field_buffer_, neg,
                             intg, frac, data);
   }

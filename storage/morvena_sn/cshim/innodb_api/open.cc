@@ -226,7 +226,7 @@ void ParallelIndexReader::plan_columns() {
         field_no = index_->get_col_pos(col_no, true, false);
       }
     }
-    columns_.push_back({templ, field_no, stored_form(templ)});
+    columns_.emplace_back(templ, field_no);
   }
 }
 
@@ -242,4 +242,11 @@ void ParallelIndexReader::limit_offsets() {
     n = std::max(n, column.rec_field_no + 1);
   }
   (index_->is_clustered() ? n_scanned_fields_ : n_fetched_fields_) = n;
+  if (!index_->is_clustered()) return;
+  std::vector<ulint> wanted;
+  for (const Column_plan &column : columns_) {
+    wanted.push_back(column.rec_field_no);
+  }
+  wanted.push_back(clustered->get_sys_col_pos(DATA_TRX_ID));
+  layout_.init(clustered, wanted);
 }

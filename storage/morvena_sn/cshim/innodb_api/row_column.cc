@@ -11,6 +11,8 @@
 
 #include "innodb_api/row_column.h"
 
+#include <algorithm>
+
 namespace {
 
 Column_form form_of_integer(const Field *field) {
@@ -42,7 +44,73 @@ Column_form form_of(const Field *field) {
   }
 }
 
+constexpr uint32_t power_of_10[] = {
+    1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
+
+// How many bytes so many digits of a decimal take, fewer than a word's nine.
+constexpr uint8_t bytes_of_digits[] = {0, 1, 1, 2, 2, 3, 3, 4, 4, 4};
+
+// Groups of digits of a stored decimal, most significant byte first. The first
+// bit of all is set in a number that is not negative; a negative one has all
+// bits inverted.
+class Digit_groups {
+ public:
+  explicit Digit_groups(const uchar *value)
+      : at_(value),
+        first_(0x80),
+        mask_((*value & 0x80) != 0 ? 0 : UINT32_MAX) {}
+
+  bool is_negative() const { return mask_ != 0; }
+  uint32_t next(uint8_t bytes) {
+    uint32_t group = *at_ ^ first_;
+    first_ = 0;
+    for (uint8_t i = 1; i < bytes; ++i) group = group << 8 | at_[i];
+    at_ += bytes;
+    return group ^ mask_ >> (32 - 8 * bytes);
+  }
+
+ private:
+  const uchar *at_;
+  uint32_t first_;
+  uint32_t mask_;
+};
+
 }  // namespace
+
+// Words of zero before the first digit are left out, as the host does it.
+bool Row_column::decimal(const uchar *row, int32_t *words, bool *neg,
+                         int32_t *intg, int32_t *frac) const {
+  Digit_groups groups(row + offset_);
+  int32_t *word = words;
+  uint32_t largest = 0;
+  const auto put = [&](uint32_t value) {
+    largest = std::max(largest, value);
+    *word++ = static_cast<int32_t>(value);
+  };
+  const int digits = precision_ - bytes_;
+  if (const uint8_t bytes = bytes_of_digits[digits % DIG_PER_DEC1]) {
+    const uint32_t value = groups.next(bytes);
+    if (value != 0) put(value);
+  }
+  for (int n = digits / DIG_PER_DEC1; n > 0; --n) {
+    const uint32_t value = groups.next(4);
+    if (value != 0 || word != words) put(value);
+  }
+  *intg = static_cast<int32_t>(word - words);
+  *frac = ROUND_UP(bytes_);
+  *neg = groups.is_negative();
+  for (int n = bytes_ / DIG_PER_DEC1; n > 0; --n) put(groups.next(4));
+  const int rest = bytes_ % DIG_PER_DEC1;
+  if (rest > 0) {
+    put(groups.next(bytes_of_digits[rest]) * power_of_10[DIG_PER_DEC1 - rest]);
+  }
+  if (word == words) {
+    *intg = 1;
+    *neg = false;
+    put(0);
+  }
+  return largest < power_of_10[DIG_PER_DEC1];
+}
 
 Row_column::Row_column(Field *column, uint32_t value_offset, uint32_t null_byte,
                        uint8_t null_bit)

@@ -53,16 +53,13 @@ struct Row_column {
   }
   longlong integer(const uchar *row) const;
   double real(const uchar *row) const;
-  void decimal(const uchar *row, my_decimal *value) const {
-    binary2my_decimal(E_DEC_FATAL_ERROR, row + offset_, value, precision_,
-                      bytes_);
-  }
+  /** Words as Field's decimal has them. @return false for a value that is none
+   */
+  bool decimal(const uchar *row, int32_t *words, bool *neg, int32_t *intg,
+               int32_t *frac) const;
   void text(const uchar *row, char **str, size_t *size) const;
   int32_t date(const uchar *row) const;
-  int64_t datetime(const uchar *row) const {
-    return datetime_of_packed(
-        my_datetime_packed_from_binary(row + offset_, bytes_));
-  }
+  int64_t datetime(const uchar *row) const;
 
   Field *field_ = nullptr;  // null: the batch does not have the column
   uint32_t offset_ = 0;
@@ -111,6 +108,25 @@ inline int32_t Row_column::date(const uchar *row) const {
   return days_since_epoch(static_cast<int32_t>(value >> 9),
                           static_cast<int32_t>(value >> 5 & 15),
                           static_cast<int32_t>(value & 31));
+}
+
+inline int64_t Row_column::datetime(const uchar *row) const {
+  constexpr int64_t zero = 0x8000000000;
+  const uchar *value = row + offset_;
+  int64_t microsecond = 0;
+  switch ((bytes_ + 1) / 2) {
+    case 1:
+      microsecond = value[5] * 10000;
+      break;
+    case 2:
+      microsecond = mi_uint2korr(value + 5) * 100;
+      break;
+    case 3:
+      microsecond = mi_uint3korr(value + 5);
+      break;
+  }
+  const auto seconds = static_cast<int64_t>(mi_uint5korr(value)) - zero;
+  return datetime_of_packed(seconds * (1 << 24) + microsecond);
 }
 
 #endif  // MORVENA_SN_INNODB_API_ROW_COLUMN_H

@@ -55,8 +55,15 @@ class Traversal {
         ctx_(ctx),
         index_(reader->index_),
         end_(*ctx->range_.second),
-        heap_(srv_page_size / 4) {
+        heap_(srv_page_size / 4),
+        located_(reader->columns_.size() + 1) {
     cursor_.index = index_;
+    // The layout's fields are those of the version in the index.
+    const trx_t *trx = reader->trx_;
+    if (reader->layout_.is_usable() && trx != nullptr &&
+        trx->isolation_level > TRX_ISO_READ_UNCOMMITTED) {
+      view_ = trx->read_view;
+    }
   }
 
   dberr_t run() {
@@ -72,8 +79,10 @@ class Traversal {
   void restore_start();
   bool pcur_restore_position(const Iter &position);
   dberr_t handle_record();
+  bool is_visible_in_place(const rec_t *rec);
   dberr_t read_index_only(const rec_t *rec, ulint *offsets);
-  dberr_t deliver(const rec_t *rec, ulint *offsets);
+  dberr_t deliver(const rec_t *rec, ulint *offsets,
+                  const Located_field *fields = nullptr);
   void start_page();
   bool is_past_end(const rec_t *rec, const ulint *offsets) const;
   void gather(const rec_t *rec, ulint *offsets);
@@ -103,6 +112,8 @@ class Traversal {
   bool check_end_ = true;  // whether the unit may end on the page in hand
   std::vector<Pending_pair> pairs_;
   size_t n_handled_ = 0;
+  const ReadView *view_ = nullptr;  // if records are read by the layout
+  std::vector<Located_field> located_;
 };
 
 // The cursor comes to stand on the stored record if it is still there, else on
@@ -159,11 +170,18 @@ dberr_t Traversal::handle_record() {
   if (at_page_start_) start_page();
   ctx_->first_rec_ = false;
   const rec_t *rec = page_cur_get_rec(&cursor_);
+  dberr_t err = DB_SUCCESS;
+  if (!check_end_ && view_ != nullptr && is_visible_in_place(rec)) {
+    if (!rec_get_deleted_flag(rec, true)) {
+      err = deliver(rec, nullptr, located_.data());
+    }
+    page_cur_move_to_next(&cursor_);
+    return err;
+  }
   ulint *offsets =
       offsets_.of(rec, index_, &heap_.get(), reader_.n_scanned_fields_);
   // Pairs gathered on the page in which a unit ends are dropped.
   if (check_end_ && is_past_end(rec, offsets)) return DB_END_OF_INDEX;
-  dberr_t err = DB_SUCCESS;
   if (reader_.indexonly_scan_) {
     err = read_index_only(rec, offsets);
   } else {
@@ -171,6 +189,14 @@ dberr_t Traversal::handle_record() {
   }
   page_cur_move_to_next(&cursor_);
   return err;
+}
+
+// Whether a record of the clustered index is to be read as it stands; its
+// fields are located then.
+bool Traversal::is_visible_in_place(const rec_t *rec) {
+  if (!reader_.layout_.locate(rec, located_.data())) return false;
+  const trx_id_t id = mach_read_from_6(located_.back().data);
+  return view_->changes_visible(id, index_->table->name);
 }
 
 dberr_t Traversal::read_index_only(const rec_t *rec, ulint *offsets) {
@@ -187,9 +213,11 @@ dberr_t Traversal::read_index_only(const rec_t *rec, ulint *offsets) {
   return err;
 }
 
-dberr_t Traversal::deliver(const rec_t *rec, ulint *offsets) {
+dberr_t Traversal::deliver(const rec_t *rec, ulint *offsets,
+                           const Located_field *fields) {
   ctx_->rec_ = rec;
   ctx_->offsets_ = offsets;
+  ctx_->fields_ = fields;
   ctx_->block_ = block();
   const dberr_t err = reader_.process_row(ctx_);
   if (err != DB_SUCCESS) reader_.set_error(err);
