@@ -55,8 +55,8 @@ void mark_base_columns(TABLE *table) {
 
 // The row buffer's key is compared with the bounds, whatever the caller reads.
 // The write set has the handler fetch a column without giving it to the caller;
-// a virtual one has to be read, and so have those by which the rows of partitions
-// are merged.
+// a virtual one has to be read, and so have those by which the rows of
+// partitions are merged.
 void mark_key_columns(TABLE *table, const KEY *key) {
   const bool merges = table->part_info != nullptr;
   const uint n_parts =
@@ -85,7 +85,10 @@ bool start_index_scan(TABLE *table, const KEY *key) {
 }  // namespace
 
 IndexCursor::IndexCursor(TABLE *table, KEY *key, bool index_only)
-    : table_(table), key_(key), index_only_(index_only) {
+    : table_(table),
+      key_(key),
+      index_only_(index_only),
+      row_columns_(table->s->fields) {
   buffer_.str.set_charset(&my_charset_bin);
 }
 

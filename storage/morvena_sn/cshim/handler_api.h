@@ -22,6 +22,7 @@
 #include "cursor.h"
 #include "field_value.h"
 #include "host.h"
+#include "row_column.h"
 
 class IndexCursor {
  public:
@@ -87,8 +88,9 @@ class IndexCursor {
   int position_reverse();
   bool is_before_range();
   int find_key(const key_range *bound, ha_rkey_function flag);
-  Field *field_with_value(unsigned int field_idx);
+  const Row_column *column_with_value(unsigned int field_idx);
   TABLE *table() const { return static_cast<TABLE *>(table_); }
+  const uchar *row() const { return table()->record[0]; }
   KEY *key() const { return static_cast<KEY *>(key_); }
 
   void *table_;
@@ -101,6 +103,7 @@ class IndexCursor {
   bool reverse_ = false;
   bool index_only_;
   field_read_buffer buffer_;
+  std::vector<Row_column> row_columns_;  // by table position, made when read
   /** The read and write sets with which the handler last positioned; empty
       before the first time. */
   std::vector<my_bitmap_map> columns_read_;

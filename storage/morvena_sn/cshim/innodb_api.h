@@ -58,9 +58,9 @@
 #include "innodb_api/latch.h"
 #include "innodb_api/pool.h"
 #include "innodb_api/record_layout.h"
-#include "innodb_api/row_column.h"
 #include "innodb_api/scope.h"
 #include "innodb_api/stored_form.h"
+#include "row_column.h"
 
 /** The load callback: (batch handle, worker number, the caller's argument);
     true stops the whole read. */
@@ -122,12 +122,22 @@ struct Ctx {
 /** Where one column of the template comes from and goes to. */
 struct Column_plan {
   Column_plan(const mysql_row_templ_t *column, ulint field_no)
-      : templ(column), rec_field_no(field_no), form(stored_form(column)) {}
+      : templ(column),
+        rec_field_no(field_no),
+        row_offset(static_cast<uint32_t>(column->mysql_col_offset)),
+        null_byte(static_cast<uint32_t>(column->mysql_null_byte_offset)),
+        null_bit(static_cast<byte>(column->mysql_null_bit_mask)),
+        length_bytes(static_cast<byte>(column->mysql_length_bytes)),
+        form(stored_form(column)) {}
 
   const mysql_row_templ_t *templ;
-  ulint rec_field_no;  // in the records that are converted; ULINT_UNDEFINED
-                       // when they do not hold the column
-  Stored_form form;    // of its values in those records
+  ulint rec_field_no;   // in the records that are converted; ULINT_UNDEFINED
+                        // when they do not hold the column
+  uint32_t row_offset;  // of its value in a row
+  uint32_t null_byte;   // likewise
+  byte null_bit;        // 0: never null
+  byte length_bytes;    // of a VARCHAR in a row
+  Stored_form form;     // of its values in those records
 };
 
 /** What one worker owns. Its address is the batch handle of the callback. */
@@ -143,7 +153,8 @@ struct ThreadCtx {
   std::vector<ulint> null_byte_offsets_;  // likewise
   std::vector<ulint> null_bitmasks_;      // likewise
   std::vector<Row_column> row_columns_;   // likewise: what reads look at
-  std::unique_ptr<byte[]> buffer_;        // batch_size_ rows of row_len_ bytes
+  std::unique_ptr<byte[]> buffer_;        // n_slots_ rows of row_len_ bytes
+  size_t n_slots_ = 0;                    // grows to batch_size_
   size_t n_read_ = 0;                     // rows stored, all batches
   size_t n_sent_ = 0;                     // rows handed over
   size_t n_rows_ = 0;                     // rows in the batch handed over
@@ -291,6 +302,7 @@ class ParallelIndexReader : public ThreadBudget {
   void store_located_row(const Ctx *ctx, byte *row);
   void store_by_host(const Column_plan &column, const dict_index_t *index,
                      const byte *data, ulint bytes, byte *row) const;
+  bool is_one_page() const;
   void parallel_read(size_t n_threads);
   void parallel_read_worker(ThreadCtx *tctx);
   void work_until_done(ThreadCtx *tctx, bool waits);

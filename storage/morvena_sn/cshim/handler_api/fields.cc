@@ -10,63 +10,90 @@
 
 #include "handler_api.h"
 
+namespace {
+
+Row_column column_of(Field *field) {
+  const TABLE *table = field->table;
+  const bool nullable = field->is_nullable();
+  return Row_column(field,
+                    static_cast<uint32_t>(field->offset(table->record[0])),
+                    nullable ? static_cast<uint32_t>(field->null_offset()) : 0,
+                    static_cast<uint8_t>(nullable ? field->null_bit : 0));
+}
+
+}  // namespace
+
 // A column outside the read set holds what an earlier row left there, a pointer
 // to memory that is gone perhaps.
-Field *IndexCursor::field_with_value(unsigned int field_idx) {
-  if (field_idx >= table()->s->fields) return nullptr;
+const Row_column *IndexCursor::column_with_value(unsigned int field_idx) {
+  if (field_idx >= row_columns_.size()) return nullptr;
   if (!bitmap_is_set(table()->read_set, field_idx)) return nullptr;
-  Field *field = table()->field[field_idx];
-  return field->is_null() ? nullptr : field;
+  Row_column &column = row_columns_[field_idx];
+  if (column.field_ == nullptr) column = column_of(table()->field[field_idx]);
+  return column.is_null(row()) ? nullptr : &column;
 }
 
 bool IndexCursor::read_field_int(unsigned int field_idx, longlong *val) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  *val = field->val_int();
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  *val =
+      column->is_integer() ? column->integer(row()) : column->field_->val_int();
   return false;
 }
 
 bool IndexCursor::read_field_real(unsigned int field_idx, double *val) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  *val = field->val_real();
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  *val = column->is_real() ? column->real(row()) : column->field_->val_real();
   return false;
 }
 
 bool IndexCursor::read_field_str(unsigned int field_idx, char **str,
                                  size_t *size) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  field_value::to_str(field, &buffer_, str, size);
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  if (column->form_ == Column_form::VARCHAR) {
+    column->text(row(), str, size);
+  } else {
+    field_value::to_str(column->field_, &buffer_, str, size);
+  }
   return false;
 }
 
 bool IndexCursor::read_field_decimal(unsigned int field_idx, bool *neg,
                                      int32_t *intg, int32_t *frac,
                                      int32_t **data) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  field_value::to_decimal(field, &buffer_, neg, intg, frac, data);
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  *data = buffer_.decimal.buf;
+  if (column->form_ != Column_form::DECIMAL ||
+      !column->decimal(row(), *data, neg, intg, frac)) {
+    field_value::to_decimal(column->field_, &buffer_, neg, intg, frac, data);
+  }
   return false;
 }
 
 bool IndexCursor::read_field_date(unsigned int field_idx, int32_t *time) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  *time = field_value::to_date(field);
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  *time = column->form_ == Column_form::DATE
+              ? column->date(row())
+              : field_value::to_date(column->field_);
   return false;
 }
 
 bool IndexCursor::read_field_time(unsigned int field_idx, int64_t *time) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  *time = field_value::to_time(field);
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  *time = field_value::to_time(column->field_);
   return false;
 }
 
 bool IndexCursor::read_field_datetime(unsigned int field_idx, int64_t *time) {
-  Field *field = field_with_value(field_idx);
-  if (field == nullptr) return true;
-  *time = field_value::to_datetime(field);
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  *time = column->form_ == Column_form::DATETIME
+              ? column->datetime(row())
+              : field_value::to_datetime(column->field_);
   return false;
 }

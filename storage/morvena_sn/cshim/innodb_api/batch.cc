@@ -12,6 +12,7 @@
 // own context; the template is read only. Fails: no memory, a large value that
 // is not written yet.
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -20,6 +21,7 @@
 namespace {
 
 constexpr size_t rows_per_batch = 4096;
+constexpr size_t first_slots = 64;  // for the rows of a page, mostly
 
 // A worker's own Field objects: reading a row points them at it.
 bool copy_fields(ThreadCtx *tctx, TABLE *table,
@@ -59,19 +61,26 @@ void lay_out_row(ThreadCtx *tctx, const row_prebuilt_t *prebuilt) {
   }
 }
 
-void set_null(byte *row, const mysql_row_templ_t *templ,
-              const byte *default_row) {
-  if (templ->mysql_null_bit_mask != 0) {
-    row[templ->mysql_null_byte_offset] |=
-        static_cast<byte>(templ->mysql_null_bit_mask);
-  }
-  memcpy(row + templ->mysql_col_offset, default_row + templ->mysql_col_offset,
-         templ->mysql_col_len);
+void set_null(byte *row, const Column_plan &column, const byte *default_row) {
+  row[column.null_byte] |= column.null_bit;
+  memcpy(row + column.row_offset, default_row + column.row_offset,
+         column.templ->mysql_col_len);
 }
 
-void set_not_null(byte *row, const mysql_row_templ_t *templ) {
-  row[templ->mysql_null_byte_offset] &=
-      static_cast<byte>(~templ->mysql_null_bit_mask);
+void set_not_null(byte *row, const Column_plan &column) {
+  row[column.null_byte] &= static_cast<byte>(~column.null_bit);
+}
+
+// More rows in a batch than there were so far.
+void grow_buffer(ThreadCtx *tctx) {
+  const size_t n_slots =
+      std::clamp(tctx->n_slots_ * 4, first_slots, tctx->batch_size_);
+  std::unique_ptr<byte[]> buffer(new byte[tctx->row_len_ * n_slots]);
+  if (tctx->n_slots_ > 0) {
+    memcpy(buffer.get(), tctx->buffer_.get(), tctx->row_len_ * tctx->n_slots_);
+  }
+  tctx->buffer_ = std::move(buffer);
+  tctx->n_slots_ = n_slots;
 }
 
 // Of a large value the row gets a pointer, which is to hold after the page has
@@ -120,8 +129,6 @@ ThreadCtx *ParallelIndexReader::init_thread_ctx(size_t id) {
     if (!copy_fields(tctx.get(), mysql_table_, columns_)) return nullptr;
     lay_out_row(tctx.get(), prebuilt_);
     tctx->batch_size_ = rows_per_batch;
-    // Not cleared: pages of it that no row reaches are never touched.
-    tctx->buffer_.reset(new byte[tctx->row_len_ * rows_per_batch]);
     tctx->blob_heap_ = host::new_heap(srv_page_size);
     return tctx.release();
   } catch (const std::bad_alloc &) {
@@ -145,6 +152,7 @@ dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
     mem_heap_empty(tctx->blob_heap_);
     slot = 0;
   }
+  if (slot == tctx->n_slots_) grow_buffer(tctx);
   if (!store_row(ctx, tctx->buffer_.get() + slot * tctx->row_len_)) {
     return DB_ERROR;
   }
@@ -167,27 +175,26 @@ void ParallelIndexReader::store_located_row(const Ctx *ctx, byte *row) {
   const Located_field *field = ctx->fields_;
   for (const Column_plan &column : columns_) {
     const auto [data, bytes] = *field++;
-    const mysql_row_templ_t *templ = column.templ;
     if (data == nullptr) {
-      set_null(row, templ, prebuilt_->default_rec);
+      set_null(row, column, prebuilt_->default_rec);
       continue;
     }
     if (column.form == Stored_form::HOSTS) {
-      store_by_host(column, index_, keep(ctx, templ, data, bytes), bytes, row);
+      store_by_host(column, index_, keep(ctx, column.templ, data, bytes), bytes,
+                    row);
     } else {
-      store_value(column.form, row + templ->mysql_col_offset, data, bytes,
-                  templ->mysql_length_bytes);
+      store_value(column.form, row + column.row_offset, data, bytes,
+                  column.length_bytes);
     }
-    if (templ->mysql_null_bit_mask != 0) set_not_null(row, templ);
+    set_not_null(row, column);
   }
 }
 
 // A column that the index does not hold reads as NULL, or its default.
 bool ParallelIndexReader::store_column(const Column_plan &column,
                                        const Ctx *ctx, byte *row) {
-  const mysql_row_templ_t *templ = column.templ;
   if (column.rec_field_no == ULINT_UNDEFINED) {
-    set_null(row, templ, prebuilt_->default_rec);
+    set_null(row, column, prebuilt_->default_rec);
     return true;
   }
   const dict_index_t *index = converts_clustered() ? clustered_index() : index_;
@@ -195,7 +202,7 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
   const byte *data = rec_get_nth_field_instant(
       ctx->rec_, ctx->offsets_, column.rec_field_no, index, &bytes);
   if (bytes == UNIV_SQL_NULL) {
-    set_null(row, templ, prebuilt_->default_rec);
+    set_null(row, column, prebuilt_->default_rec);
     return true;
   }
   const bool is_external =
@@ -205,15 +212,15 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
                         ctx->thread_ctx_->blob_heap_, &bytes);
     if (data == nullptr) return false;
   } else {
-    data = keep(ctx, templ, data, bytes);
+    data = keep(ctx, column.templ, data, bytes);
   }
   if (column.form == Stored_form::HOSTS) {
     store_by_host(column, index, data, bytes, row);
   } else {
-    store_value(column.form, row + templ->mysql_col_offset, data, bytes,
-                templ->mysql_length_bytes);
+    store_value(column.form, row + column.row_offset, data, bytes,
+                column.length_bytes);
   }
-  if (templ->mysql_null_bit_mask != 0) set_not_null(row, templ);
+  set_not_null(row, column);
   return true;
 }
 
@@ -221,11 +228,10 @@ void ParallelIndexReader::store_by_host(const Column_plan &column,
                                         const dict_index_t *index,
                                         const byte *data, ulint bytes,
                                         byte *row) const {
-  const mysql_row_templ_t *templ = column.templ;
   // For the host's debug checks.
   [[maybe_unused]] const ulint sec_field_no =
       converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
-  row_sel_field_store_in_mysql_format(row + templ->mysql_col_offset, templ,
+  row_sel_field_store_in_mysql_format(row + column.row_offset, column.templ,
                                       index, column.rec_field_no, data, bytes,
                                       sec_field_no);
 }

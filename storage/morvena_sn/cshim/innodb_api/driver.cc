@@ -17,6 +17,7 @@
 
 #include "common.h"
 #include "innodb_api.h"
+#include "innodb_api/scope.h"
 
 namespace {
 
@@ -58,10 +59,10 @@ class Worker_session {
   void *thd_;
 };
 
-void report(const std::vector<ThreadCtx *> &workers) {
-  for (const ThreadCtx *tctx : workers) {
-    std::cout << "thread(" << tctx->id_ << ") read tuples: " << tctx->n_read_
-              << std::endl;
+void report(const std::vector<ThreadCtx *> &workers, size_t n_threads) {
+  for (size_t id = 0; id < n_threads; ++id) {
+    const size_t n_read = id < workers.size() ? workers[id]->n_read_ : 0;
+    std::cout << "thread(" << id << ") read tuples: " << n_read << std::endl;
   }
 }
 
@@ -72,16 +73,25 @@ bool ParallelIndexReader::run(size_t n_threads) {
   index_s_lock();
   try {
     setup_ctx(threads.count());
-    parallel_read(threads.count());
+    // Waking workers takes longer than to read a page.
+    parallel_read(is_one_page() ? 0 : threads.count());
   } catch (...) {
     set_error(DB_OUT_OF_MEMORY);
     os_event_set(event_);
   }
   for (std::future<void> &worker : parallel_threads_) worker.wait();
-  if (threads.count() > 0) report(thread_ctxs_);
+  if (threads.count() > 0) report(thread_ctxs_, threads.count());
   const bool is_complete = get_error() == DB_SUCCESS;
   index_s_unlock();
   return is_complete;
+}
+
+// Under the read's latch, but others may add pages at any time.
+bool ParallelIndexReader::is_one_page() const {
+  Read_mtr mtr;
+  const buf_block_t *root = host::page_get_s_latched(
+      page_id_t(index_->space, index_->page), page_size_, mtr.start());
+  return page_is_leaf(buf_block_get_frame(root));
 }
 
 void ParallelIndexReader::parallel_read(size_t n_threads) {

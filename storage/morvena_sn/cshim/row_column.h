@@ -7,14 +7,14 @@
 */
 
 /**
-  @file innodb_api/row_column.h
-  One column of a batch's rows, and the values that are decoded here: the common
-  types, read as what they are. The server's Field decodes the rest, and costs a
-  few calls for each value.
+  @file row_column.h
+  One column of rows in the server's format, and the values that are decoded
+  here: the common types, read as what they are. The server's Field decodes the
+  rest, and costs a few calls for each value.
 */
 
-#ifndef MORVENA_SN_INNODB_API_ROW_COLUMN_H
-#define MORVENA_SN_INNODB_API_ROW_COLUMN_H
+#ifndef MORVENA_SN_ROW_COLUMN_H
+#define MORVENA_SN_ROW_COLUMN_H
 
 #include <cstdint>
 #include <cstring>
@@ -35,7 +35,7 @@ enum class Column_form : uint8_t {
   DATETIME,  // seconds in five bytes, most significant first, and a fraction
 };
 
-/** A column as the reads of a batch see it. */
+/** A column as typed reads see it. */
 struct Row_column {
   Row_column() = default;
   /** Of a column whose value lies at an offset of the row. */
@@ -61,7 +61,7 @@ struct Row_column {
   int32_t date(const uchar *row) const;
   int64_t datetime(const uchar *row) const;
 
-  Field *field_ = nullptr;  // null: the batch does not have the column
+  Field *field_ = nullptr;  // null: the column is not read
   uint32_t offset_ = 0;
   uint32_t null_byte_ = 0;
   uint8_t null_bit_ = 0;  // 0: never null
@@ -129,4 +129,4 @@ inline int64_t Row_column::datetime(const uchar *row) const {
   return datetime_of_packed(seconds * (1 << 24) + microsecond);
 }
 
-#endif  // MORVENA_SN_INNODB_API_ROW_COLUMN_H
+#endif  // MORVENA_SN_ROW_COLUMN_H

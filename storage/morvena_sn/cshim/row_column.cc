@@ -9,7 +9,7 @@
 // row_column: which columns are decoded without their Field.
 // In: a Field. Out: the form of its values, and what decoding them needs.
 
-#include "innodb_api/row_column.h"
+#include "row_column.h"
 
 #include <algorithm>
 
