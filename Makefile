@@ -13,7 +13,7 @@ export BUILD HOST_SOURCE HOST_BUILD HOST_MYSQLD
 folder := $(abspath $(BUILD))
 cmake := $(folder)/cmake
 
-.PHONY: all host build server stop demo test bench clean format help
+.PHONY: all host build server stop demo test soak bench clean format help
 .NOTPARALLEL:
 
 all: build
@@ -45,6 +45,10 @@ bench: host
 	@cmake --build $(cmake) --target bench_programs -- -j $(JOBS)
 	@bench/bench.sh
 
+# MINUTES, SEED: see tests/soak/soak.sh.
+soak: build
+	@BUILD=$(folder) tests/soak/soak.sh $(folder)/test/soak
+
 clean:
 	@test ! -d $(folder)/run || tools/server.sh stop
 	rm -rf $(folder)
@@ -57,6 +61,7 @@ help:
 	@echo 'make          fetch the host server, build $(BUILD)/plugin/morvena_sn.so'
 	@echo 'make host     fetch the host server only, into $(BUILD)/host'
 	@echo 'make test     build, then run all tests'
+	@echo 'make soak     read for MINUTES (10) while everything else goes wrong'
 	@echo 'make server   start a private server with the plug-in; make stop ends it'
 	@echo 'make demo     read real data through the plug-in, and compare with SQL'
 	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'

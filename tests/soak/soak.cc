@@ -1,0 +1,198 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file soak.cc
+  A plug-in that reads for minutes while everything else goes wrong:
+
+    CREATE FUNCTION morvena_soak RETURNS STRING SONAME 'morvena_soak.so';
+    SELECT morvena_soak('seconds=600 seed=7');        the closing table
+    SELECT morvena_soak('background seconds=600');    'started'
+
+  It starts and stops the reading functions itself. When the server shuts down
+  it ends its threads first.
+*/
+
+#include <malloc.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "common.h"
+#include "cursor.h"
+#include "innodb_api/pool.h"
+#include "my_thread.h"
+#include "mysql/plugin.h"
+#include "tables.h"
+#include "threads.h"
+#include "udf_text.h"
+
+namespace soak {
+namespace {
+
+std::mutex mu;
+bool stopping = false;           // under mu
+std::shared_ptr<World> running;  // under mu
+std::thread background;          // under mu
+std::mutex ended;                // held while a run is under way
+
+Settings parse(const std::string &text, bool *in_background) {
+  Settings settings;
+  std::istringstream words(text);
+  *in_background = false;
+  for (std::string word; words >> word;) {
+    const size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    if (name == "background") *in_background = true;
+    if (equals == std::string::npos) continue;
+    const auto value =
+        static_cast<uint32_t>(std::stoul(word.substr(equals + 1)));
+    if (name == "seconds") settings.seconds = value;
+    if (name == "seed") settings.seed = value;
+    if (name == "readers") settings.readers = value;
+    if (name == "writers") settings.writers = value;
+  }
+  return settings;
+}
+
+long resident_mb() {
+  long pages = 0, ignored = 0;
+  FILE *file = fopen("/proc/self/statm", "r");
+  if (file == nullptr) return 0;
+  if (fscanf(file, "%ld %ld", &ignored, &pages) != 2) pages = 0;
+  fclose(file);
+  return pages * 4096 / (1 << 20);
+}
+
+std::thread on_thread(std::function<void()> f) {
+  return std::thread([f] {
+    my_thread_init();
+    f();
+    my_thread_end();
+  });
+}
+
+std::string closing_table(const World &world, long mb_before) {
+  std::ostringstream text;
+  text << "soak: " << world.settings.seconds << " seconds, seed "
+       << world.settings.seed << ", " << world.settings.readers << " readers, "
+       << world.settings.writers << " writers\n"
+       << world.tally.table() << "sessions left "
+       << CommonApi::sessions_in_use() << "\nthreads left "
+       << ThreadBudget::s_active_threads << "\nmemory " << mb_before
+       << " MB before, " << resident_mb() << " MB after\n";
+  return text.str();
+}
+
+std::string run(World &world) {
+  const std::lock_guard<std::mutex> lock(ended);
+  make_tables();
+  const long mb_before = resident_mb();
+  std::vector<std::thread> threads;
+  for (uint32_t i = 0; i < world.settings.readers; ++i)
+    threads.push_back(on_thread([&world, i] { run_reader(world, i); }));
+  for (uint32_t i = 0; i < world.settings.writers; ++i)
+    threads.push_back(on_thread([&world, i] { run_writer(world, i); }));
+  threads.push_back(on_thread([&world] { run_definer(world); }));
+  threads.push_back(on_thread([&world] { run_killer(world); }));
+  world.pause(world.settings.seconds * 1000);
+  world.stop = true;
+  for (std::thread &thread : threads) thread.join();
+  return closing_table(world, mb_before);
+}
+
+// What the threads wait for, the server still does while this runs.
+void end_run() {
+  std::thread thread;
+  {
+    const std::lock_guard<std::mutex> lock(mu);
+    stopping = true;
+    if (running) running->stop = true;
+    thread = std::move(background);
+  }
+  if (thread.joinable()) thread.join();
+  const std::lock_guard<std::mutex> lock(ended);
+  deinit_common();
+}
+
+std::string guarded_run(const std::shared_ptr<World> &world) {
+  try {
+    return run(*world);
+  } catch (const std::exception &error) {
+    return std::string("soak: ") + error.what() + "\n";
+  }
+}
+
+std::string start(const std::string &text) {
+  bool in_background;
+  auto world = std::make_shared<World>();
+  world->settings = parse(text, &in_background);
+  {
+    const std::lock_guard<std::mutex> lock(mu);
+    if (stopping || background.joinable()) return "soak: not now\n";
+    running = world;
+    if (in_background) {
+      background = on_thread([world] {
+        fprintf(stderr, "%s", guarded_run(world).c_str());
+        fflush(stderr);
+      });
+      return "started";
+    }
+  }
+  return guarded_run(world);
+}
+
+int at_load(void *plugin) {
+  init_common();
+  register_shutdown_observer(plugin, end_run);
+  return 0;
+}
+
+st_mysql_daemon descriptor = {MYSQL_DAEMON_INTERFACE_VERSION};
+
+}  // namespace
+}  // namespace soak
+
+extern "C" {
+
+bool morvena_soak_init(UDF_INIT *init, UDF_ARGS *args, char *message) {
+  return harness::start_text_function(init, args, message);
+}
+
+void morvena_soak_deinit(UDF_INIT *init) { harness::end_text_function(init); }
+
+char *morvena_soak(UDF_INIT *init, UDF_ARGS *args, char *,
+                   unsigned long *length, unsigned char *, unsigned char *) {
+  return harness::answer(init, soak::start(harness::argument(args)), length);
+}
+
+}  // extern "C"
+
+mysql_declare_plugin(morvena_soak){
+    MYSQL_DAEMON_PLUGIN,
+    &soak::descriptor,
+    "morvena_soak",
+    "the morvena_sn authors",
+    "Reads under load, faults and misuse",
+    PLUGIN_LICENSE_GPL,
+    soak::at_load,
+    nullptr,  // check_uninstall
+    nullptr,  // deinit
+    0x0100,
+    nullptr,  // status variables
+    nullptr,  // system variables
+    nullptr,
+    PLUGIN_OPT_NO_UNINSTALL,
+} mysql_declare_plugin_end;

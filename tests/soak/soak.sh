@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Reads for minutes while everything else goes wrong, in a server of its own, and
+# prints the closing table. Fails on a difference, a crash or an unclean end.
+#   MINUTES=10 SEED=1 soak.sh DIR       READERS and WRITERS: how many threads
+# A seed repeats the choices that the threads make, not the moments.
+set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../server/lib.sh"
+run=$1
+seconds=${SECONDS_OF_RUN:-$((${MINUTES:-10} * 60))}
+settings="seconds=$seconds seed=${SEED:-1} readers=${READERS:-6}
+  writers=${WRITERS:-3}"
+
+server kill "$run" >/dev/null
+rm -rf "$run"
+mkdir -p "$run"
+trap 'server kill "$run" >/dev/null' EXIT
+mark_log "$run"
+# Opening a cursor waits for metadata as long as the server's setting says.
+server start "$run" -- "${fast_options[@]}" --lock-wait-timeout=3 >/dev/null ||
+  fail "the server did not start"
+sql "$run" "INSTALL PLUGIN morvena_soak SONAME 'morvena_soak.so';
+  CREATE FUNCTION morvena_soak RETURNS STRING SONAME 'morvena_soak.so'" ||
+  fail "the soak is not loaded"
+
+table=$(TIMEOUT=$((seconds + 300)) sql "$run" "SELECT morvena_soak('$settings')")
+code=$?
+printf '%s\n' "$table"
+if [[ $code != 0 ]]; then
+  log_since_mark "$run" | tail -n 100 >&2
+  fail "the run did not end; the log is $run/mysqld.err"
+fi
+stopping=$SECONDS
+server stop "$run" >/dev/null || fail "the server did not stop"
+echo "the server ended after $((SECONDS - stopping)) seconds"
+expect_clean_end "$run"
+for line in 'differences 0' 'sessions left 0' 'threads left 0'; do
+  grep -qx "$line" <<<"$table" || fail "not so: $line"
+done

@@ -1,0 +1,56 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file tally.h
+  What a run counts, and the table that it closes with.
+*/
+
+#ifndef MORVENA_SN_TESTS_SOAK_TALLY_H
+#define MORVENA_SN_TESTS_SOAK_TALLY_H
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace soak {
+
+/** How one read ended. */
+enum class Outcome { COMPLETE, STOPPED, KILLED, REFUSED, UNCHECKED };
+
+class Tally {
+ public:
+  /** A read of a kind that delivered rows. UNCHECKED: without a donor that
+      could be asked. */
+  void count_read(const std::string &kind, Outcome outcome, uint64_t rows);
+  /** Something else that happened. */
+  void count(const std::string &group, const std::string &what);
+  /** A result that is not the donor's, told in words. */
+  void report_difference(const std::string &text);
+  size_t differences() const;
+  /** All of it. */
+  std::string table() const;
+
+ private:
+  struct Reads {
+    uint64_t by_outcome[5] = {};
+    uint64_t rows = 0;
+  };
+  std::string reads_table() const;
+
+  mutable std::mutex mu_;
+  std::map<std::string, Reads> reads_;  // this and the following: under mu_
+  std::map<std::string, std::map<std::string, uint64_t>> events_;
+  std::vector<std::string> differences_;
+};
+
+}  // namespace soak
+
+#endif  // MORVENA_SN_TESTS_SOAK_TALLY_H
