@@ -201,6 +201,14 @@ TEST_F(Donor, UnknownRaisesAnErrorAndOpensAllTheSame) {
   EXPECT_EQ(cursor.ints(1), after);
 }
 
+// The handler looks at the session's error where it computes virtual columns.
+TEST_F(Donor, UnknownIsNoErrorOfTheRows) {
+  sql.exec("ALTER TABLE t ADD COLUMN doubled INT AS (v * 2) VIRTUAL");
+  Cursor cursor({.donor = 4000000000});
+  EXPECT_EQ(cursor.ints(1), before);
+  EXPECT_EQ(cursor.ints(2), (Ints{20, 40, 60}));
+}
+
 TEST_F(Donor, UnknownWithAnUnknownIndexReportsTheDonor) {
   Cursor cursor({.index = "nothing", .donor = 4000000000});
   EXPECT_FALSE(cursor.is_open());

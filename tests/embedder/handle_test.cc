@@ -69,6 +69,51 @@ TEST_F(Handle, AdvanceAfterAnEmptyRangeTellsTheEnd) {
   EXPECT_TRUE(cursor_advance(cursor.handle));
 }
 
+// The handler has no position then, and that of a partitioned table no
+// partition to step in.
+TEST_F(Handle, AdvanceAfterNoRowTellsTheEndInEveryKindOfRange) {
+  sql.exec(
+      "CREATE TABLE p (id INT PRIMARY KEY) PARTITION BY HASH (id)"
+      " PARTITIONS 3");
+  sql.exec("INSERT INTO p VALUES (1), (2), (3)");
+  const Keys none = Keys().number(9), low = Keys().number(-5);
+  const std::vector<Range> ranges{{none, none},
+                                  {none, none, true, true, true},
+                                  {none, {}},
+                                  {{}, low},
+                                  {{}, low, true, true, true}};
+  for (const char *table : {"t", "p"}) {
+    for (const uint32_t donor : {0U, 4000000000U}) {
+      for (const Range &range : ranges) {
+        Cursor cursor({.table = table, .donor = donor});
+        Cursor used({.table = table, .donor = donor});
+        EXPECT_TRUE(used.set_range());
+        EXPECT_FALSE(cursor.set_range(range));
+        EXPECT_FALSE(used.set_range(range));
+        for (int i = 0; i < 3; ++i) {
+          EXPECT_TRUE(cursor_advance(cursor.handle));
+          EXPECT_TRUE(cursor_advance(used.handle));
+        }
+      }
+    }
+  }
+}
+
+TEST_F(Handle, EndStaysTheEndInEveryKindOfRange) {
+  const Keys two = Keys().number(2);
+  const std::vector<Range> ranges{{two, two},
+                                  {two, {}},
+                                  {{}, two},
+                                  {.reverse = true},
+                                  {two, {}, false, true, true},
+                                  {{}, two, true, true, true}};
+  for (const Range &range : ranges) {
+    Cursor cursor;
+    EXPECT_GE(cursor.ints(0, range).size(), 1u);
+    for (int i = 0; i < 5; ++i) EXPECT_TRUE(cursor_advance(cursor.handle));
+  }
+}
+
 TEST_F(Handle, AdvanceWithoutARangeTellsTheEnd) {
   Cursor cursor;
   EXPECT_TRUE(cursor_advance(cursor.handle));

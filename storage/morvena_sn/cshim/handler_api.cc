@@ -148,5 +148,6 @@ uint32_t IndexCursor::get_col_fieldnr(const char *name) {
 
 void IndexCursor::set_readset(size_t ncols, const uint32_t *fields) {
   CommonApi::set_readset(table_, ncols, fields);
+  forget_row_columns();
   mark_key_columns(table(), key());
 }

@@ -80,6 +80,9 @@ class IndexCursor {
 
   key_range *make_bound(key_range *bound, const field_arg *arg,
                         ha_rkey_function flag);
+  bool can_be_read(const field_arg *arg) const;
+  bool find_row();
+  bool next_row();
   bool no_row(int error);
   int refresh_columns();
   /** The bytes of a bound's given parts, NULL ones included. */
@@ -88,14 +91,19 @@ class IndexCursor {
   int position_reverse();
   bool is_before_range();
   int find_key(const key_range *bound, ha_rkey_function flag);
+  bool was_read(unsigned int field_idx) const;
   const Row_column *column_with_value(unsigned int field_idx);
+  /** To be called when the columns that may be read change. */
+  void forget_row_columns() {
+    row_columns_.assign(row_columns_.size(), Row_column());
+  }
   TABLE *table() const { return static_cast<TABLE *>(table_); }
   const uchar *row() const { return table()->record[0]; }
   KEY *key() const { return static_cast<KEY *>(key_); }
 
   void *table_;
   void *key_;
-  bool positioned_ = false;
+  bool has_row_ = false;  // the row buffer holds a row of the range
   key_range rangebuf[2] = {};
   key_range *from_ = nullptr;
   key_range *end_ = nullptr;

@@ -23,13 +23,21 @@ Row_column column_of(Field *field) {
 
 }  // namespace
 
-// A column outside the read set holds what an earlier row left there, a pointer
-// to memory that is gone perhaps.
+// A column that was not read with the row holds what an earlier row left there,
+// a pointer to memory that is gone perhaps.
+bool IndexCursor::was_read(unsigned int field_idx) const {
+  if (!bitmap_is_set(table()->read_set, field_idx)) return false;
+  const auto *read = reinterpret_cast<const uchar *>(columns_read_.data());
+  return (read[field_idx / 8] & (1 << field_idx % 8)) != 0;
+}
+
 const Row_column *IndexCursor::column_with_value(unsigned int field_idx) {
-  if (field_idx >= row_columns_.size()) return nullptr;
-  if (!bitmap_is_set(table()->read_set, field_idx)) return nullptr;
+  if (!has_row_ || field_idx >= row_columns_.size()) return nullptr;
   Row_column &column = row_columns_[field_idx];
-  if (column.field_ == nullptr) column = column_of(table()->field[field_idx]);
+  if (column.field_ == nullptr) {
+    if (!was_read(field_idx)) return nullptr;
+    column = column_of(table()->field[field_idx]);
+  }
   return column.is_null(row()) ? nullptr : &column;
 }
 

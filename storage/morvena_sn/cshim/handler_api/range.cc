@@ -37,8 +37,8 @@ void store_value(Field *field, unsigned char type, const void *value,
       field->store(*static_cast<const double *>(value));
       break;
     case VALUE_BYTES:
-      field->store(static_cast<const char *>(value), static_cast<size_t>(bytes),
-                   &my_charset_bin);
+      field->store(value != nullptr ? static_cast<const char *>(value) : "",
+                   static_cast<size_t>(bytes), &my_charset_bin);
       break;
     case VALUE_TIME:
       host::store_time(field, *static_cast<const MYSQL_TIME *>(value));
@@ -54,6 +54,13 @@ void store_value(Field *field, unsigned char type, const void *value,
   }
 }
 
+// What can be known of a value without looking at it.
+bool is_given(const void *value, unsigned char type, int32_t bytes) {
+  if (value != nullptr || bytes < 0) return true;
+  if (type == VALUE_BYTES) return bytes == 0;
+  return type < VALUE_INT || type > VALUE_TIMESTAMP;
+}
+
 // Parts beyond the declared ones are ignored: the handler would take the bits
 // of those that InnoDB appends for parts of the image.
 key_part_map map_of_leading_parts(uint32_t n_parts, const KEY *key) {
@@ -63,13 +70,11 @@ key_part_map map_of_leading_parts(uint32_t n_parts, const KEY *key) {
 
 }  // namespace
 
-// The end of a range is silent. After any other error the handler's position is
-// not to be trusted, and the cursor asks it no more until the next range.
+// The end of a range is silent.
 bool IndexCursor::no_row(int error) {
   if (error == 0) return false;
   if (error != HA_ERR_END_OF_FILE && error != HA_ERR_KEY_NOT_FOUND) {
     std::cerr << "got error while scan index :" << error << std::endl;
-    positioned_ = false;
   }
   return true;
 }
@@ -101,6 +106,19 @@ size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
   return total;
 }
 
+bool IndexCursor::can_be_read(const field_arg *arg) const {
+  if (arg == nullptr || arg->num_arg == 0) return true;
+  if (arg->len == nullptr || arg->value == nullptr || arg->type == nullptr) {
+    return false;
+  }
+  const uint32_t n = std::min(arg->num_arg, key()->user_defined_key_parts);
+  for (uint32_t i = 0; i < n; ++i) {
+    const auto type = static_cast<unsigned char>(arg->type[i]);
+    if (!is_given(arg->value[i], type, arg->len[i])) return false;
+  }
+  return true;
+}
+
 // A bound of no parts bounds nothing; the handler cannot search for one.
 key_range *IndexCursor::make_bound(key_range *bound, const field_arg *arg,
                                    ha_rkey_function flag) {
@@ -127,6 +145,7 @@ int IndexCursor::refresh_columns() {
       std::equal(write_set, write_set + words, columns_read_.begin() + words)) {
     return 0;
   }
+  forget_row_columns();
   columns_read_.assign(read_set, read_set + words);
   columns_read_.insert(columns_read_.end(), write_set, write_set + words);
   // The handler looks by itself at the first read.
@@ -140,6 +159,8 @@ int IndexCursor::refresh_columns() {
 bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
                                  bool closed_begin, bool closed_end,
                                  bool reverse) {
+  has_row_ = false;
+  if (!can_be_read(begin) || !can_be_read(end)) return true;
   const ha_rkey_function closed_end_flag =
       reverse ? HA_READ_PREFIX_LAST_OR_PREV : HA_READ_KEY_OR_PREV;
   from_ = make_bound(&rangebuf[0], begin,
@@ -150,10 +171,18 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   equal_range_ = from_ != nullptr && end_ != nullptr &&
                  from_->length == end_->length &&
                  memcmp(from_->key, end_->key, from_->length) == 0;
-  positioned_ = true;
-  if (const int error = refresh_columns()) return no_row(error);
-  if (no_row(position())) return true;
-  return !equal_range_ && reverse_ && end_ != nullptr && is_before_range();
+  has_row_ = find_row();
+  return !has_row_;
+}
+
+// What was reported before, an unknown donor or a bound that the column does not
+// take, is no error of the rows, and the handler would take it for one where it
+// computes virtual columns.
+bool IndexCursor::find_row() {
+  table()->in_use->clear_error();
+  if (const int error = refresh_columns()) return !no_row(error);
+  if (no_row(position())) return false;
+  return equal_range_ || !reverse_ || end_ == nullptr || !is_before_range();
 }
 
 int IndexCursor::position() {
@@ -203,13 +232,19 @@ bool IndexCursor::is_before_range() {
   return order < 0 || (order == 0 && (from_->flag & 3) != 0);
 }
 
+// The handler is asked no more once the range has ended or failed: it may have
+// no position then, and steps from wherever it last was, or stops the server.
 bool IndexCursor::advance() {
-  if (!positioned_) return true;
+  if (has_row_) has_row_ = next_row();
+  return !has_row_;
+}
+
+bool IndexCursor::next_row() {
   handler *file = table()->file;
   uchar *row = table()->record[0];
   if (equal_range_) {
-    return no_row(file->ha_index_next_same(row, end_->key, end_->length));
+    return !no_row(file->ha_index_next_same(row, end_->key, end_->length));
   }
-  if (reverse_) return no_row(file->ha_index_prev(row)) || is_before_range();
-  return no_row(file->ha_read_range_next());
+  if (reverse_) return !no_row(file->ha_index_prev(row)) && !is_before_range();
+  return !no_row(file->ha_read_range_next());
 }
