@@ -35,14 +35,16 @@ struct IndexCursorWrapper final : CursorWrapper {
   std::shared_ptr<IndexCursor> cursor;
 };
 
-using Index_use = Handle_use<IndexCursorWrapper>;
+using Index_look = Handle_use<IndexCursorWrapper, Use::LOOK>;
+using Index_use = Handle_use<IndexCursorWrapper, Use::ALONE>;
+using Index_parallel_use = Handle_use<IndexCursorWrapper, Use::PARALLEL>;
 using Names = std::vector<const char *>;
 
 // Fills names through the cursor; none for a handle that is not open.
 template <class List>
 Names names_of(uintptr_t handle, List list) {
   Names names;
-  const Index_use use(handle);
+  const Index_look use(handle);
   if (use) list(use->cursor.get(), names);
   return names;
 }
@@ -57,9 +59,10 @@ void list_key(IndexCursor *cursor, Names &names) {
 
 // A typed read of the current row. The conversions of some types look at the
 // thread's session.
-template <class Read>
-bool read_field(uintptr_t handle, Read read) {
-  const Index_use use(handle);
+template <class Read, class... Outputs>
+bool read_field(uintptr_t handle, Read read, Outputs *...outputs) {
+  if (((outputs == nullptr) || ...)) return true;
+  const Value_use<IndexCursorWrapper> use(handle);
   if (!use) return true;
   if (current_thd == nullptr) CommonApi::thd_attach(use->thd, nullptr);
   return guarded(true, [&] { return read(use->cursor.get()); });
@@ -96,12 +99,13 @@ uint64_t cursor_idx_col_num(uintptr_t cursor) {
 }
 
 uint64_t cursor_idx_user_col_num(uintptr_t cursor) {
-  const Index_use use(cursor);
+  const Index_look use(cursor);
   if (!use) return 0;
   return static_cast<uint64_t>(use->cursor->get_key_user_cols());
 }
 
 void cursor_output_col_names(uintptr_t cursor, const char **names) {
+  if (names == nullptr) return;
   guarded(false, [&] {
     const Names found = names_of(cursor, list_output);
     std::copy(found.begin(), found.end(), names);
@@ -110,6 +114,7 @@ void cursor_output_col_names(uintptr_t cursor, const char **names) {
 }
 
 void cursor_idx_col_names(uintptr_t cursor, const char **names) {
+  if (names == nullptr) return;
   guarded(false, [&] {
     const Names found = names_of(cursor, list_key);
     std::copy(found.begin(), found.end(), names);
@@ -118,7 +123,7 @@ void cursor_idx_col_names(uintptr_t cursor, const char **names) {
 }
 
 uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name) {
-  const Index_use use(cursor);
+  const Index_look use(cursor);
   if (!use || name == nullptr) return 0;
   return use->cursor->get_col_fieldnr(name);
 }
@@ -136,6 +141,7 @@ bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
 }
 
 void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields) {
+  if (ncols > 0 && fields == nullptr) return;
   const Index_use use(cursor);
   if (use) use->cursor->set_readset(ncols, fields);
 }
@@ -153,7 +159,7 @@ bool cursor_advance(uintptr_t cursor) {
 
 bool cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
                              Parallel_load_func fn, void *argument) {
-  const Index_use use(cursor);
+  const Index_parallel_use use(cursor);
   if (!use || fn == nullptr) return false;
   CommonApi::thd_attach(use->thd, nullptr);
   return guarded(false, [&] {
@@ -163,50 +169,57 @@ bool cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
 
 bool cursor_read_field_int(uintptr_t cursor, unsigned int field_idx,
                            long long *val) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_int(field_idx, val);
-  });
+  return read_field(
+      cursor, [&](IndexCursor *c) { return c->read_field_int(field_idx, val); },
+      val);
 }
 
 bool cursor_read_field_real(uintptr_t cursor, unsigned int field_idx,
                             double *val) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_real(field_idx, val);
-  });
+  return read_field(
+      cursor,
+      [&](IndexCursor *c) { return c->read_field_real(field_idx, val); }, val);
 }
 
 bool cursor_read_field_str(uintptr_t cursor, unsigned int field_idx, char **str,
                            size_t *size) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_str(field_idx, str, size);
-  });
+  return read_field(
+      cursor,
+      [&](IndexCursor *c) { return c->read_field_str(field_idx, str, size); },
+      str, size);
 }
 
 bool cursor_read_field_decimal(uintptr_t cursor, unsigned int field_idx,
                                bool *neg, int32_t *intg, int32_t *frac,
                                int32_t **data) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_decimal(field_idx, neg, intg, frac, data);
-  });
+  return read_field(
+      cursor,
+      [&](IndexCursor *c) {
+        return c->read_field_decimal(field_idx, neg, intg, frac, data);
+      },
+      neg, intg, frac, data);
 }
 
 bool cursor_read_field_date(uintptr_t cursor, unsigned int field_idx,
                             int32_t *time) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_date(field_idx, time);
-  });
+  return read_field(
+      cursor,
+      [&](IndexCursor *c) { return c->read_field_date(field_idx, time); },
+      time);
 }
 
 bool cursor_read_field_time(uintptr_t cursor, unsigned int field_idx,
                             int64_t *time) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_time(field_idx, time);
-  });
+  return read_field(
+      cursor,
+      [&](IndexCursor *c) { return c->read_field_time(field_idx, time); },
+      time);
 }
 
 bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
                                 int64_t *time) {
-  return read_field(cursor, [&](IndexCursor *c) {
-    return c->read_field_datetime(field_idx, time);
-  });
+  return read_field(
+      cursor,
+      [&](IndexCursor *c) { return c->read_field_datetime(field_idx, time); },
+      time);
 }

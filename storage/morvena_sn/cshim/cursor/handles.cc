@@ -26,7 +26,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// How long the closing at shutdown waits for a call to return.
+// How long the closing at shutdown waits for calls to return.
 constexpr auto call_limit = 5s;
 // Longer than any store stays in a processor's buffer.
 constexpr auto store_visible_after = 10ms;
@@ -62,9 +62,10 @@ void release(CursorWrapper *wrapper) {
   CommonApi::close_thd(wrapper->thd);
 }
 
-bool wait_for_call(const CursorWrapper *wrapper) {
+bool wait_for_calls(const CursorWrapper *wrapper) {
   const auto give_up = std::chrono::steady_clock::now() + call_limit;
-  while (wrapper->in_call.load(std::memory_order_acquire)) {
+  while (wrapper->inside != 0 ||
+         wrapper->reads_value.load(std::memory_order_acquire)) {
     if (std::chrono::steady_clock::now() > give_up) return false;
     std::this_thread::sleep_for(1ms);
   }
@@ -89,7 +90,7 @@ void close_leftover_handles() {
   if (ours.empty()) return;
   pass_barrier_in_every_thread();
   for (CursorWrapper *wrapper : ours) {
-    if (wait_for_call(wrapper)) release(wrapper);
+    if (wait_for_calls(wrapper)) release(wrapper);
   }
 }
 

@@ -24,14 +24,25 @@
 
 enum class Handle_kind : uint32_t { INDEX_CURSOR = 0x1dcc, SEQSCAN = 0x5eca };
 
+/** What a call does with a handle. */
+enum class Use : uint32_t {
+  LOOK = 1,            // at what stays the same while the handle is open
+  PARALLEL = 1 << 30,  // read in parallel: others may look meanwhile
+  ALONE = 1U << 31     // move, set or close: nobody else is inside
+};
+
 /**
   The part that all wrappers share. It owns its session and, through it, the
   locked table.
 
-  A call and the closing at shutdown agree without a lock: the call raises
-  in_call and then looks at open; the closing clears open, has every thread pass
-  a memory barrier, and then waits for in_call. Whichever comes second sees the
-  other. The call pays two plain stores.
+  A call enters before it looks at anything else; one that finds others inside
+  with whom it cannot be answers with its failure result. The closing at
+  shutdown clears open and then waits for whoever is inside: whichever comes
+  second sees the other.
+
+  Typed reads, of which there are many to a row, only raise reads_value, a plain
+  store, and look whether anybody is inside. For them the closing has every
+  thread pass a memory barrier. They are no obstacle to each other.
 */
 struct CursorWrapper {
   CursorWrapper(Handle_kind handle_kind, void *session, void *open_table)
@@ -40,12 +51,41 @@ struct CursorWrapper {
   /** Destroy the cursor; its session is attached. */
   virtual void drop_cursor() = 0;
 
+  /** @return whether a call may go on. */
+  bool enter(Use use);
+  void leave(Use use);
+
   void *thd;
   void *table;
   const Handle_kind kind;
-  std::atomic<bool> open{true};      // cleared once, by whoever closes
-  std::atomic<bool> in_call{false};  // release at the end of a call
+  std::atomic<bool> open{true};          // cleared once, by whoever closes
+  std::atomic<uint32_t> inside{0};       // sum of the uses
+  std::atomic<bool> reads_value{false};  // release at the end of a typed read
 };
+
+inline bool CursorWrapper::enter(Use use) {
+  const auto mine = static_cast<uint32_t>(use);
+  uint32_t others = 0;
+  if (use != Use::LOOK) {
+    if (!inside.compare_exchange_strong(others, mine)) return false;
+  } else {
+    do {
+      if ((others & static_cast<uint32_t>(Use::ALONE)) != 0) return false;
+    } while (!inside.compare_exchange_weak(others, others + mine));
+  }
+  if (open && !reads_value.load(std::memory_order_relaxed)) return true;
+  leave(use);
+  return false;
+}
+
+inline void CursorWrapper::leave(Use use) {
+  // Nobody enters beside a call that is alone.
+  if (use == Use::ALONE) {
+    inside.store(0, std::memory_order_release);
+  } else {
+    inside.fetch_sub(static_cast<uint32_t>(use));
+  }
+}
 
 /** List an open wrapper. May throw std::bad_alloc. */
 void list_handle(CursorWrapper *wrapper);
@@ -54,27 +94,25 @@ void list_handle(CursorWrapper *wrapper);
     already */
 bool close_handle(CursorWrapper *wrapper);
 
-/** The use of a handle for the length of a call; false for one that is null,
-    closed or of another kind. */
+/** A handle's wrapper; null for a null handle and one of another kind. */
 template <class Wrapper>
+Wrapper *wrapper_of(uintptr_t handle) {
+  auto *head = reinterpret_cast<CursorWrapper *>(handle);
+  if (head == nullptr || head->kind != Wrapper::handle_kind) return nullptr;
+  return static_cast<Wrapper *>(head);
+}
+
+/** The use of a handle for the length of a call; false for one that is null,
+    closed, of another kind or used by another call. */
+template <class Wrapper, Use use>
 class Handle_use {
  public:
-  explicit Handle_use(uintptr_t handle) {
-    auto *head = reinterpret_cast<CursorWrapper *>(handle);
-    if (head == nullptr) return;
-    was_in_call_ = head->in_call.load(std::memory_order_relaxed);
-    head->in_call.store(true, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (head->open.load(std::memory_order_acquire) &&
-        head->kind == Wrapper::handle_kind) {
-      wrapper_ = static_cast<Wrapper *>(head);
-    } else {
-      head->in_call.store(was_in_call_, std::memory_order_release);
-    }
+  explicit Handle_use(uintptr_t handle)
+      : wrapper_(wrapper_of<Wrapper>(handle)) {
+    if (wrapper_ != nullptr && !wrapper_->enter(use)) wrapper_ = nullptr;
   }
   ~Handle_use() {
-    if (wrapper_ == nullptr) return;
-    wrapper_->in_call.store(was_in_call_, std::memory_order_release);
+    if (wrapper_ != nullptr) wrapper_->leave(use);
   }
   Handle_use(const Handle_use &) = delete;
   Handle_use &operator=(const Handle_use &) = delete;
@@ -84,8 +122,36 @@ class Handle_use {
   Wrapper *get() const { return wrapper_; }
 
  private:
-  Wrapper *wrapper_ = nullptr;
-  bool was_in_call_ = false;
+  Wrapper *wrapper_;
+};
+
+/** The same for a typed read. */
+template <class Wrapper>
+class Value_use {
+ public:
+  explicit Value_use(uintptr_t handle) : wrapper_(wrapper_of<Wrapper>(handle)) {
+    if (wrapper_ == nullptr) return;
+    wrapper_->reads_value.store(true, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (wrapper_->open.load(std::memory_order_acquire) &&
+        wrapper_->inside.load(std::memory_order_acquire) == 0) {
+      return;
+    }
+    wrapper_->reads_value.store(false, std::memory_order_release);
+    wrapper_ = nullptr;
+  }
+  ~Value_use() {
+    if (wrapper_ == nullptr) return;
+    wrapper_->reads_value.store(false, std::memory_order_release);
+  }
+  Value_use(const Value_use &) = delete;
+  Value_use &operator=(const Value_use &) = delete;
+
+  explicit operator bool() const { return wrapper_ != nullptr; }
+  Wrapper *operator->() const { return wrapper_; }
+
+ private:
+  Wrapper *wrapper_;
 };
 
 #endif  // MORVENA_SN_CURSOR_HANDLES_H

@@ -32,16 +32,23 @@ struct SeqCursorWrapper final : CursorWrapper {
   std::shared_ptr<SeqScanCursor> cursor;
 };
 
-using Scan_use = Handle_use<SeqCursorWrapper>;
+using Scan_look = Handle_use<SeqCursorWrapper, Use::LOOK>;
+using Scan_use = Handle_use<SeqCursorWrapper, Use::ALONE>;
+using Scan_parallel_use = Handle_use<SeqCursorWrapper, Use::PARALLEL>;
 
 std::vector<const char *> names_of(uintptr_t handle) {
   std::vector<const char *> names;
-  const Scan_use use(handle);
+  const Scan_look use(handle);
   if (use) use->cursor->get_col_names(names);
   return names;
 }
 
 ThreadCtx *batch(uintptr_t ctx) { return reinterpret_cast<ThreadCtx *>(ctx); }
+
+template <class... Outputs>
+bool can_be_read(uintptr_t ctx, Outputs *...outputs) {
+  return ctx != 0 && ((outputs != nullptr) && ...);
+}
 
 }  // namespace
 
@@ -67,6 +74,7 @@ uint64_t seqscan_cursor_output_col_num(uintptr_t cursor) {
 }
 
 void seqscan_cursor_output_col_names(uintptr_t cursor, const char **names) {
+  if (names == nullptr) return;
   guarded(false, [&] {
     const std::vector<const char *> found = names_of(cursor);
     std::copy(found.begin(), found.end(), names);
@@ -76,13 +84,14 @@ void seqscan_cursor_output_col_names(uintptr_t cursor, const char **names) {
 
 void seqscan_cursor_set_readset(uintptr_t cursor, size_t ncols,
                                 uint32_t *fields) {
+  if (ncols > 0 && fields == nullptr) return;
   const Scan_use use(cursor);
   if (use) use->cursor->set_readset(ncols, fields);
 }
 
 bool seqscan_cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
                                      Parallel_load_func fn, void *argument) {
-  const Scan_use use(cursor);
+  const Scan_parallel_use use(cursor);
   if (!use || fn == nullptr) return false;
   CommonApi::thd_attach(use->thd, nullptr);
   return guarded(false, [&] {
@@ -96,43 +105,46 @@ uint64_t pread_n_tuples(uintptr_t ctx) {
 
 bool pread_field_int(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                      long long *val) {
-  return ctx == 0 ||
+  return !can_be_read(ctx, val) ||
          ParallelIndexReader::read_field_int(batch(ctx), field_idx, nr, val);
 }
 
 bool pread_field_real(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                       double *val) {
-  return ctx == 0 ||
+  return !can_be_read(ctx, val) ||
          ParallelIndexReader::read_field_real(batch(ctx), field_idx, nr, val);
 }
 
 bool pread_field_str(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                      char **str, size_t *size) {
-  return ctx == 0 || ParallelIndexReader::read_field_str(batch(ctx), field_idx,
-                                                         nr, str, size);
+  return !can_be_read(ctx, str, size) ||
+         ParallelIndexReader::read_field_str(batch(ctx), field_idx, nr, str,
+                                             size);
 }
 
 bool pread_field_decimal(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                          bool *neg, int32_t *intg, int32_t *frac,
                          int32_t **data) {
-  return ctx == 0 || ParallelIndexReader::read_field_decimal(
-                         batch(ctx), field_idx, nr, neg, intg, frac, data);
+  return !can_be_read(ctx, neg, intg, frac, data) ||
+         ParallelIndexReader::read_field_decimal(batch(ctx), field_idx, nr, neg,
+                                                 intg, frac, data);
 }
 
 bool pread_field_date(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                       int32_t *date) {
-  return ctx == 0 ||
+  return !can_be_read(ctx, date) ||
          ParallelIndexReader::read_field_date(batch(ctx), field_idx, nr, date);
 }
 
 bool pread_field_time(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                       int64_t *time) {
-  return ctx == 0 ||
+  return !can_be_read(ctx, time) ||
          ParallelIndexReader::read_field_time(batch(ctx), field_idx, nr, time);
 }
 
 bool pread_field_datetime(uintptr_t ctx, unsigned int field_idx,
                           unsigned int nr, int64_t *datetime) {
-  return ctx == 0 || ParallelIndexReader::read_field_datetime(
-                         batch(ctx), field_idx, nr, datetime);
+  return !can_be_read(ctx, datetime) ||
+         ParallelIndexReader::read_field_datetime(batch(ctx), field_idx, nr,
+                                                  datetime);
 }
