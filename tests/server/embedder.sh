@@ -31,7 +31,7 @@ restart() {
 case_() {
   local answer code seconds=100
   # Cases that were asked to repeat themselves longer.
-  [[ -z ${ROUNDS-}${READS-} ]] || seconds=7000
+  [[ -z ${ROUNDS-}${READS-}${CALLS-} ]] || seconds=7000
   server status "$run" >/dev/null || restart
   mark_log "$run"
   answer=$(TIMEOUT=$seconds sql "$run" "SELECT morvena_test('$1')" 2>&1)

@@ -103,6 +103,8 @@ class Connection {
   bool is_alive() { return client_ && attempt("DO 1").error == 0; }
 
  private:
+  bool may_be_killed() const;
+
   World &world_;
   const std::string role_;
   std::unique_ptr<Client> client_;
