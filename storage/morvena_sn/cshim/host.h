@@ -25,6 +25,7 @@
 #include "my_sys.h"
 #include "my_thread.h"
 #include "my_time.h"
+#include "myisampack.h"
 #include "mysql/plugin.h"
 #include "mysql_com.h"
 #include "mysqld_error.h"
