@@ -64,8 +64,6 @@ class Bound {
 
 /** The current row of an index cursor. */
 struct Cursor_row {
-  using Date = int32_t;
-
   bool integer(uint32_t field, long long *value) const {
     return cursor_read_field_int(cursor, field, value);
   }
@@ -89,8 +87,6 @@ struct Cursor_row {
 
 /** A row of a parallel read's batch. */
 struct Batch_row {
-  using Date = int32_t;
-
   bool integer(uint32_t field, long long *value) const {
     return pread_field_int(batch, field, nr, value);
   }

@@ -99,7 +99,6 @@ Answer handler_loop(const Request &request) {
     else
       read_range(request, session.table(), fields, &totals, &answer.rows);
   }
-  totals.unpack_latest(Field_row::final_value);
   answer.ns = watch.ns();
   answer.totals = totals.texts();
   return answer;

@@ -126,7 +126,6 @@ Answer handler_parallel_scan(const Request &request) {
       totals.join(slot->totals);
     }
   }
-  totals.unpack_latest(Field_row::final_value);
   answer.ns = watch.ns();
   answer.totals = totals.texts();
   return answer;

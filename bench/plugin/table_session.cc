@@ -8,8 +8,6 @@
 
 #include "table_session.h"
 
-#include "field_value.h"
-
 namespace bench {
 
 namespace {
@@ -50,18 +48,6 @@ std::vector<uint32_t> Table_session::read(
     fields.push_back(find(table_, column.name)->field_index());
   CommonApi::set_readset(table_, fields.size(), fields.data());
   return fields;
-}
-
-Wide Field_row::final_value(Type type, Wide packed) {
-  MYSQL_TIME value;
-  TIME_from_longlong_datetime_packed(&value, static_cast<longlong>(packed));
-  const int64_t days = days_since_epoch(static_cast<int32_t>(value.year),
-                                        static_cast<int32_t>(value.month),
-                                        static_cast<int32_t>(value.day));
-  if (type == Type::date) return days;
-  return days * USECS_PER_DAY +
-         mysql_time2time(value.hour, value.minute, value.second,
-                         static_cast<int64_t>(value.second_part), false);
 }
 
 }  // namespace bench

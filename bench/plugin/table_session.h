@@ -21,6 +21,7 @@
 
 #include "common.h"
 #include "contender.h"
+#include "field_value.h"
 #include "host.h"
 
 namespace bench {
@@ -43,12 +44,10 @@ class Table_session {
   TABLE *table_ = nullptr;
 };
 
-/** Values as the server's Field objects give them. Dates and datetimes stay
-    packed, as in the server's own MAX(): final_value() unpacks the latest. */
+/** Values as the server's Field objects give them, dates and datetimes in the
+    form that this system gives: so that both sides do the same work. */
 class Field_row {
  public:
-  using Date = int64_t;
-
   explicit Field_row(Field *const *fields) : fields_(fields) {}
 
   bool integer(uint32_t field, long long *value) const {
@@ -66,13 +65,15 @@ class Field_row {
     *words = value->buf;
     return false;
   }
-  bool date(uint32_t field, int64_t *packed) const {
+  bool date(uint32_t field, int32_t *days) const {
     if (fields_[field]->is_null()) return true;
-    *packed = fields_[field]->val_date_temporal();
+    *days = field_value::to_date(fields_[field]);
     return false;
   }
-  bool datetime(uint32_t field, int64_t *packed) const {
-    return date(field, packed);
+  bool datetime(uint32_t field, int64_t *usecs) const {
+    if (fields_[field]->is_null()) return true;
+    *usecs = field_value::to_datetime(fields_[field]);
+    return false;
   }
   bool string(uint32_t field, char **bytes, size_t *size) const {
     if (fields_[field]->is_null()) return true;
@@ -81,8 +82,6 @@ class Field_row {
     *size = value->length();
     return false;
   }
-
-  static Wide final_value(Type type, Wide packed);
 
  private:
   Field *const *fields_;

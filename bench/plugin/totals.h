@@ -66,7 +66,7 @@ inline void add_value(const Row &row, uint32_t field, Wide *total) {
     if (!row.decimal(field, &negative, &intg, &frac, &words))
       *total += billionths_of(negative, intg, frac, words);
   } else if constexpr (type == Type::date) {
-    typename Row::Date days;
+    int32_t days;
     if (!row.date(field, &days)) *total = std::max<Wide>(*total, days);
   } else if constexpr (type == Type::datetime) {
     int64_t usecs;
@@ -109,13 +109,6 @@ class Totals {
     for (size_t i = 0; i < totals_.size(); ++i)
       totals_[i] = is_latest(types_[i]) ? std::max(totals_[i], other.totals_[i])
                                         : totals_[i] + other.totals_[i];
-  }
-
-  /** Replaces the latest dates and datetimes by what they stand for. */
-  template <class F>
-  void unpack_latest(F f) {
-    for (size_t i = 0; i < totals_.size(); ++i)
-      if (is_latest(types_[i])) totals_[i] = f(types_[i], totals_[i]);
   }
 
   std::vector<std::string> texts() const {
