@@ -87,6 +87,6 @@ trap finish EXIT
 start_server
 
 PYTHONDONTWRITEBYTECODE=1 "$python" -u "$here/run.py" --client "$client" \
-  --socket "$(server socket)" --server-pid "$(cat "$run/started")" \
+  --socket "$(server socket)" --server-pid "$(cat "$run/mysqld.pid")" \
   --folder "$folder" --rounds "${ROUNDS:-7}" ${ONLY:+--only "$ONLY"} \
   ${DOCS:+--docs "$repo/docs/performance.md"}

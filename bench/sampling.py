@@ -7,6 +7,7 @@ import subprocess
 
 SECONDS = 3
 PER_SECOND = 2000
+ATTEMPTS = 4
 
 
 def why_not(folder):
@@ -36,18 +37,26 @@ def shorten(symbol):
     return symbol.partition("(")[0] or symbol
 
 
-def sample(client, contender, pid, folder):
-    """(share, module, function) of the contender, the largest first."""
-    data = os.path.join(folder, "perf.data")
+def record(client, contender, pid, data):
     command = ["perf", "record", "-q", "-e", "cpu-clock", "-F", str(PER_SECOND)]
     command += ["-p", str(pid), "-o", data, "--", "sleep", str(SECONDS)]
     with subprocess.Popen(command, stderr=subprocess.DEVNULL) as perf:
         while perf.poll() is None:
             contender.measure(client)
+
+
+def sample(client, contender, pid, folder):
+    """(share, module, function) of the contender, the largest first; empty when
+    perf cannot make sense of its own samples, which happens now and then."""
+    data = os.path.join(folder, "perf.data")
     shares = {}
-    for share, module, symbol in report_of(data):
-        key = ("kernel", "") if module == "kernel" else (module, shorten(symbol))
-        shares[key] = shares.get(key, 0) + share
+    for _ in range(ATTEMPTS):
+        record(client, contender, pid, data)
+        for share, module, symbol in report_of(data):
+            name = "" if module == "kernel" else shorten(symbol)
+            shares[module, name] = shares.get((module, name), 0) + share
+        if shares:
+            break
     for name in (data, data + ".old"):
         if os.path.exists(name):
             os.remove(name)
