@@ -141,10 +141,10 @@ def machine_table(facts):
 class Report:
     """Everything that a run has found."""
 
-    def __init__(self, facts, rows, groups, results, profiles, why_no_profile):
+    def __init__(self, facts, rows, groups, results, profiles, remarks):
         self.facts, self.rows = facts, rows
         self.groups, self.results = groups, results
-        self.profiles, self.why_no_profile = profiles, why_no_profile
+        self.profiles, self.remarks = profiles, remarks
 
     def sections(self):
         """(title, table); the first is the table of goals."""
@@ -157,26 +157,26 @@ class Report:
         yield "Machine", machine_table(self.facts)
 
     def text(self):
-        lines = []
+        lines = [""] if self.remarks else []
+        lines += self.remarks
         for title, table in self.sections():
             body = table[1:] if table[0] == ["", ""] else table
             lines += ["", title, *("  " + line for line in aligned(body))]
-        if self.why_no_profile:
-            lines += ["", f"No profile: {self.why_no_profile}"]
         return "\n".join(lines) + "\n"
 
     def markdown(self):
         lines = []
+        for remark in self.remarks:
+            lines += ["", f"**{remark}**"]
         for title, table in self.sections():
             lines += ["", f"### {title}", "", *markdown(table)]
-        if self.why_no_profile:
-            lines += ["", f"No profile: {self.why_no_profile}."]
         return "\n".join(lines) + "\n"
 
     def json(self):
         return json.dumps(
             {
                 "machine": self.facts,
+                "remarks": self.remarks,
                 "lines": self.rows,
                 "groups": {
                     key: {

@@ -21,6 +21,8 @@ import tables
 from client import Client
 from measure import Comparison, run_group
 
+QUIET = 0.1  # cores that others may keep busy
+
 # The contenders whose time is sampled, by group.
 SAMPLED = [
     ("one", "ours"),
@@ -106,6 +108,48 @@ def write_plot(options, found):
     say(f"plot: {path}")
 
 
+def remarks_of(cores, why_no_profile):
+    remarks = []
+    if cores > QUIET:
+        remarks.append(
+            f"Others kept {cores:.2f} cores busy meanwhile: these figures are"
+            " not to be trusted, those of two threads least."
+        )
+    if why_no_profile is not None:
+        remarks.append(f"No profile: {why_no_profile}.")
+    return remarks
+
+
+def chosen_groups(options):
+    groups = lines.groups()
+    if options.only:
+        groups = {key: groups[key] for key in options.only.split(",")}
+    return groups
+
+
+def find_out(options, client, facts):
+    """Everything that is measured, as a report, and the mismatches."""
+    groups = chosen_groups(options)
+    pids = (options.server_pid, client.process.pid, os.getpid())
+    others = machine.Others(time.monotonic, pids)
+    results, mismatches = measure(options, client, groups)
+    memories = [] if options.only else memory.measure(client, options.rounds)
+    cores = others.cores()
+    facts["cores that others kept busy"] = f"{cores:.2f}"
+    facts["server"] = "MySQL " + client.run("SELECT VERSION()")[0]
+    facts["rounds"] = f"{options.rounds} after 1 to warm up"
+    profiles, why_not = profile(options, client, groups)
+    comparisons = [
+        Comparison(line, results[line.group])
+        for line in lines.lines()
+        if line.group in results
+    ]
+    rows = report.rows_of(comparisons, memories)
+    remarks = remarks_of(cores, why_not)
+    found = report.Report(facts, rows, groups, results, profiles, remarks)
+    return found, mismatches
+
+
 def main():
     options = arguments()
     client = Client(options.client, options.socket)
@@ -113,30 +157,11 @@ def main():
     facts["load at the start"] = str(machine.load()[0])
     say("; ".join(f"{name}: {value}" for name, value in facts.items()))
     prepare(options, client)
-
-    groups = lines.groups()
-    if options.only:
-        groups = {key: groups[key] for key in options.only.split(",")}
-    pids = (options.server_pid, client.process.pid, os.getpid())
-    others = machine.Others(time.monotonic, pids)
-    results, mismatches = measure(options, client, groups)
-    memories = [] if options.only else memory.measure(client, options.rounds)
-    facts["cores that others kept busy"] = f"{others.cores():.2f}"
-    facts["server"] = "MySQL " + client.run("SELECT VERSION()")[0]
-    facts["rounds"] = f"{options.rounds} after 1 to warm up"
-    profiles, why_no_profile = profile(options, client, groups)
-
-    comparisons = [
-        Comparison(line, results[line.group])
-        for line in lines.lines()
-        if line.group in results
-    ]
-    rows = report.rows_of(comparisons, memories)
-    found = report.Report(facts, rows, groups, results, profiles, why_no_profile)
+    found, mismatches = find_out(options, client, facts)
     client.close()
     write(f"{options.folder}/figures.txt", found.text())
     write(f"{options.folder}/results.json", found.json())
-    print(found.text())
+    print(found.text(), flush=True)
     write_plot(options, found)
     if options.docs:
         report.write_docs(options.docs, found.markdown())
