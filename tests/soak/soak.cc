@@ -14,8 +14,9 @@
     SELECT morvena_soak('seconds=600 seed=7');        the closing table
     SELECT morvena_soak('background seconds=600');    'started'
 
-  It starts and stops the reading functions itself. When the server shuts down
-  it ends its threads first.
+  When the server shuts down it ends its threads first. With the word 'careless'
+  it has nobody tell it of the shutdown: its cursors are taken away from it, and
+  it ends its threads when it is unloaded.
 */
 
 #include <malloc.h>
@@ -48,14 +49,23 @@ std::shared_ptr<World> running;  // under mu
 std::thread background;          // under mu
 std::mutex ended;                // held while a run is under way
 
-Settings parse(const std::string &text, bool *in_background) {
+void *plugin_handle;
+
+/** How to run. */
+struct Manners {
+  bool in_background = false;
+  bool careless = false;
+};
+
+Settings parse(const std::string &text, Manners *manners) {
   Settings settings;
   std::istringstream words(text);
-  *in_background = false;
   for (std::string word; words >> word;) {
     const size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
-    if (name == "background") *in_background = true;
+    if (name == "background") manners->in_background = true;
+    if (name == "careless") manners->careless = true;
+    if (name == "unbuilt") settings.builds_indexes = false;
     if (equals == std::string::npos) continue;
     const auto value =
         static_cast<uint32_t>(std::stoul(word.substr(equals + 1)));
@@ -113,8 +123,7 @@ std::string run(World &world) {
   return closing_table(world, mb_before);
 }
 
-// What the threads wait for, the server still does while this runs.
-void end_run() {
+void end_threads() {
   std::thread thread;
   {
     const std::lock_guard<std::mutex> lock(mu);
@@ -124,6 +133,11 @@ void end_run() {
   }
   if (thread.joinable()) thread.join();
   const std::lock_guard<std::mutex> lock(ended);
+}
+
+// What the threads wait for, the server still does while this runs.
+void clean_up() {
+  end_threads();
   deinit_common();
 }
 
@@ -136,14 +150,16 @@ std::string guarded_run(const std::shared_ptr<World> &world) {
 }
 
 std::string start(const std::string &text) {
-  bool in_background;
+  Manners manners;
   auto world = std::make_shared<World>();
-  world->settings = parse(text, &in_background);
+  world->settings = parse(text, &manners);
   {
     const std::lock_guard<std::mutex> lock(mu);
     if (stopping || background.joinable()) return "soak: not now\n";
     running = world;
-    if (in_background) {
+    init_common();
+    if (!manners.careless) register_shutdown_observer(plugin_handle, clean_up);
+    if (manners.in_background) {
       background = on_thread([world] {
         fprintf(stderr, "%s", guarded_run(world).c_str());
         fflush(stderr);
@@ -155,8 +171,12 @@ std::string start(const std::string &text) {
 }
 
 int at_load(void *plugin) {
-  init_common();
-  register_shutdown_observer(plugin, end_run);
+  plugin_handle = plugin;
+  return 0;
+}
+
+int at_unload(void *) {
+  end_threads();
   return 0;
 }
 
@@ -189,7 +209,7 @@ mysql_declare_plugin(morvena_soak){
     PLUGIN_LICENSE_GPL,
     soak::at_load,
     nullptr,  // check_uninstall
-    nullptr,  // deinit
+    soak::at_unload,
     0x0100,
     nullptr,  // status variables
     nullptr,  // system variables

@@ -72,6 +72,7 @@ struct Settings {
   uint32_t seed = 1;
   unsigned int readers = 6;
   unsigned int writers = 3;
+  bool builds_indexes = true;
 };
 
 struct World {

@@ -37,7 +37,10 @@
     kept.
 
   Threads.  A handle may be used from any thread, by one thread at a time.
-    Different handles are independent. A thread that the server did not make
+    Different handles are independent. A handle that another call uses, on this
+    thread or another, is recognised: the function answers as for a closed one,
+    and a close does nothing. During a parallel read the functions that count
+    and name columns work all the same. A thread that the server did not make
     calls my_thread_init() before its first call here and my_thread_end()
     before it ends.
     The functions that touch the host (open, close, set_read_range, advance)
@@ -49,8 +52,21 @@
   Handles.  0 is the null handle. A null or closed handle, or one of another
     kind of cursor, is recognised: the function touches nothing and answers
     with its failure result, which each comment names. A handle's few bytes are
-    never freed, so that a closed one stays recognisable. Any other number
-    that no open function returned is undefined.
+    never freed, so that a closed one stays recognisable.
+
+  Misuse.  What is recognised ends in the failure result: handles as above, a
+    null where an output, a name or an array is to be, a bound whose value is
+    null, an impossible value, a column or row that is not there or was not
+    read, a step or a typed read without a row. Not recognised, and undefined:
+    - a number that no open function returned as a handle, and a batch handle
+      other than the one that the callback was given, or after the callback;
+    - a pointer that is not null and leads nowhere, an array shorter than its
+      count says, a text shorter than its len;
+    - a call on a handle that another thread begins while a typed read of the
+      same handle runs, and two such reads at the same time;
+    - init_common(), deinit_common() and register_shutdown_observer() beside
+      other calls where their comments exclude them;
+    - strings, decimals and names after their lifetime.
 
   Results.  The sense of a bool differs by function; each comment gives its own.
 
@@ -321,7 +337,8 @@ uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name);
   @retval true   the range's first row is current; the next cursor_advance()
                  keeps it
   @retval false  no row in the range, the read failed (standard error says
-                 why), or a null or closed handle
+                 why), a bound cannot be read, or a null or closed handle; no
+                 row is current
 
   Bounds that give the same key read the rows equal to it, in index order,
   whatever closed_begin, closed_end and reverse say.
@@ -348,8 +365,7 @@ bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
                  table's columns are skipped
 
   In force from the next cursor_set_read_range(). A cursor that was never
-  given a set reads every column. A column outside the set has no defined
-  value.
+  given a set reads every column. A column outside the set has no value.
 
   Sense:    none.
   Lifetime: fields is read during the call only.
@@ -379,10 +395,11 @@ bool cursor_advance(uintptr_t cursor);
   @param field_idx  0-based position of the column in the table
   @retval false  the value is written
   @retval true   nothing is written: the value is NULL, there is no such
-                 column, or the handle is null or closed
+                 column, it was not read with the row, no row is current, an
+                 output is null, or the handle is null or closed
 
   Every column can be read by every function; the server's own conversion
-  applies. Before a row is current the values are not defined.
+  applies.
 
   Sense:    true is "no value".
   Threads:  one at a time per cursor; a thread without a current session gets
@@ -496,7 +513,8 @@ uint64_t pread_n_tuples(uintptr_t ctx);
   @param nr         the row, 0 to pread_n_tuples() - 1
   @retval false  the value is written
   @retval true   nothing is written: the value is NULL, there is no such column
-                 or row, the column is not read, or the handle is null
+                 or row, the column is not read, an output or the handle is
+                 null
 
   Sense:    true is "no value".
   Lifetime: a string until the next string read of the batch, a decimal until

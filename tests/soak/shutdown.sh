@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# Shuts a server down at a random moment of a soak, again and again: it has to be
+# gone within ten seconds, its log has no error that is ours, and the next start
+# finds nothing to repair.
+#   ROUNDS=100 SEED=1 shutdown.sh DIR
+set -uo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../server/lib.sh"
+run=$1
+rounds=${ROUNDS:-100}
+seed=${SEED:-1}
+limit_ms=10000
+RANDOM=$seed
+
+# The harness's own client connections, when they are killed, have nobody to
+# tell it to.
+not_ours='MY-013129'
+repairs='crash recovery|not shutdown normally|[Rr]epair|[Cc]orrupt|rolled back'
+
+now_ms() { echo $(($(date +%s%N) / 1000000)); }
+
+start() {
+  mark_log "$run"
+  server start "$run" -- "${fast_options[@]}" --lock-wait-timeout=3 >/dev/null ||
+    fail "round $round: the server did not start"
+  if log_since_mark "$run" | grep -E "$repairs"; then
+    fail "round $round: the start before had something left to repair"
+  fi
+}
+
+# Half of them by a signal, half by SQL.
+end_server() {
+  local from
+  from=$(now_ms)
+  if ((RANDOM % 2)); then
+    sql "$run" SHUTDOWN || fail "round $round: no shutdown"
+    while server status "$run" >/dev/null; do sleep 0.02; done
+  else
+    server stop "$run" >/dev/null || fail "round $round: the server stayed"
+  fi
+  took_ms=$(($(now_ms) - from))
+}
+
+check_log() {
+  (expect_clean_end "$run") || { show_log "$run" 80; exit 1; }
+  if log_since_mark "$run" | grep '\[ERROR\]' | grep -v "$not_ours"; then
+    fail "round $round: errors in the log"
+  fi
+}
+
+server kill "$run" >/dev/null
+rm -rf "$run"
+mkdir -p "$run"
+trap 'server kill "$run" >/dev/null' EXIT
+round=0
+start
+sql "$run" "INSTALL PLUGIN morvena_soak SONAME 'morvena_soak.so';
+  CREATE FUNCTION morvena_soak RETURNS STRING SONAME 'morvena_soak.so'" ||
+  fail "the soak is not loaded"
+server stop "$run" >/dev/null
+
+longest=0
+for ((round = 1; round <= rounds; ++round)); do
+  start
+  manners=$((RANDOM % 2)) && manners=${manners/1/careless}
+  moment=$((RANDOM % 5000))
+  settings="background unbuilt ${manners/0/} seconds=600 seed=$((seed + round))"
+  [[ $(sql "$run" "SELECT morvena_soak('$settings')") = started ]] ||
+    fail "round $round: the soak did not start"
+  sleep "$((moment / 1000)).$(printf %03d $((moment % 1000)))"
+  end_server
+  echo "round $round: ${manners/0/careful}, after $moment ms, took $took_ms ms"
+  check_log
+  [[ $took_ms -le $limit_ms ]] || fail "round $round: that is too long"
+  [[ $took_ms -le $longest ]] || longest=$took_ms
+done
+start
+sql "$run" "CHECK TABLE soak.rows_, soak.large, soak.many, soak.keyless, soak.far,
+  soak.parted" | grep -v 'OK$' && fail "a table is not in order"
+server stop "$run" >/dev/null
+echo "shutdowns $rounds, the longest took $longest ms"
