@@ -122,9 +122,12 @@ inline bool is_possible(const MYSQL_TIME &value) {
 
 // 8.0 stores a MYSQL_TIME of every kind. 9.7 takes datetimes only and turns a
 // date into the zero date; dates and times have calls of their own there. What
-// is impossible is stored as the column's zero.
+// is impossible is stored as the column's zero, and so is a time zone where
+// there is no date: a fault in debug builds, zero in others.
 inline void store_time(Field *field, const MYSQL_TIME &value) {
-  if (!is_possible(value)) {
+  const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
+  if (!is_possible(value) ||
+      (has_zone && !is_temporal_type_with_date(field->type()))) {
     field->reset();
     return;
   }
