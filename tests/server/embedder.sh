@@ -29,7 +29,8 @@ restart() {
 }
 
 case_() {
-  local answer code seconds=100
+  # A debug server takes some ten times as long.
+  local answer code seconds=400
   # Cases that were asked to repeat themselves longer.
   [[ -z ${ROUNDS-}${READS-}${CALLS-} ]] || seconds=7000
   server status "$run" >/dev/null || restart
