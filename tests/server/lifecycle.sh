@@ -101,6 +101,14 @@ registration_during_the_shutdown_is_kept_for_nobody() {
   expect 'callbacks' "$(callbacks)" 'late a'
 }
 
+callback_may_wait_for_a_thread_that_opens_a_cursor() {
+  start
+  act start
+  act observe_reader
+  stop
+  expect 'callbacks' "$(callbacks)" 'opened'
+}
+
 start_and_stop_without_cursors() {
   start
   act start

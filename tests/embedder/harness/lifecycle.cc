@@ -85,6 +85,17 @@ void callback_that_registers() {
   std::thread([] { register_shutdown_observer(handle, callback_b); }).detach();
 }
 
+// Like an embedder's that lets its readers finish first.
+void callback_that_waits_for_a_reader() {
+  uintptr_t cursor;
+  std::string result;
+  on_own_thread([&] {
+    result = open_cursor("db", "t", &cursor);
+    close_index_cursor(cursor);
+  });
+  say(result == "open 0" ? "opened" : result.c_str());
+}
+
 void clean_up() {
   for (const uintptr_t cursor : left_open) close_index_cursor(cursor);
   left_open.clear();
@@ -156,6 +167,8 @@ std::string act(const std::string &name) {
       {"observe_a", [] { return observe(callback_a); }},
       {"observe_b", [] { return observe(callback_b); }},
       {"observe_late", [] { return observe(callback_that_registers); }},
+      {"observe_reader",
+       [] { return observe(callback_that_waits_for_a_reader); }},
       {"observe_clean_up", [] { return observe(clean_up); }},
       {"leave_open", leave_open},
       {"read_on", read_on},

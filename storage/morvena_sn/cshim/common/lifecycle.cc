@@ -39,9 +39,11 @@ constexpr auto drain_limit = 8s;
 std::vector<Shutdown_observer_func> shutdown_cbs;  // under the observer mutex
 bool registered = false;                           // under the observer mutex
 
-// Cleared when the server begins to shut down: its list of observers is locked
-// while it calls them, and dropped soon after.
 std::atomic<bool> guard_registered{false};
+// Set once. From then on the guard is neither registered nor taken off: the
+// server's list of observers is locked while it calls them, maybe for as long as
+// a function waits for whoever opens a cursor, and is dropped soon after.
+std::atomic<bool> shutdown_begun{false};
 std::atomic<plugin_ref> own_plugin{nullptr};  // locked while the system runs
 std::atomic<bool> innodb_stops{false};        // set once, by the guard
 std::atomic<void (*)()> last_cleanup{nullptr};
@@ -50,7 +52,7 @@ int harbinel_observer_dummy(Server_state_param *) { return 0; }
 
 // The functions must not throw: the mutex would stay locked.
 int harbinel_before_server_shutdown(Server_state_param *) {
-  guard_registered = false;
+  shutdown_begun = true;
   shutdown_observer_mutex.lock();
   for (Shutdown_observer_func f : shutdown_cbs) f();
   shutdown_cbs.clear();
@@ -62,7 +64,7 @@ int harbinel_before_server_shutdown(Server_state_param *) {
 // for; a callback that never returns is left behind.
 int release_leftovers(Server_state_param *) {
   innodb_stops = true;
-  guard_registered = false;
+  shutdown_begun = true;
   CommonApi::interrupt_sessions();
   if (void (*f)() = last_cleanup) f();
   const auto give_up = std::chrono::steady_clock::now() + drain_limit;
@@ -103,7 +105,7 @@ static_assert(sizeof(Server_state_observer) == 64);
 // further observer when one's owner is gone. No mutex of ours is held here: the
 // server calls the shutdown functions, which take one, with its list locked.
 void register_guard() {
-  if (guard_registered.exchange(true)) return;
+  if (shutdown_begun || guard_registered.exchange(true)) return;
   const LEX_CSTRING name{STRING_WITH_LEN("InnoDB")};
   const plugin_ref innodb =
       plugin_lock_by_name(nullptr, name, MYSQL_STORAGE_ENGINE_PLUGIN);
@@ -133,7 +135,7 @@ struct Guard_release {
 
 void release_shutdown_guard() {
   // The owner is not looked at when an observer is taken off.
-  if (guard_registered.exchange(false)) {
+  if (!shutdown_begun && guard_registered.exchange(false)) {
     unregister_server_state_observer(&guard, nullptr);
   }
 }
