@@ -288,6 +288,7 @@ class ParallelIndexReader : public ThreadBudget {
   void build_template(TABLE *table, row_prebuilt_t *prebuilt, bool whole_row);
   void plan_columns();
   void limit_offsets();
+  void lay_out_records();
   bool position_on_node(page_cur_t *cursor, const dtuple_t *key,
                         bool include) const;
   bool position_on_leaf(page_cur_t *cursor, const dtuple_t *key,
@@ -338,8 +339,8 @@ class ParallelIndexReader : public ThreadBudget {
   // visible as it is, of the scanned index and of one that is looked up.
   ulint n_scanned_fields_ = ULINT_UNDEFINED;
   ulint n_fetched_fields_ = ULINT_UNDEFINED;
-  Record_layout layout_;  // of the scanned clustered index: the columns, then
-                          // the id of the row's transaction
+  Record_layout layout_;  // of the scanned index: the columns, then in the
+                          // clustered one the id of the row's transaction
 };
 
 #endif  // MORVENA_SN_INNODB_API_H

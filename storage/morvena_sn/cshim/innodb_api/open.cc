@@ -147,6 +147,7 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
   dict_table.taken_over();
   reader->plan_columns();
   reader->limit_offsets();
+  reader->lay_out_records();
   return reader.release();
 }
 
@@ -242,11 +243,17 @@ void ParallelIndexReader::limit_offsets() {
     n = std::max(n, column.rec_field_no + 1);
   }
   (index_->is_clustered() ? n_scanned_fields_ : n_fetched_fields_) = n;
-  if (!index_->is_clustered()) return;
+}
+
+// Of the scanned index, when its records are the ones that are converted.
+void ParallelIndexReader::lay_out_records() {
+  if (!indexonly_scan_) return;
   std::vector<ulint> wanted;
   for (const Column_plan &column : columns_) {
     wanted.push_back(column.rec_field_no);
   }
-  wanted.push_back(clustered->get_sys_col_pos(DATA_TRX_ID));
-  layout_.init(clustered, wanted);
+  if (index_->is_clustered()) {
+    wanted.push_back(index_->get_sys_col_pos(DATA_TRX_ID));
+  }
+  layout_.init(index_, wanted);
 }

@@ -8,13 +8,13 @@
 
 /**
   @file innodb_api/record_layout.h
-  Where the columns of a read lie in the records of a clustered index, found
-  without the offsets of all fields that the host's routines want.
+  Where the columns of a read lie in the records of an index, found without the
+  offsets of all fields that the host's routines want.
 
-  For leaf records of the COMPACT and DYNAMIC formats whose columns none was
-  added to or dropped from instantly. Before such a record, backwards from its
-  header of five bytes, lie a bit for each nullable field and the lengths, in
-  one byte or two, of the fields of variable length that are not NULL.
+  For leaf records of the COMPACT and DYNAMIC formats; of a clustered index, if
+  no column was added or dropped instantly. Before such a record, backwards from
+  its header of five bytes, lie a bit for each nullable field and the lengths,
+  in one byte or two, of the fields of variable length that are not NULL.
 */
 
 #ifndef MORVENA_SN_INNODB_API_RECORD_LAYOUT_H
@@ -34,7 +34,7 @@ struct Located_field {
 class Record_layout {
  public:
   /** @param wanted  the fields to be located, by their numbers in the index */
-  void init(const dict_index_t *clustered, const std::vector<ulint> &wanted);
+  void init(const dict_index_t *index, const std::vector<ulint> &wanted);
 
   /** Whether init() found records that can be read this way. */
   bool is_usable() const { return usable_; }
