@@ -60,10 +60,13 @@ void Definer::move_away_and_back(const Table &table) {
   put_back();
 }
 
-// However often it takes: a table must not stay away.
+// However often it takes: a table must not stay away. At a shutdown it may.
 void Definer::put_back() {
   for (int i = 0; i < 20; ++i) {
-    if (!connection_.connect()) continue;
+    if (!connection_.connect()) {
+      if (world_.stop) return;
+      continue;
+    }
     const Reply names = connection_.attempt("SHOW TABLES LIKE '%\\_away'");
     if (names.error != 0) continue;
     if (names.rows.empty()) return;

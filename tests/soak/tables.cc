@@ -59,7 +59,7 @@ std::string fill_statement(const Table &table) {
 }
 
 void make_tables() {
-  Client client;
+  Client client(2);
   client.exec("DROP DATABASE IF EXISTS soak");
   client.exec("CREATE DATABASE soak");
   client.exec("USE soak");

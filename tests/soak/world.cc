@@ -18,6 +18,10 @@
 
 namespace soak {
 
+namespace {
+constexpr unsigned int connect_seconds = 2;
+}  // namespace
+
 bool is_lost(unsigned int error) {
   // Gone away, lost, not connected; shutdown, killed.
   return error == 2006 || error == 2013 || error == 2055 || error == 1 ||
@@ -75,7 +79,7 @@ void World::pause(unsigned int milliseconds) const {
 bool Connection::connect() {
   if (client_) return true;
   try {
-    client_ = std::make_unique<Client>();
+    client_ = std::make_unique<Client>(connect_seconds);
     if (may_be_killed()) world_.targets.add(role_, client_->id());
     // What waits must let the others go on.
     client_->exec(

@@ -40,9 +40,10 @@ class Client::Worker {
     return result;
   }
 
-  std::string connect() {
+  std::string connect(unsigned int seconds) {
     mysql_ = mysql_init(nullptr);
     if (mysql_ == nullptr) return "out of memory";
+    mysql_options(mysql_, MYSQL_OPT_CONNECT_TIMEOUT, &seconds);
     mysql_options(mysql_, MYSQL_SET_CHARSET_NAME, "utf8mb4");
     if (mysql_real_connect(mysql_, nullptr, "root", "", nullptr, 0,
                            mysqld_unix_port, 0) == nullptr)
@@ -110,10 +111,11 @@ class Client::Worker {
   std::thread thread_;
 };
 
-Client::Client() : worker_(std::make_unique<Worker>()) {
+Client::Client(unsigned int seconds) : worker_(std::make_unique<Worker>()) {
   Worker *worker = worker_.get();
   const std::string error =
-      worker->start<std::string>([worker] { return worker->connect(); }).get();
+      worker->start<std::string>([=] { return worker->connect(seconds); })
+          .get();
   if (!error.empty()) throw std::runtime_error("cannot connect: " + error);
   // A lock that a case forgot must not stop the whole run.
   exec("SET lock_wait_timeout = 20, innodb_lock_wait_timeout = 20");

@@ -43,8 +43,10 @@ struct Reply {
 */
 class Client {
  public:
-  /** Connects as root. Throws std::runtime_error when that fails. */
-  Client();
+  /** Connects as root. Throws std::runtime_error when that fails.
+      @param seconds  how long it may take; a server that shuts down takes
+                      connections and does not answer them */
+  explicit Client(unsigned int seconds = 60);
   ~Client();
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
