@@ -8,10 +8,17 @@ HOST_SOURCE ?=
 HOST_BUILD ?=
 HOST_MYSQLD ?=
 JOBS ?= $(shell nproc)
-export BUILD HOST_SOURCE HOST_BUILD HOST_MYSQLD
+export HOST_SOURCE HOST_BUILD HOST_MYSQLD
 
-folder := $(abspath $(BUILD))
+# SANITIZE=address, undefined or thread: a build of its own, in $(BUILD)/$(SANITIZE)
+# with the host of $(BUILD). Under thread only what needs no server is tested.
+SANITIZE ?=
+host_folder := $(abspath $(BUILD))
+folder := $(host_folder)$(SANITIZE:%=/%)
 cmake := $(folder)/cmake
+tests := $(if $(filter thread,$(SANITIZE)),-R ^unit)
+override BUILD := $(folder)
+export BUILD
 
 .PHONY: all host build server stop demo test soak bench clean format help
 .NOTPARALLEL:
@@ -19,12 +26,17 @@ cmake := $(folder)/cmake
 all: build
 
 host:
-	@tools/host.sh
+	@BUILD=$(host_folder) tools/host.sh
+ifneq ($(SANITIZE),)
+	@mkdir -p $(folder)/plugin
+	@ln -sfn ../host $(folder)/host
+	@cp -P $(host_folder)/plugin/component_*.so $(folder)/plugin/ 2>/dev/null || true
+endif
 
 build: host
-	@test -e $(cmake)/build.ninja || \
-	  cmake -S . -B $(cmake) -G Ninja -DMORVENA_SN_BUILD=$(folder)
-	@cmake --build $(cmake) -- -j $(JOBS)
+	@test -e $(cmake)/build.ninja || cmake -S . -B $(cmake) -G Ninja \
+	  -DMORVENA_SN_BUILD=$(folder) -DMORVENA_SN_SANITIZE=$(SANITIZE)
+	@cmake --build $(cmake) -- -j $(JOBS) $(if $(tests),unit_tests)
 
 server: build
 	@tools/server.sh start
@@ -36,7 +48,7 @@ demo: build
 	@tools/demo.sh
 
 test: build
-	cd $(cmake) && ctest --output-on-failure -j $(JOBS)
+	cd $(cmake) && ctest --output-on-failure -j $(JOBS) $(tests)
 
 # What it needs and no more: the comparison is to take minutes.
 bench: host
@@ -47,7 +59,7 @@ bench: host
 
 # MINUTES, SEED: see tests/soak/soak.sh.
 soak: build
-	@BUILD=$(folder) tests/soak/soak.sh $(folder)/test/soak
+	@tests/soak/soak.sh $(folder)/test/soak
 
 clean:
 	@test ! -d $(folder)/run || tools/server.sh stop
@@ -67,4 +79,5 @@ help:
 	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'
 	@echo 'make format   clang-format the sources'
 	@echo 'make clean    stop the private server and delete $(BUILD)'
-	@echo 'Variables: BUILD, HOST_SOURCE, HOST_BUILD, HOST_MYSQLD (see Makefile), JOBS'
+	@echo 'Variables: BUILD, HOST_SOURCE, HOST_BUILD, HOST_MYSQLD, SANITIZE (see'
+	@echo 'Makefile), JOBS'

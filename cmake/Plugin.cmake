@@ -16,7 +16,7 @@ endfunction()
 # morvena_sn_check_symbols(NAME [LIBRARY-TARGET...]): the build fails when NAME
 # needs a symbol that neither the server nor one of the targets has.
 function(morvena_sn_check_symbols name)
-  set(libraries "")
+  set(libraries ${MORVENA_SN_SANITIZER_LIBRARY})
   foreach(library ${ARGN})
     list(APPEND libraries "$<TARGET_FILE:${library}>")
   endforeach()

@@ -328,7 +328,8 @@ set_run() {
 }
 
 # The server reads the options that name option files only where they come
-# first; so the wrapper's own options follow those.
+# first; so the wrapper's own options follow those. MYSQLD_PRELOAD is for the
+# server alone, not for the shell before it.
 mysqld_wrapper() {
   set_run "$mysqld"
   cat <<WRAPPER
@@ -338,6 +339,7 @@ while [[ \${1-} = --no-defaults || \${1-} = --defaults-* ]]; do
   first+=("\$1")
   shift
 done
+[[ -z \${MYSQLD_PRELOAD-} ]] || export LD_PRELOAD=\$MYSQLD_PRELOAD
 exec $(quoted "${run[@]}")"\${first[@]}" $(quoted "${mysqld_options[@]}")"\$@"
 WRAPPER
 }

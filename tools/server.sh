@@ -150,6 +150,12 @@ set_initialise_options() {
 }
 
 launch() {
+  if [[ -e $build/sanitizer.env ]]; then
+    set -a
+    # shellcheck disable=SC1091
+    source "$build/sanitizer.env"
+    set +a
+  fi
   setsid "$host/bin/mysqld" --no-defaults --datadir="$run/data" \
     --socket="$socket" --pid-file="$pid_file" --log-error="$log" \
     --skip-networking --loose-mysqlx=OFF --secure-file-priv= \

@@ -40,8 +40,9 @@ show_log() {
 mark_log() { log_mark=$(stat -c %s "$1/mysqld.err" 2>/dev/null || echo 0); }
 log_since_mark() { tail -c +$((log_mark + 1)) "$1/mysqld.err"; }
 
-# The words with which a server goes down by accident.
+# The words with which a server goes down by accident, and a sanitizer's.
 crash_words='got signal|Assertion failure|[Aa]ssertion .* failed|terminate called'
+crash_words+='|Sanitizer:|runtime error:'
 
 # Fails unless the log since the mark tells of a clean end.
 expect_clean_end() {
