@@ -9,6 +9,8 @@
 // Bounds on columns of every type that an index can have, in every form that a
 // value can be given in.
 
+#include <limits>
+
 #include "key_test.h"
 
 namespace {
@@ -292,6 +294,29 @@ TEST_F(Key, ImpossibleMomentsDoNoHarm) {
     cursor.close();
     sql.exec("DROP TABLE t");
   }
+}
+
+TEST_F(Key, ImpossibleTimestampsAreTheZeroOfTheColumn) {
+  constexpr int64_t wraps_to_2001 = (int64_t{1} << 32) + 1000000000;
+  constexpr auto most = std::numeric_limits<int64_t>::max();
+  constexpr auto least = std::numeric_limits<int64_t>::min();
+  for (const char *type :
+       {"DATETIME", "DATETIME(6)", "TIMESTAMP NULL", "TIMESTAMP(6) NULL"}) {
+    store(type, {"'1970-01-02'", "'2026-11-21'"});
+    Cursor cursor({.index = "k"});
+    for (const Keys &stamp :
+         {Keys().stamp(most, 0), Keys().stamp(least, 0),
+          Keys().stamp(wraps_to_2001 << 20, 0),
+          Keys().stamp(1000000000, 1000000), Keys().stamp(1000000000, -1),
+          Keys().stamp(1000000000, most), Keys().stamp(1000000000, least)})
+      EXPECT_EQ(cursor.ints(0, {stamp, {}}), (Ints{1, 2})) << type;
+    cursor.close();
+    sql.exec("DROP TABLE t");
+  }
+  store("TIMESTAMP NULL", {"'1970-01-02'", "'2026-11-21'"});
+  Cursor cursor({.index = "k"});
+  for (const int64_t seconds : {int64_t{-1}, wraps_to_2001})
+    EXPECT_EQ(cursor.ints(0, {Keys().stamp(seconds, 0), {}}), (Ints{1, 2}));
 }
 
 TEST_F(Key, TextThatIsNoNumberOrDate) {

@@ -94,11 +94,29 @@ inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
 #endif
 }
 
+// What the host would wrap around, or take for a fault in debug builds, is
+// impossible. A datetime keeps a day's distance from the years' ends: its
+// column is in a time zone.
+inline bool is_possible(const timeval &value, enum_field_types type) {
+  constexpr int64_t first_datetime = -62135510400;  // 0001-01-02
+  constexpr int64_t last_datetime = 253402214399;   // 9999-12-30 23:59:59
+  const bool is_timestamp = type == MYSQL_TYPE_TIMESTAMP;
+  const int64_t first = is_timestamp ? 0 : first_datetime;
+  const int64_t last = is_timestamp ? INT_MAX32 : last_datetime;
+  return value.tv_sec >= first && value.tv_sec <= last && value.tv_usec >= 0 &&
+         value.tv_usec <= 999999;
+}
+
 // Only columns with a date and a time have a timestamp store; the one that the
-// others inherit is a fault in debug builds. 8.0.27 takes a timeval.
+// others inherit is a fault in debug builds. What is impossible is stored as
+// the column's zero. 8.0.27 takes a timeval.
 inline void store_timestamp(Field *field, const timeval &value) {
   const enum_field_types type = field->type();
   if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
+  if (!is_possible(value, type)) {
+    field->reset();
+    return;
+  }
 #if HOST_HAS_MY_TIMEVAL
   const my_timeval host_value{value.tv_sec, value.tv_usec};
   field->store_timestamp(&host_value);

@@ -22,8 +22,9 @@ class Parallel_split : public Parallel_test {
   /** Keys so long that a page takes some twenty: the root has fewer node
       pointers than there are workers, the pages below it have more. */
   Parallel_split() {
-    sql.exec("CREATE TABLE t (k VARCHAR(700) CHARACTER SET latin1 PRIMARY KEY,"
-             " v INT)");
+    sql.exec(
+        "CREATE TABLE t (k VARCHAR(700) CHARACTER SET latin1 PRIMARY KEY,"
+        " v INT)");
     fill("t", n_rows, "CONCAT(LPAD(i, 8, '0'), REPEAT('k', 692)), i");
   }
 

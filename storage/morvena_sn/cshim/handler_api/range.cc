@@ -175,9 +175,9 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   return !has_row_;
 }
 
-// What was reported before, an unknown donor or a bound that the column does not
-// take, is no error of the rows, and the handler would take it for one where it
-// computes virtual columns.
+// What was reported before, an unknown donor or a bound that the column does
+// not take, is no error of the rows, and the handler would take it for one
+// where it computes virtual columns.
 bool IndexCursor::find_row() {
   table()->in_use->clear_error();
   if (const int error = refresh_columns()) return !no_row(error);
