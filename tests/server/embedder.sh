@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The server of the embedder's cases.
-#   embedder.sh up DIR                  start it afresh, with both plug-ins
+#   embedder.sh up DIR MODULE           start it afresh, with the cases of MODULE
 #   embedder.sh case DIR SUITE.CASE     run a case in it
 #   embedder.sh compare_list DIR FILE   whether FILE names all cases that it has
 #   embedder.sh down DIR                stop it
@@ -9,16 +9,22 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 command=$1
 run=$2
 
-start() { server start "$run" -- "${fast_options[@]}" >/dev/null; }
+# morvena_sn_test needs the system's plug-in, others have the code inside them.
+start() {
+  local plugin=()
+  [[ $(cat "$run/module") = morvena_sn_test ]] || plugin=(--no-plugin)
+  server start "$run" "${plugin[@]}" -- "${fast_options[@]}" >/dev/null
+}
 
 up() {
   server kill "$run" >/dev/null
   rm -rf "$run"
   mkdir -p "$run"
+  echo "$1" >"$run/module"
   start || fail "the server did not start"
   sql "$run" "
-    INSTALL PLUGIN morvena_sn_test SONAME 'morvena_sn_test.so';
-    CREATE FUNCTION morvena_test RETURNS STRING SONAME 'morvena_sn_test.so'" ||
+    INSTALL PLUGIN morvena_sn_test SONAME '$1.so';
+    CREATE FUNCTION morvena_test RETURNS STRING SONAME '$1.so'" ||
     fail "the cases are not loaded"
 }
 
@@ -66,7 +72,8 @@ down() {
 }
 
 case $command in
-  up | down) $command ;;
+  up) up "$3" ;;
+  down) down ;;
   case) case_ "$3" ;;
   compare_list) compare_list "$3" ;;
 esac

@@ -13,6 +13,7 @@
 #include "cursor.h"
 
 #include <algorithm>
+#include <functional>
 #include <vector>
 
 #include "common.h"
@@ -80,7 +81,8 @@ uintptr_t open_index_cursor(const char *db_name, const char *table_name,
     if (cursor == nullptr) return nullptr;
     return new IndexCursorWrapper(thd, table, std::move(cursor));
   };
-  return open_handle({db_name, table_name, timeout_sec}, make,
+  // By reference: a copy in a function object may need memory.
+  return open_handle({db_name, table_name, timeout_sec}, std::cref(make),
                      {error, message});
 }
 

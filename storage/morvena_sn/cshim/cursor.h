@@ -157,7 +157,8 @@ typedef struct field_arg {
             waiting, and the server ends itself when that takes longer than
             its limit for latch waits, ten minutes.
 
-  An exception that leaves it ends the read like a true.
+  An exception that leaves it ends the read as a failure, also with a worker's
+  last batch.
 */
 typedef bool (*Parallel_load_func)(uint64_t handle, uint64_t thread_id,
                                    void *argument);

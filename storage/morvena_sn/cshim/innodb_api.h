@@ -251,7 +251,8 @@ class ParallelIndexReader : public ThreadBudget {
   // --- callback: innodb_api/callback.cc ---
 
   void set_load_cb(Parallel_load_fn load_cb, void *argument);
-  /** Hand the waiting rows over. @return DB_ERROR when the callback refuses */
+  /** Hand the waiting rows over. @return DB_ERROR when the callback refuses; an
+      exception of its is the read's failure besides */
   dberr_t send_batch(ThreadCtx *tctx);
 
   // Typed reads of row nr of the batch in hand: false = value written.
@@ -325,13 +326,13 @@ class ParallelIndexReader : public ThreadBudget {
   bool indexonly_scan_;  // the scanned index supplies every column
   std::vector<ThreadCtx *> thread_ctxs_;
   std::vector<std::future<void>> parallel_threads_;
+  Range scan_range_;
   os_event_t event_;  // units were queued, all is done, or failed
   uint64_t m_sig_count;
   ib_mutex_t mutex_;
   std::list<std::shared_ptr<Ctx>> ctxs_;  // under mutex_
   std::atomic<size_t> ctx_id_{0};         // units created
   std::atomic<size_t> completed_{0};      // units read or split
-  Range scan_range_;
   Parallel_load_fn loader_ = nullptr;
   void *argument_ = nullptr;
   std::vector<Column_plan> columns_;  // that callers read, in the table's order

@@ -23,6 +23,7 @@ struct Batch_misuse {
   uintptr_t handle;
   uint32_t seed;
   bool ends_early;
+  bool throws;
 };
 
 bool stops_nowhere(uint64_t, uint64_t, void *) { return false; }
@@ -81,7 +82,7 @@ bool Misuser::misuse_batch(uint64_t batch, uint64_t thread, void *argument) {
     EXPECT_TRUE(pread_field_str(batch, column, nr, nullptr, &size));
   }
   misuse_own_handle(misuse->handle);
-  if (misuse->ends_early && engine() % 2 == 0) throw std::runtime_error("torn");
+  if (misuse->throws) throw std::runtime_error("torn");
   return misuse->ends_early;
 }
 
@@ -90,7 +91,7 @@ void Misuser::read_in_parallel() {
   const Handle handle = random_handle();
   const size_t threads = counts[below(6)];
   Batch_misuse misuse{handle.value, static_cast<uint32_t>(engine_()),
-                      once_in(4)};
+                      once_in(4), once_in(8)};
   const Parallel_load_func f = once_in(10) ? nullptr : misuse_batch;
   const bool as_scan = once_in(2);
   const bool complete =

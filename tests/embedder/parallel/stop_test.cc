@@ -125,12 +125,12 @@ TEST_F(Parallel_stop, AnExceptionEndsTheRead) {
   expect_all_is_back(100000);
 }
 
-TEST_F(Parallel_stop, AnExceptionOfTheLastBatchHarmsNobody) {
+TEST_F(Parallel_stop, AnExceptionOfTheLastBatchFailsTheRead) {
   make(100);
   {
     const Scan scan;
     for (const size_t threads : thread_counts)
-      EXPECT_TRUE(
+      EXPECT_FALSE(
           read_parallel(scan, threads, [](const Batch &) -> bool { throw 5; }));
   }
   expect_all_is_back(100);

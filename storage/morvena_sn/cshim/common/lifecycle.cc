@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <iostream>
 #include <thread>
 
 #include "common.h"
@@ -41,8 +42,8 @@ bool registered = false;                           // under the observer mutex
 
 std::atomic<bool> guard_registered{false};
 // Set once. From then on the guard is neither registered nor taken off: the
-// server's list of observers is locked while it calls them, maybe for as long as
-// a function waits for whoever opens a cursor, and is dropped soon after.
+// server's list of observers is locked while it calls them, maybe for as long
+// as a function waits for whoever opens a cursor, and is dropped soon after.
 std::atomic<bool> shutdown_begun{false};
 std::atomic<plugin_ref> own_plugin{nullptr};  // locked while the system runs
 std::atomic<bool> innodb_stops{false};        // set once, by the guard
@@ -182,11 +183,22 @@ bool CommonApi::server_is_available() {
 
 void CommonApi::set_last_cleanup(void (*f)()) { last_cleanup = f; }
 
-extern "C" void init_common() { CommonApi::init_common_api(); }
+// What cannot be had is done without: reads with threads then fail.
+extern "C" void init_common() {
+  try {
+    CommonApi::init_common_api();
+  } catch (...) {
+    std::cerr << "Cannot start worker threads" << std::endl;
+  }
+}
 
 extern "C" void deinit_common() { CommonApi::deinit_common_api(); }
 
 extern "C" void register_shutdown_observer(void *plugin,
                                            Shutdown_observer_func f) {
-  CommonApi::register_shutdown_observer(plugin, f);
+  try {
+    CommonApi::register_shutdown_observer(plugin, f);
+  } catch (...) {
+    std::cerr << "Cannot register a shutdown function" << std::endl;
+  }
 }

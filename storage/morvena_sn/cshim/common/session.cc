@@ -61,6 +61,8 @@ THD *new_session() {
   thd->get_protocol_classic()->init_net(nullptr);
   thd->set_new_thread_id();
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  // Its way back must not fail.
+  thd_pool.reserve(thd_pool_max_size);
   in_use().insert(thd.get());
   return thd.release();
 }

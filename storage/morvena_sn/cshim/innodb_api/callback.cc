@@ -52,7 +52,8 @@ dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
     stop =
         tctx->fn_(reinterpret_cast<uint64_t>(tctx), tctx->id_, tctx->argument_);
   } catch (...) {
-    // An exception ends the read like a refusal.
+    // Also where the answer is not looked at: the rows were not taken.
+    set_error(DB_ERROR);
   }
   if (stop) return DB_ERROR;
   tctx->n_sent_ = tctx->n_read_;

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <new>
 
 #include "innodb_api.h"
 
@@ -145,12 +146,15 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
   std::unique_ptr<ParallelIndexReader> reader(
       new ParallelIndexReader(table, dict_table.get(), index, indexonly_scan));
   dict_table.taken_over();
+  reader->build_template(table, reader->prebuilt_, false);
   reader->plan_columns();
   reader->limit_offsets();
   reader->lay_out_records();
   return reader.release();
 }
 
+// Nothing may fail after the event is there: an unfinished reader has no
+// destructor to give it back.
 ParallelIndexReader::ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
                                          dict_index_t *index,
                                          bool indexonly_scan)
@@ -163,9 +167,9 @@ ParallelIndexReader::ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
       table_is_compact_(dict_table_is_comp(dict_table)),
       // The clustered index holds every column.
       indexonly_scan_(indexonly_scan || index->is_clustered()),
+      scan_range_(std::make_shared<Iter>(), std::make_shared<Iter>()),
       event_(os_event_create()),
-      m_sig_count(static_cast<uint64_t>(os_event_reset(event_))),
-      scan_range_(std::make_shared<Iter>(), std::make_shared<Iter>()) {
+      m_sig_count(static_cast<uint64_t>(os_event_reset(event_))) {
   mutex_create(LATCH_ID_PARALLEL_READ, &mutex_);
   prebuilt_ = row_create_prebuilt(dict_table, table->s->reclength);
   prebuilt_->index = index;
@@ -174,7 +178,6 @@ ParallelIndexReader::ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
   prebuilt_->default_rec = table->s->default_values;
   prebuilt_->trx = trx_;
   prebuilt_->read_just_key = indexonly_scan_;
-  build_template(table, prebuilt_, false);
 }
 
 // One entry for each stored column that is read or written, in the table's
@@ -185,6 +188,7 @@ void ParallelIndexReader::build_template(TABLE *table, row_prebuilt_t *prebuilt,
   prebuilt->mysql_template =
       static_cast<mysql_row_templ_t *>(ut::malloc_withkey(
           UT_NEW_THIS_FILE_PSI_KEY, n_fields * sizeof(mysql_row_templ_t)));
+  if (prebuilt->mysql_template == nullptr) throw std::bad_alloc();
   ulint n_template = 0;
   ulint n_virtual = 0;
   for (uint i = 0; i < n_fields; ++i) {

@@ -11,7 +11,6 @@
 #include "innodb_api/pool.h"
 
 #include <algorithm>
-#include <system_error>
 
 #include "univ.i"
 
@@ -39,7 +38,8 @@ ThreadPool::ThreadPool(size_t n) : idle_workers(n) {
   workers.reserve(n);
   try {
     while (workers.size() < n) workers.emplace_back([this] { work(); });
-  } catch (const std::system_error &) {
+  } catch (...) {
+    // No thread or no memory for one more: the others serve.
     idle_workers -= n - workers.size();
   }
 }

@@ -39,7 +39,8 @@ class ThreadPool {
   /** How many workers initialize() starts. */
   static constexpr size_t n_workers = 32;
 
-  /** Create the process's pool; nothing when there is one. */
+  /** Create the process's pool; nothing when there is one. May throw
+      std::bad_alloc. */
   static void initialize();
   /** @return the process's pool, null before initialize() and after shutdown()
    */
