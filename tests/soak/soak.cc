@@ -19,8 +19,6 @@
   it ends its threads when it is unloaded.
 */
 
-#include <malloc.h>
-
 #include <chrono>
 #include <cstdio>
 #include <functional>
@@ -36,6 +34,7 @@
 #include "innodb_api/pool.h"
 #include "my_thread.h"
 #include "mysql/plugin.h"
+#include "process.h"
 #include "tables.h"
 #include "threads.h"
 #include "udf_text.h"
@@ -77,14 +76,7 @@ Settings parse(const std::string &text, Manners *manners) {
   return settings;
 }
 
-long resident_mb() {
-  long pages = 0, ignored = 0;
-  FILE *file = fopen("/proc/self/statm", "r");
-  if (file == nullptr) return 0;
-  if (fscanf(file, "%ld %ld", &ignored, &pages) != 2) pages = 0;
-  fclose(file);
-  return pages * 4096 / (1 << 20);
-}
+size_t memory_mb() { return harness::memory_in_use() / 1024; }
 
 std::thread on_thread(std::function<void()> f) {
   return std::thread([f] {
@@ -94,22 +86,27 @@ std::thread on_thread(std::function<void()> f) {
   });
 }
 
-std::string closing_table(const World &world, long mb_before) {
+// How many times of a run its memory is looked at.
+constexpr uint32_t n_parts = 6;
+
+std::string closing_table(const World &world,
+                          const std::vector<size_t> &memory) {
   std::ostringstream text;
   text << "soak: " << world.settings.seconds << " seconds, seed "
        << world.settings.seed << ", " << world.settings.readers << " readers, "
        << world.settings.writers << " writers\n"
        << world.tally.table() << "sessions left "
        << CommonApi::sessions_in_use() << "\nthreads left "
-       << ThreadBudget::s_active_threads << "\nmemory " << mb_before
-       << " MB before, " << resident_mb() << " MB after\n";
+       << ThreadBudget::s_active_threads << "\nmemory";
+  for (const size_t mb : memory) text << ' ' << mb;
+  text << " MB, in equal times\n";
   return text.str();
 }
 
 std::string run(World &world) {
   const std::lock_guard<std::mutex> lock(ended);
   make_tables();
-  const long mb_before = resident_mb();
+  std::vector<size_t> memory{memory_mb()};
   std::vector<std::thread> threads;
   for (uint32_t i = 0; i < world.settings.readers; ++i)
     threads.push_back(on_thread([&world, i] { run_reader(world, i); }));
@@ -117,10 +114,13 @@ std::string run(World &world) {
     threads.push_back(on_thread([&world, i] { run_writer(world, i); }));
   threads.push_back(on_thread([&world] { run_definer(world); }));
   threads.push_back(on_thread([&world] { run_killer(world); }));
-  world.pause(world.settings.seconds * 1000);
+  for (uint32_t part = 0; part < n_parts; ++part) {
+    world.pause(world.settings.seconds * 1000 / n_parts);
+    memory.push_back(memory_mb());
+  }
   world.stop = true;
   for (std::thread &thread : threads) thread.join();
-  return closing_table(world, mb_before);
+  return closing_table(world, memory);
 }
 
 void end_threads() {

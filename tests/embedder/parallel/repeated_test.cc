@@ -9,45 +9,16 @@
 // Many reads in one server leave nothing behind. READS in the server's
 // environment sets how many.
 
-#include <dlfcn.h>
-#include <malloc.h>
-
 #include <atomic>
-#include <fstream>
 
 #include "common.h"
 #include "innodb_api/pool.h"
 #include "parallel_test.h"
+#include "process.h"
 
 namespace {
 
 using namespace harness;
-
-/** What a process uses, from its status as the kernel tells it. */
-size_t of_process(const std::string &name) {
-  std::ifstream status("/proc/self/status");
-  std::string word;
-  while (status >> word)
-    if (word == name + ":") {
-      size_t value;
-      status >> value;
-      return value;
-    }
-  return 0;
-}
-
-/** What the process holds, in KB, once the allocator has given its reserve of
-    freed pages back: how large that is depends on how reads met. */
-size_t memory_in_use() {
-  using Release = void (*)();
-  if (const auto release_of_tcmalloc = reinterpret_cast<Release>(
-          dlsym(RTLD_DEFAULT, "MallocExtension_ReleaseFreeMemory"))) {
-    release_of_tcmalloc();
-  } else {
-    malloc_trim(0);
-  }
-  return of_process("VmRSS");
-}
 
 class Parallel_repeated : public Parallel_test {
  protected:
