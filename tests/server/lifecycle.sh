@@ -240,6 +240,25 @@ removing_the_plugin_under_an_embedder_does_no_harm() {
   stop
 }
 
+# Its own functions and those of the plug-in that calls them stay where they are.
+removing_the_plugins_while_reads_run_does_no_harm() {
+  start
+  act start
+  act read_on
+  act read_on
+  for _ in {1..20}; do
+    sql "$run" 'UNINSTALL PLUGIN morvena_sn' 2>/dev/null || true
+    expect 'the embedder is' "$(sql "$run" "SELECT plugin_status FROM
+      information_schema.plugins WHERE plugin_name = 'morvena_sn_test'")" ACTIVE
+    ! sql "$run" 'UNINSTALL PLUGIN morvena_sn_test' 2>/dev/null ||
+      fail 'the embedder was removed while it reads'
+    sql "$run" "INSTALL PLUGIN morvena_sn SONAME 'morvena_sn.so'" 2>/dev/null ||
+      true
+  done
+  expect 'rows' "$(act count)" '5000 rows'
+  stop
+}
+
 cases() {
   sed -n '/^# --- cases/,/^cases()/s/^\([a-z_]*\)() {$/\1/p' "${BASH_SOURCE[0]}" |
     grep -vx cases
