@@ -405,6 +405,18 @@ write_exports() {
   echo "$mysqld" >"$host/exports.of"
 }
 
+# Debug and release code differ in the layout of structures, and only one of the
+# two mixtures lacks a symbol. Only a server without NDEBUG has the tracing of
+# debug builds.
+need_same_mode() {
+  local flags=debug server=release
+  [[ -n $mysqld ]] || return 0
+  ! grep -qF '[==[NDEBUG]==]' "$host/host.cmake" || flags=release
+  ! grep -q '^_Z[0-9]*_db_enter_' "$host/exports.txt" || server=debug
+  [[ $flags = "$server" ]] ||
+    die "$mysqld is a $server build, but the flags of $build_dir are those of a $flags build"
+}
+
 # The server looks for a component of its own in the plug-in folder each time
 # that it starts, and logs errors where it is missing.
 link_component() {
@@ -426,5 +438,6 @@ tree_headers
 write_programs
 link_client_library
 write_exports
+need_same_mode
 link_component
 say "MySQL $(cat "$host/version") is ready in $host"
