@@ -106,10 +106,12 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   // the allocator gave it.
   restore_record(table, s->default_values);
   mark_key_columns(table, key);
+  // It ends the scan, so it is there before the scan begins.
+  std::unique_ptr<IndexCursor> cursor(new IndexCursor(table, key, index_only));
   if (!start_index_scan(table, key)) return nullptr;
   set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
-  return new IndexCursor(table, key, index_only);
+  return cursor.release();
 }
 
 IndexCursor::~IndexCursor() {

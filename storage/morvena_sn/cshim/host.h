@@ -76,16 +76,18 @@ template <class Ref>
 Ref second_argument(bool (*)(THD *, Ref *, Open_table_context *));
 using Table_ref = decltype(second_argument(&::open_table));
 
-// 8.0.27: never finds daemon sessions and takes no word for it.
-inline Find_thd_with_id find_by_id(my_thread_id id) {
-#if HOST_FIND_THD_TAKES_DAEMON
-  return Find_thd_with_id(id, true);
-#else
-  return Find_thd_with_id(id);
-#endif
+// 8.0.27 and 8.0.30 never find daemon sessions and take no word for it; 8.0.32
+// and later do.
+template <class Finder = Find_thd_with_id>
+inline Finder find_by_id(my_thread_id id) {
+  if constexpr (std::is_constructible_v<Finder, my_thread_id, bool>) {
+    return Finder(id, true);
+  } else {
+    return Finder(id);
+  }
 }
 
-// 8.0.27: three arguments.
+// Before 8.0.42: three arguments.
 inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
 #if HOST_KEY_CMP_TAKES_MULTI_VALUED
   return ::key_cmp(part, key, key_bytes, false);
@@ -107,9 +109,18 @@ inline bool is_possible(const timeval &value, enum_field_types type) {
          value.tv_usec <= 999999;
 }
 
+// Host_value: timeval in 8.0.27, my_timeval later.
+template <class Host_value>
+inline void store_timestamp(Field *field,
+                            void (Field::*store)(const Host_value *),
+                            const timeval &value) {
+  const Host_value host_value{value.tv_sec, value.tv_usec};
+  (field->*store)(&host_value);
+}
+
 // Only columns with a date and a time have a timestamp store; the one that the
 // others inherit is a fault in debug builds. What is impossible is stored as
-// the column's zero. 8.0.27 takes a timeval.
+// the column's zero.
 inline void store_timestamp(Field *field, const timeval &value) {
   const enum_field_types type = field->type();
   if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
@@ -117,12 +128,7 @@ inline void store_timestamp(Field *field, const timeval &value) {
     field->reset();
     return;
   }
-#if HOST_HAS_MY_TIMEVAL
-  const my_timeval host_value{value.tv_sec, value.tv_usec};
-  field->store_timestamp(&host_value);
-#else
-  field->store_timestamp(&value);
-#endif
+  store_timestamp(field, &Field::store_timestamp, value);
 }
 
 // The host's conversions take only what a date, a time or a datetime can be;

@@ -55,18 +55,6 @@ void adapt_to_cursors(THD *thd) {
   thd->variables.sql_mode &= ~(MODE_NO_ZERO_DATE | MODE_NO_ZERO_IN_DATE);
 }
 
-THD *new_session() {
-  std::unique_ptr<THD> thd(new (std::nothrow) THD(true));
-  if (thd == nullptr) return nullptr;
-  thd->get_protocol_classic()->init_net(nullptr);
-  thd->set_new_thread_id();
-  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-  // Its way back must not fail.
-  thd_pool.reserve(thd_pool_max_size);
-  in_use().insert(thd.get());
-  return thd.release();
-}
-
 // Not inlined: the address of the local is where the host begins to measure the
 // thread's stack.
 [[gnu::noinline]] void bind_to_thread(THD *thd) {
@@ -81,6 +69,26 @@ void destroy_session(THD *thd) {
   thd->get_protocol_classic()->end_net();
   thd->release_resources();
   delete thd;
+}
+
+// The host destroys a session on a thread that it was bound to.
+struct Destroy_unbound {
+  void operator()(THD *thd) const {
+    bind_to_thread(thd);
+    destroy_session(thd);
+  }
+};
+
+THD *new_session() {
+  std::unique_ptr<THD, Destroy_unbound> thd(new (std::nothrow) THD(true));
+  if (thd == nullptr) return nullptr;
+  thd->get_protocol_classic()->init_net(nullptr);
+  thd->set_new_thread_id();
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  // Its way back must not fail.
+  thd_pool.reserve(thd_pool_max_size);
+  in_use().insert(thd.get());
+  return thd.release();
 }
 
 // An idle session that still owned an InnoDB transaction would stop the server
@@ -153,8 +161,7 @@ void CommonApi::destroy_idle_sessions() {
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
   for (THD *thd : thd_pool) {
     before_is_alive = before_is_alive && thd != before;
-    bind_to_thread(thd);
-    destroy_session(thd);
+    Destroy_unbound()(thd);
   }
   thd_pool.clear();
   if (before_is_alive) bind_to_thread(before);

@@ -169,12 +169,12 @@ inline bool nth_extern([[maybe_unused]] const dict_index_t *index,
 #endif
 }
 
-// 8.0.27: takes the index, and the field to ignore before the session.
+// Before 8.0.43: takes the index, and the field to ignore before the session.
 inline dfield_t *computed_value(const dtuple_t *row, const dict_v_col_t *col,
                                 const dict_index_t *index,
                                 mem_heap_t **local_heap, mem_heap_t *heap,
                                 THD *thd, TABLE *table) {
-#if HOST_TAKES_LOCATION
+#if HOST_COMPUTES_FOR_TABLE
   return innobase_get_computed_value(row, col, index->table, local_heap, heap,
                                      thd, table);
 #else
@@ -183,10 +183,10 @@ inline dfield_t *computed_value(const dtuple_t *row, const dict_v_col_t *col,
 #endif
 }
 
-// 8.0.27: under another name, with the reference system.
+// Before 8.0.41: under another name, with the reference system.
 inline bool mbr_is_equal([[maybe_unused]] const dict_index_t *index,
                          rtr_mbr_t *a, rtr_mbr_t *b) {
-#if HOST_TAKES_LOCATION
+#if HOST_HAS_MBR_EQUAL_PHYSICALLY
   return mbr_equal_physically(a, b);
 #else
   return mbr_equal_cmp(index->rtr_srs.get(), a, b);

@@ -32,13 +32,16 @@
     8.0.27. */
 #define HOST_TAKES_LOCATION (MYSQL_VERSION_ID > 80027)
 
-/** key_cmp() takes a fourth argument, and Field::store_timestamp() a
-    my_timeval. Seen in 8.0.30 and later, not in 8.0.27. */
-#define HOST_KEY_CMP_TAKES_MULTI_VALUED (MYSQL_VERSION_ID > 80027)
-#define HOST_HAS_MY_TIMEVAL (MYSQL_VERSION_ID > 80027)
+/** key_cmp() takes a fourth argument. Seen in 8.0.42 and later, not in 8.0.41. */
+#define HOST_KEY_CMP_TAKES_MULTI_VALUED (MYSQL_VERSION_ID > 80041)
 
-/** Find_thd_with_id takes whether daemon sessions are found. */
-#define HOST_FIND_THD_TAKES_DAEMON (MYSQL_VERSION_ID > 80027)
+/** Rectangles are compared by mbr_equal_physically(), and not by mbr_equal_cmp()
+    in their reference system. Seen in 8.0.41 and later, not in 8.0.40. */
+#define HOST_HAS_MBR_EQUAL_PHYSICALLY (MYSQL_VERSION_ID > 80040)
+
+/** Virtual columns are computed for a table and not for an index. Seen in 8.0.43
+    and later, not in 8.0.42. */
+#define HOST_COMPUTES_FOR_TABLE (MYSQL_VERSION_ID > 80042)
 
 /** TIME values are a Time_val, and Field has no val_time_temporal(). Seen in
     9.7. */
