@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Cases of tests/resource, each in a server that is short of something.
+#   resources.sh prepare DIR              makes the servers' data
+#   resources.sh SUITE.CASE DIR           runs a case, prints what it measured
+#   resources.sh compare_list DIR FILE    whether FILE names all cases
+# TABLE_MB is the size of the table that is read through a buffer pool of
+# POOL_MB.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+plugins=(--plugin-load-add=morvena_sn.so
+  --plugin-load-add=morvena_sn_resource.so)
+
+# What the server of a case has little of.
+set_options() {
+  case $1 in
+    Temporary_space.*)
+      mkdir -p "$run/tmp"
+      options=(--tmpdir="$run/tmp"
+        --innodb-temp-data-file-path=ibtmp1:12M
+        --temptable-max-ram=2M --temptable-max-mmap=0)
+      ;;
+    Open_tables.*)
+      # The option alone does not lower what the system allows already.
+      ulimit -n 60
+      options=(--table-open-cache=4 --table-open-cache-instances=1
+        --innodb-open-files=10 --open-files-limit=60 --max-connections=10)
+      ;;
+    Connections.*) options=(--max-connections=5) ;;
+    Small_pool.*)
+      options=(--innodb-buffer-pool-size="${POOL_MB:-5}M"
+        --innodb-buffer-pool-chunk-size=1M --innodb-buffer-pool-instances=1)
+      ;;
+    *) options=() ;;
+  esac
+}
+
+start() {
+  mark_log "$run"
+  server start "$run" --no-plugin -- "${plugins[@]}" "${fast_options[@]}" "$@" \
+    >/dev/null
+}
+
+stop() {
+  server stop "$run" >/dev/null
+  expect_clean_end "$run"
+}
+
+prepare() {
+  rm -rf "$run"
+  mkdir -p "$run"
+  start
+  sql "$run" "CREATE FUNCTION morvena_test RETURNS STRING
+    SONAME 'morvena_sn_resource.so'"
+  stop
+}
+
+# A server that hangs is told from one that is slow by the clock alone.
+run_case() {
+  local answer seconds=300
+  [[ -z ${TABLE_MB-} ]] || seconds=3500
+  set_options "$1"
+  start "${options[@]}"
+  answer=$(TIMEOUT=$seconds sql "$run" "SELECT morvena_test('$1')" 2>&1) ||
+    fail "the case did not end: $answer"
+  log_since_mark "$run" | sed -n 's/^figure: //p'
+  expect "$1" "$answer" PASS
+  stop
+}
+
+compare_list() {
+  local listed
+  start
+  listed=$(sql "$run" "SELECT morvena_test('--list')" | grep . | sort)
+  diff <(grep . "$1" | sort) <(printf '%s\n' "$listed") ||
+    fail "the cases of the sources (<) differ from those compiled (>)"
+  stop
+}
+
+run=$2
+server kill "$run" >/dev/null
+# The server repeats in its log what one that crashed had written there.
+rm -f "$run/mysqld.err"
+# What goes wrong half-way leaves no server behind.
+trap 'code=$?; [[ $code = 0 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
+case $1 in
+  prepare) prepare ;;
+  compare_list) compare_list "$3" ;;
+  *) run_case "$1" ;;
+esac
