@@ -41,6 +41,7 @@ struct Request {
   std::string index;  ///< none: the whole table in its own order
   bool index_only = false;
   std::vector<Column> columns;
+  uint32_t donor = 0;  ///< whose snapshot is read, 0 for one of its own
   size_t threads = 0;
   uint64_t count = 0;  ///< of point reads, or of parallel reads, 0 for one
   uint64_t keys = 0;   ///< the table's highest key

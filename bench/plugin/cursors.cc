@@ -22,12 +22,13 @@ constexpr int wait_for_locks_sec = 10;
 Cursor::Cursor(const Request &request) : is_scan_(request.index.empty()) {
   unsigned int error = 0;
   char message[512] = "no such index";
-  handle_ = is_scan_
-                ? open_seqscan_cursor(schema, request.table.c_str(), 0,
-                                      wait_for_locks_sec, &error, message)
-                : open_index_cursor(schema, request.table.c_str(),
-                                    request.index.c_str(), request.index_only,
-                                    0, wait_for_locks_sec, &error, message);
+  handle_ = is_scan_ ? open_seqscan_cursor(schema, request.table.c_str(),
+                                           request.donor, wait_for_locks_sec,
+                                           &error, message)
+                     : open_index_cursor(schema, request.table.c_str(),
+                                         request.index.c_str(),
+                                         request.index_only, request.donor,
+                                         wait_for_locks_sec, &error, message);
   if (handle_ == 0) throw std::runtime_error(request.table + ": " + message);
 }
 

@@ -14,9 +14,9 @@
     SELECT morvena_bench('parallel_read', 'table=lineitem threads=2
                           columns=price:decimal,ship_date:date');
 
-  Words of the second argument, besides those: index, index_only=1, count, keys,
-  low, high. Answers, separated by tabs: nanoseconds, rows, totals; or ERROR and
-  a text.
+  Words of the second argument, besides those: index, index_only=1, donor,
+  count, keys, low, high. Answers, separated by tabs: nanoseconds, rows, totals;
+  or ERROR and a text.
 */
 
 #include <map>
@@ -86,6 +86,7 @@ Request request_of(const std::string &words) {
   request.index = values["index"];
   request.index_only = number("index_only") != 0;
   request.columns = columns_of(values["columns"]);
+  request.donor = static_cast<uint32_t>(number("donor"));
   request.threads = static_cast<size_t>(number("threads"));
   request.count = static_cast<uint64_t>(number("count"));
   request.keys = static_cast<uint64_t>(number("keys"));

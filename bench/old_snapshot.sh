@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Measures what a long snapshot costs, in a private server of its own that goes
+# afterwards: a session keeps its snapshot while another one updates rows, and
+# the table is read under the old snapshot and under a fresh one.
+#
+# BUILD    the build folder (default: build); the figures go to
+#          $BUILD/old_snapshot/figures.txt as well
+# SECONDS_OF_WRITING  how long rows are updated (default: 120)
+# ROWS     of the table (default: 100000)
+#
+# Exit status 0: everything was measured; 1: something read was not exact.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+repo=$(dirname "$here")
+export BUILD=${BUILD:-$repo/build}
+[[ $BUILD = /* ]] || BUILD=$repo/$BUILD
+folder=$BUILD/old_snapshot
+run=$folder/run
+client=$BUILD/cmake/bench/bench_client
+
+server() { "$repo/tools/server.sh" "$1" --run "$run" "${@:2}"; }
+
+finish() {
+  server stop >/dev/null
+  rm -rf "$run"
+}
+
+[[ -x $client ]] || {
+  echo "old_snapshot: no $client: the host has no client library, or make is to come first" >&2
+  exit 1
+}
+server kill >/dev/null
+rm -rf "$folder"
+mkdir -p "$folder"
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
+trap finish EXIT
+# Memory and disk are not to be what ends the writing. By default the history
+# that purge is done with is taken out of the list, and out of the figure, only
+# once in 128 times.
+server start -- --innodb-buffer-pool-size=1G --innodb-redo-log-capacity=1G \
+  --innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF \
+  --innodb-stats-auto-recalc=OFF \
+  --innodb-purge-rseg-truncate-frequency=1 >/dev/null
+
+PYTHONDONTWRITEBYTECODE=1 python3 -u "$here/old_snapshot.py" \
+  --client "$client" --socket "$(server socket)" \
+  --seconds "${SECONDS_OF_WRITING:-120}" --rows "${ROWS:-100000}" |
+  tee "$folder/figures.txt"
