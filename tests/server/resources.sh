@@ -27,7 +27,7 @@ set_options() {
         --innodb-open-files=10 --open-files-limit=60 --max-connections=10)
       ;;
     Connections.*) options=(--max-connections=5) ;;
-    Small_pool.*)
+    Small_pool*)
       options=(--innodb-buffer-pool-size="${POOL_MB:-5}M"
         --innodb-buffer-pool-chunk-size=1M --innodb-buffer-pool-instances=1)
       ;;

@@ -1,0 +1,113 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Each worker keeps a leaf page while its callback runs, and while it waits for
+// the next one: workers whose pages fill the buffer pool must not wait for each
+// other.
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <future>
+#include <mutex>
+
+#include "innodb_api/pool.h"
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+using std::chrono::seconds;
+
+constexpr size_t n_threads = ThreadBudget::MAX_THREADS;
+// Eight leaves make a batch; each worker's first one is to end inside a page.
+constexpr size_t n_rows = 1400000;
+constexpr size_t rows_per_statement = 100000;
+
+/** Keeps callbacks until n of them are there, for some seconds at most. */
+class Gate {
+ public:
+  explicit Gate(size_t n) : wanted_(n) {}
+
+  void pass() {
+    std::unique_lock<std::mutex> lock(mu_);
+    ++inside_;
+    arrived_.notify_all();
+    arrived_.wait_for(lock, seconds(15), [this] { return inside_ >= wanted_; });
+  }
+  size_t inside() {
+    const std::lock_guard<std::mutex> lock(mu_);
+    return inside_;
+  }
+
+ private:
+  const size_t wanted_;
+  std::mutex mu_;
+  std::condition_variable arrived_;
+  size_t inside_ = 0;  // under mu_
+};
+
+/** Keeps the pool's threads busy, so that each worker of a read gets a thread
+    of its own: else many would wait for the few. */
+class Busy_pool {
+ public:
+  Busy_pool() {
+    ThreadPool *pool = ThreadPool::get_instance();
+    for (size_t i = 0; i < ThreadPool::n_workers; ++i)
+      tasks_.push_back(pool->submit([done = done_] { done.wait(); }));
+    EXPECT_TRUE(wait_until([pool] { return pool->n_idle() == 0; }));
+  }
+  ~Busy_pool() {
+    release_.set_value();
+    for (const std::future<void> &task : tasks_) task.wait();
+  }
+
+ private:
+  std::promise<void> release_;
+  std::shared_future<void> done_{release_.get_future()};
+  std::vector<std::future<void>> tasks_;
+};
+
+class Small_pool_kept_pages : public Parallel_test {
+ protected:
+  Small_pool_kept_pages() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
+    for (size_t at = 0; at < n_rows; at += rows_per_statement)
+      fill("t", rows_per_statement, std::to_string(at) + " + i, i");
+    take_snapshot();
+  }
+
+  size_t count_rows(Gate *gate) {
+    const Scan scan({.donor = donor.id()});
+    std::vector<std::atomic<bool>> has_passed(n_threads);
+    std::atomic<size_t> rows{0};
+    EXPECT_TRUE(read_parallel(scan, n_threads, [&](const Batch &batch) {
+      if (!has_passed[batch.thread].exchange(true)) gate->pass();
+      rows += batch.size();
+      return false;
+    }));
+    return rows;
+  }
+};
+
+TEST_F(Small_pool_kept_pages, WorkersDoNotWaitForEachOther) {
+  const Busy_pool busy;
+  const Server_log log(sql);
+  Gate gate(n_threads);
+  EXPECT_EQ(count_rows(&gate), n_rows);
+  // Most of the pool's 320 pages.
+  EXPECT_GE(gate.inside(), 200u);
+  fprintf(stderr,
+          "figure: %zu pages kept at a time; free blocks were hard to find"
+          " %zu times\n",
+          gate.inside(), log.count("difficult to find free blocks"));
+}
+
+}  // namespace
