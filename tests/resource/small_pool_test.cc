@@ -179,8 +179,7 @@ TEST_F(Small_pool, ReadsAreExactBesideAWriterAndAHotTable) {
   measure("nothing", idle);
 }
 
-// Each worker keeps a page while it waits for the next: more of them than the
-// pool has pages must not wait for each other.
+// And more asked for than there are.
 TEST_F(Small_pool, AsManyThreadsAsThereAre) {
   const Server_log log(sql);
   measure_parallel(255);
