@@ -115,9 +115,11 @@ void *CommonApi::create_thd() {
   if (thd == nullptr) thd = new_session();
   if (thd == nullptr) return nullptr;
   bind_to_thread(thd);
-  adapt_to_cursors(thd);
   thd->killed = THD::NOT_KILLED;
-  thd->get_stmt_da()->reset_diagnostics_area();
+  // As between a client's statements. Of the cursor before it clears a kill's
+  // fatal error, too, under which 8.0 opens no table that has expressions.
+  thd->reset_for_next_command();
+  adapt_to_cursors(thd);
   return thd;
 }
 
