@@ -44,6 +44,10 @@ class Client::Worker {
     mysql_ = mysql_init(nullptr);
     if (mysql_ == nullptr) return "out of memory";
     mysql_options(mysql_, MYSQL_OPT_CONNECT_TIMEOUT, &seconds);
+    // In the server's process a client would have the server's
+    // net_read_timeout.
+    const unsigned int patience = 300;
+    mysql_options(mysql_, MYSQL_OPT_READ_TIMEOUT, &patience);
     mysql_options(mysql_, MYSQL_SET_CHARSET_NAME, "utf8mb4");
     if (mysql_real_connect(mysql_, nullptr, "root", "", nullptr, 0,
                            mysqld_unix_port, 0) == nullptr)

@@ -13,8 +13,9 @@
   server but its per-thread set-up.
 
   Invariants: a worker leaves only when the pool stops and the queue is empty,
-  so what was queued runs. A task never waits while a thread of its own could
-  run it: with no worker idle it gets one.
+  so what was queued runs. With no worker idle a task gets a thread of its own;
+  but a worker counts as idle until it runs a task, so that many submitted at
+  once may share the workers.
 */
 
 #ifndef MORVENA_SN_INNODB_API_POOL_H
