@@ -34,11 +34,13 @@ bool wait_until(const std::function<bool()> &reached) {
   return true;
 }
 
-/** Keeps the threads that wait for it until it opens. */
+/** Keeps the threads that pass it until it opens; they may outlive it. */
 class Gate {
  public:
   Gate() : opened_(open_.get_future()) {}
-  void pass() const { opened_.wait(); }
+  std::function<void()> pass() const {
+    return [opened = opened_] { opened.wait(); };
+  }
   void open() { open_.set_value(); }
 
  private:
@@ -50,7 +52,7 @@ class Gate {
 Futures occupy_workers(Threads *pool, const Gate &gate) {
   Futures busy;
   for (size_t i = 0; i < Threads::n_workers; ++i)
-    busy.push_back(pool->submit([&gate] { gate.pass(); }));
+    busy.push_back(pool->submit(gate.pass()));
   EXPECT_TRUE(wait_until([&] { return pool->n_idle() == 0; }));
   return busy;
 }
@@ -211,7 +213,7 @@ TEST(Pool_stopping, QueueRefusesATask) {
   Threads *pool = Threads::get_instance();
   Gate gate;
   ASSERT_TRUE(wait_until([] { return threads_set_up == 32; }));
-  auto held = pool->submit([&gate] { gate.pass(); });
+  auto held = pool->submit(gate.pass());
   ASSERT_TRUE(wait_until([&] { return pool->n_idle() == 31; }));
   std::thread stopper([] { Threads::shutdown(); });
   // The other workers leave once the pool stops; the held one keeps it alive.
