@@ -195,7 +195,7 @@ TEST_F(Session, NothingIsLeftOpen) {
   }
   EXPECT_EQ(tables_in_use(), 0);
   EXPECT_EQ(transactions(), before);
-  // The server's statistics thread may look at a table.
+  // Purge may hold a table for a moment.
   EXPECT_TRUE(wait_until([this] {
     return sql.number(
                "SELECT COUNT(*) FROM performance_schema.metadata_locks"

@@ -98,7 +98,7 @@ class Temporary_space : public Parallel_test {
   void expect_nothing_left() {
     donor.exec("COMMIT");
     EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
-    // The server's statistics thread may look at the table.
+    // Purge may hold the table for a moment.
     EXPECT_TRUE(wait_until([this] {
       return sql
           .query(
