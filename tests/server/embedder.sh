@@ -56,13 +56,6 @@ case_() {
   exit 1
 }
 
-compare_list() {
-  local listed
-  listed=$(sql "$run" "SELECT morvena_test('--list')" | grep . | sort)
-  diff <(grep . "$1" | sort) <(printf '%s\n' "$listed") ||
-    fail "the cases of the sources (<) differ from those compiled (>)"
-}
-
 down() {
   mark_log "$run"
   server stop "$run" || fail "the server did not stop"
@@ -75,5 +68,5 @@ case $command in
   up) up "$3" ;;
   down) down ;;
   case) case_ "$3" ;;
-  compare_list) compare_list "$3" ;;
+  compare_list) expect_list "$run" "$3" ;;
 esac

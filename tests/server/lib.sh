@@ -56,3 +56,11 @@ expect_clean_end() {
 expect() {
   [[ $2 = "$3" ]] || fail "$1: got '$2', expected '$3'"
 }
+
+# expect_list DIR FILE: the server of DIR has the cases that FILE names.
+expect_list() {
+  local listed
+  listed=$(sql "$1" "SELECT morvena_test('--list')" | grep . | sort)
+  diff <(grep . "$2" | sort) <(printf '%s\n' "$listed") ||
+    fail "the cases of the sources (<) differ from those compiled (>)"
+}

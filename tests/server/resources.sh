@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Cases of tests/resource, each in a server that is short of something.
 #   resources.sh prepare DIR              makes the servers' data
-#   resources.sh SUITE.CASE DIR           runs a case, prints what it measured
+#   resources.sh case DIR SUITE.CASE      runs a case, prints what it measured
 #   resources.sh compare_list DIR FILE    whether FILE names all cases
 # TABLE_MB is the size of the table that is read through a buffer pool of
 # POOL_MB.
@@ -68,15 +68,6 @@ run_case() {
   stop
 }
 
-compare_list() {
-  local listed
-  start
-  listed=$(sql "$run" "SELECT morvena_test('--list')" | grep . | sort)
-  diff <(grep . "$1" | sort) <(printf '%s\n' "$listed") ||
-    fail "the cases of the sources (<) differ from those compiled (>)"
-  stop
-}
-
 run=$2
 server kill "$run" >/dev/null
 # The server repeats in its log what one that crashed had written there.
@@ -85,6 +76,10 @@ rm -f "$run/mysqld.err"
 trap 'code=$?; [[ $code = 0 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
 case $1 in
   prepare) prepare ;;
-  compare_list) compare_list "$3" ;;
-  *) run_case "$1" ;;
+  case) run_case "$3" ;;
+  compare_list)
+    start
+    expect_list "$run" "$3"
+    stop
+    ;;
 esac
