@@ -1,6 +1,6 @@
 # MORVENA_SN_SANITIZE: everything of ours is compiled with a sanitizer. The server
 # is not: it gets the sanitizer's run-time library preloaded, by what
-# MORVENA_SN_BUILD/sanitizer.env tells tools/server.sh.
+# MORVENA_SN_BUILD/sanitizer.env tells tools/server.sh. Nothing is suppressed.
 
 set(MORVENA_SN_SANITIZE "" CACHE STRING "address, undefined, thread, or nothing")
 set(MORVENA_SN_SANITIZER_LIBRARY "")
@@ -11,7 +11,6 @@ endif()
 
 set(MORVENA_SN_SANITIZER_FLAGS -fsanitize=${MORVENA_SN_SANITIZE}
   -fno-omit-frame-pointer)
-set(suppressions "${PROJECT_SOURCE_DIR}/tests/sanitizer")
 if(MORVENA_SN_SANITIZE STREQUAL "address")
   set(library libasan.so)
   # The host keeps much to its end, and is not asked about it. It measures the
@@ -22,7 +21,7 @@ elseif(MORVENA_SN_SANITIZE STREQUAL "undefined")
   set(library libubsan.so)
   # What the host's classes are at run time it tells nobody.
   list(APPEND MORVENA_SN_SANITIZER_FLAGS -fno-sanitize=vptr)
-  set(options "UBSAN_OPTIONS=halt_on_error=1:abort_on_error=1:print_stacktrace=1:suppressions=${suppressions}/undefined.txt")
+  set(options "UBSAN_OPTIONS=halt_on_error=1:abort_on_error=1:print_stacktrace=1")
 elseif(MORVENA_SN_SANITIZE STREQUAL "thread")
   set(library libtsan.so)
   set(options "TSAN_OPTIONS=halt_on_error=1")
