@@ -5,7 +5,8 @@
 #
 # BUILD    the build folder (default: build); the figures go to
 #          $BUILD/old_snapshot/figures.txt as well
-# SECONDS_OF_WRITING  how long rows are updated (default: 120)
+# SECONDS_OF_WRITING  how long rows are updated (default: 60); what
+#          they leave has to fit into the buffer pool, or the disk is measured
 # ROWS     of the table (default: 100000)
 #
 # Exit status 0: everything was measured; 1: something read was not exact.
@@ -46,5 +47,5 @@ server start -- --innodb-buffer-pool-size=1G --innodb-redo-log-capacity=1G \
 
 PYTHONDONTWRITEBYTECODE=1 python3 -u "$here/old_snapshot.py" \
   --client "$client" --socket "$(server socket)" \
-  --seconds "${SECONDS_OF_WRITING:-120}" --rows "${ROWS:-100000}" |
+  --seconds "${SECONDS_OF_WRITING:-60}" --rows "${ROWS:-100000}" |
   tee "$folder/figures.txt"
