@@ -44,9 +44,9 @@ bool has_multi_value_field(const dtuple_t *tuple) {
 // A secondary record of the page in hand, and the key of its clustered record.
 using Pending_pair = std::pair<const rec_t *, dtuple_t *>;
 
-// A kill is looked for once in so many versions built, which may be the only
-// rows there are.
-constexpr size_t versions_between_checks = 256;
+// A kill is looked for once in so many rows whose version has to be built. They
+// may be the only rows there are, and each may take thousands of steps back.
+constexpr size_t versions_between_checks = 16;
 
 // Records lie on a page in the order in which they came. Where that is not the
 // key's, the processor cannot tell which lines come next.
