@@ -176,13 +176,7 @@ class Fault : public Cursor_test {
   void expect_nothing_left(size_t n) {
     ASSERT_EQ(CommonApi::sessions_in_use(), 0u) << "allocation " << n;
     ASSERT_EQ(ThreadBudget::s_active_threads.load(), 0u) << "allocation " << n;
-    // Purge may hold the table for a moment.
-    ASSERT_TRUE(wait_until([this] {
-      return sql.number(
-                 "SELECT COUNT(*) FROM performance_schema.metadata_locks"
-                 " WHERE object_schema = 'db'") == 0;
-    })) << "allocation "
-        << n;
+    ASSERT_EQ(metadata_locks(), 0) << "allocation " << n;
   }
 
   /** Until a use makes fewer allocations than were counted to, some times over:

@@ -98,14 +98,7 @@ class Temporary_space : public Parallel_test {
   void expect_nothing_left() {
     donor.exec("COMMIT");
     EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
-    // Purge may hold the table for a moment.
-    EXPECT_TRUE(wait_until([this] {
-      return sql
-          .query(
-              "SELECT owner_thread_id FROM performance_schema.metadata_locks"
-              " WHERE object_schema = 'db' AND object_name = 't'")
-          .empty();
-    }));
+    EXPECT_EQ(metadata_locks(), 0);
     sql.exec("SET lock_wait_timeout = 1");
     EXPECT_EQ(sql.attempt("ALTER TABLE t COMMENT 'free'").error, 0u);
   }

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <thread>
 
-#include "my_thread.h"
+#include "known_thread.h"
 
 namespace harness {
 
@@ -218,14 +218,8 @@ bool wait_until(const std::function<bool()> &reached) {
 
 std::future<void> on_own_thread(std::function<void()> f) {
   return std::async(std::launch::async, [f] {
-    my_thread_init();
-    try {
-      f();
-    } catch (...) {
-      my_thread_end();
-      throw;
-    }
-    my_thread_end();
+    const Known_thread known;
+    f();
   });
 }
 
@@ -242,6 +236,16 @@ Cursor_test::Cursor_test() {
 }
 
 Cursor_test::~Cursor_test() { sql.attempt("DROP DATABASE db"); }
+
+int64_t Cursor_test::metadata_locks() {
+  return sql.number(
+      "SELECT COUNT(*) FROM performance_schema.metadata_locks l"
+      " LEFT JOIN performance_schema.threads t"
+      " ON t.thread_id = l.owner_thread_id"
+      " WHERE l.object_schema = 'db' AND COALESCE(t.name, '') NOT IN"
+      " ('thread/innodb/srv_purge_thread', 'thread/innodb/srv_worker_thread',"
+      " 'thread/innodb/dict_stats_thread')");
+}
 
 bool Cursor_test::wait_for_state(const std::string &state) {
   return wait_until([&] {

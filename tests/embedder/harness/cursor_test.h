@@ -145,6 +145,10 @@ class Cursor_test : public testing::Test {
       names it. */
   bool wait_for_state(const std::string &state);
 
+  /** The metadata locks on tables of db. Those of purge and of the statistics
+      thread, which come and go on their own, are not counted. */
+  int64_t metadata_locks();
+
   Client sql;
 };
 

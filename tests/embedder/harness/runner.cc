@@ -24,9 +24,9 @@
 #include "common.h"
 #include "cursor.h"
 #include "gtest/gtest.h"
+#include "known_thread.h"
 #include "lifecycle.h"
 #include "my_config.h"
-#include "my_thread.h"
 #include "mysql.h"
 #include "mysql/plugin.h"
 #include "udf_text.h"
@@ -110,10 +110,9 @@ std::string run_case(const std::string &name) {
   testing::GTEST_FLAG(filter) = name;
   // Not on the client's thread: cursors take over the thread's session.
   std::thread([] {
-    my_thread_init();
+    const Known_thread known;
     // The listener has the result.
     [[maybe_unused]] const int result = RUN_ALL_TESTS();
-    my_thread_end();
   }).join();
   return listener->take_result();
 }

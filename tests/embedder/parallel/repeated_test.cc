@@ -70,11 +70,6 @@ class Parallel_repeated : public Parallel_test {
     return std::stoll(
         *sql.query("SHOW GLOBAL STATUS LIKE '" + name + "'")[0][1]);
   }
-  int64_t metadata_locks() {
-    return sql.number(
-        "SELECT COUNT(*) FROM performance_schema.metadata_locks"
-        " WHERE object_schema = 'db'");
-  }
 };
 
 TEST_F(Parallel_repeated, NothingIsLeftBehind) {

@@ -1,0 +1,32 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file known_thread.h
+  Threads that the server can tell apart.
+*/
+
+#ifndef MORVENA_SN_TESTS_KNOWN_THREAD_H
+#define MORVENA_SN_TESTS_KNOWN_THREAD_H
+
+namespace harness {
+
+/** As long as it lives, the server knows this thread, and the performance schema
+    lists what it holds: the metadata locks of a thread without an entry there
+    are in none of its tables. */
+class Known_thread {
+ public:
+  Known_thread();
+  ~Known_thread();
+  Known_thread(const Known_thread &) = delete;
+  Known_thread &operator=(const Known_thread &) = delete;
+};
+
+}  // namespace harness
+
+#endif  // MORVENA_SN_TESTS_KNOWN_THREAD_H
