@@ -90,18 +90,16 @@ TEST_F(Changing_donor, StartsAnotherTransactionWhileTheCursorReads) {
 class Donors_transaction : public Donor_test {
  protected:
   std::string info(const std::string &column) {
-    return sql
-        .value("SELECT COALESCE(MAX(" + column +
-               "), 'none') FROM"
-               " information_schema.innodb_trx WHERE trx_mysql_thread_id = " +
-               std::to_string(donor.id()))
-        .value();
+    return of_transactions(
+        "COALESCE(MAX(" + column + "), 'none')",
+        "trx_mysql_thread_id = " + std::to_string(donor.id()));
   }
 };
 
 TEST_F(Donors_transaction, IsLeftAsItWas) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   const std::string id = info("trx_id"), level = info("trx_isolation_level");
+  EXPECT_NE(id, "none");
   {
     Cursor cursor({.donor = donor.id()});
     EXPECT_EQ(cursor.ints(1), before);

@@ -43,7 +43,7 @@ class Session : public Cursor_test {
   }
 
   int64_t transactions() {
-    return sql.number("SELECT COUNT(*) FROM information_schema.innodb_trx");
+    return std::stoll(of_transactions("COUNT(*)", "TRUE"));
   }
 
   /** More rows than are fetched ahead. */
@@ -193,6 +193,7 @@ TEST_F(Session, NothingIsLeftOpen) {
     other.ints(0);
     EXPECT_EQ(tables_in_use(), 2);
     EXPECT_EQ(metadata_locks(), 2);
+    EXPECT_EQ(transactions(), before + 2);
   }
   EXPECT_EQ(tables_in_use(), 0);
   EXPECT_EQ(transactions(), before);

@@ -237,6 +237,16 @@ Cursor_test::Cursor_test() {
 
 Cursor_test::~Cursor_test() { sql.attempt("DROP DATABASE db"); }
 
+std::string Cursor_test::of_transactions(const std::string &aggregate,
+                                         const std::string &condition) {
+  // The table is filled anew only when nobody has read it for 0.1 s.
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  return sql
+      .value("SELECT " + aggregate +
+             " FROM information_schema.innodb_trx WHERE " + condition)
+      .value();
+}
+
 int64_t Cursor_test::metadata_locks() {
   return sql.number(
       "SELECT COUNT(*) FROM performance_schema.metadata_locks l"

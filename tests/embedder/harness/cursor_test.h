@@ -145,6 +145,10 @@ class Cursor_test : public testing::Test {
       names it. */
   bool wait_for_state(const std::string &state);
 
+  /** An aggregate of the InnoDB transactions for which a condition holds. */
+  std::string of_transactions(const std::string &aggregate,
+                              const std::string &condition);
+
   /** The metadata locks on tables of db. Those of purge and of the statistics
       thread, which come and go on their own, are not counted. */
   int64_t metadata_locks();
