@@ -456,7 +456,8 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   Read an index cursor's range with several threads.
 
   @param nthreads  how many workers; no more than what is left of the 256 that
-                   all reads of the process share. With fewer than two, and
+                   all reads of the process share, or of one for four pages of
+                   the buffer pool when that is less. With fewer than two, and
                    when the index is a single page, the calling
                    thread reads alone.
   @param fn        takes the batches; must not be null

@@ -12,6 +12,7 @@
 // result. Threads: the caller's, which waits for its workers. Fails: any
 // worker's failure, threads or memory that cannot be had, a kill.
 
+#include <algorithm>
 #include <iostream>
 #include <new>
 
@@ -21,23 +22,36 @@
 
 namespace {
 
+// The page that a worker keeps, the one that it waits for, and as much again for
+// everybody else.
+constexpr size_t pool_pages_per_worker = 4;
+
+// How many of the process's workers are too many for the buffer pool: once the
+// pages that they keep fill it, none of them gets another, and nobody else does.
+size_t n_beyond_the_buffer_pool() {
+  const size_t bearable = buf_pool_get_n_pages() / pool_pages_per_worker;
+  const size_t reserved = ThreadBudget::s_active_threads;
+  return reserved > bearable ? reserved - bearable : 0;
+}
+
 // The threads of one read. A single one is not worth a hand-over: the calling
 // thread then reads alone.
 class Reserved_threads {
  public:
   explicit Reserved_threads(size_t wanted)
       : n_(ThreadBudget::available_threads(wanted)) {
-    if (n_ == 1) give_back();
+    give_back(std::min(n_, n_beyond_the_buffer_pool()));
+    if (n_ == 1) give_back(1);
   }
-  ~Reserved_threads() { give_back(); }
+  ~Reserved_threads() { give_back(n_); }
   Reserved_threads(const Reserved_threads &) = delete;
   Reserved_threads &operator=(const Reserved_threads &) = delete;
   size_t count() const { return n_; }
 
  private:
-  void give_back() {
-    if (n_ > 0) ThreadBudget::release_threads(n_);
-    n_ = 0;
+  void give_back(size_t n) {
+    if (n > 0) ThreadBudget::release_threads(n);
+    n_ -= n;
   }
   size_t n_;
 };
