@@ -458,8 +458,8 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   @param nthreads  how many workers; no more than what is left of the 256 that
                    all reads of the process share, or of one for four pages of
                    the buffer pool when that is less. With fewer than two, and
-                   when the index is a single page, the calling
-                   thread reads alone.
+                   when the index is a single page, the calling thread reads
+                   alone.
   @param fn        takes the batches; must not be null
   @param argument  handed on to fn
   @retval true   the range was read to its end and every batch was taken

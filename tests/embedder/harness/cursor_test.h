@@ -145,7 +145,8 @@ class Cursor_test : public testing::Test {
       names it. */
   bool wait_for_state(const std::string &state);
 
-  /** An aggregate of the InnoDB transactions for which a condition holds. */
+  /** An aggregate of the InnoDB transactions for which a condition holds, as
+      they are now. Takes 0.2 s. */
   std::string of_transactions(const std::string &aggregate,
                               const std::string &condition);
 
