@@ -10,7 +10,7 @@ import time
 
 from client import Client
 
-CHUNK = 5000  # updates of a call
+CHUNK = 5000  # updates of a call, at most
 LEFT = 100  # transactions in the history when purge has ended
 
 PROCEDURE = """
@@ -43,6 +43,7 @@ def arguments():
     parser.add_argument("--socket", required=True)
     parser.add_argument("--seconds", type=float, required=True)
     parser.add_argument("--rows", type=int, required=True)
+    parser.add_argument("--rate", type=int, help="updates a second, at most")
     return parser.parse_args()
 
 
@@ -136,10 +137,11 @@ def report(control, average, donors):
 
 
 class Writing:
-    """Updates of random rows, one to a transaction."""
+    """Updates of random rows, one to a transaction, at most `rate` a second."""
 
-    def __init__(self, client, rows):
-        self.client, self.rows = client, rows
+    def __init__(self, client, rows, rate):
+        self.client, self.rows, self.rate = client, rows, rate
+        self.chunk = min(CHUNK, rate) if rate else CHUNK
         self.updates, self.seconds = 0, 0.0
 
     def average(self):
@@ -148,8 +150,11 @@ class Writing:
     def run_until(self, average, seconds):
         begin = time.monotonic() - self.seconds
         while self.average() < average and self.seconds < seconds:
-            self.client.run(f"CALL churn({CHUNK}, {self.rows})")
-            self.updates += CHUNK
+            self.client.run(f"CALL churn({self.chunk}, {self.rows})")
+            self.updates += self.chunk
+            if self.rate:
+                due = begin + self.updates / self.rate
+                time.sleep(max(0, due - time.monotonic()))
             self.seconds = time.monotonic() - begin
 
 
@@ -183,7 +188,7 @@ def main():
     make(control, options.rows)
     old = Donor(options, control.inside)
     fresh = Donor(options, control.inside)
-    writing = Writing(control, options.rows)
+    writing = Writing(control, options.rows, options.rate)
     print_row(COLUMNS)
     old.read()  # from here on all pages are in memory
     report(control, 0, [old, fresh])

@@ -7,7 +7,9 @@
 #          $BUILD/old_snapshot/figures.txt as well
 # SECONDS_OF_WRITING  how long rows are updated (default: 60); what
 #          they leave has to fit into the buffer pool, or the disk is measured
+# RATE     updates a second, at most (default: as many as can be)
 # ROWS     of the table (default: 100000)
+# POOL     the buffer pool (default: 1G)
 #
 # Exit status 0: everything was measured; 1: something read was not exact.
 set -euo pipefail
@@ -40,12 +42,13 @@ trap finish EXIT
 # Memory and disk are not to be what ends the writing. By default the history
 # that purge is done with is taken out of the list, and out of the figure, only
 # once in 128 times.
-server start -- --innodb-buffer-pool-size=1G --innodb-redo-log-capacity=1G \
+server start -- --innodb-buffer-pool-size="${POOL:-1G}" --innodb-redo-log-capacity=1G \
   --innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF \
   --innodb-stats-auto-recalc=OFF \
   --innodb-purge-rseg-truncate-frequency=1 >/dev/null
 
 PYTHONDONTWRITEBYTECODE=1 python3 -u "$here/old_snapshot.py" \
   --client "$client" --socket "$(server socket)" \
-  --seconds "${SECONDS_OF_WRITING:-60}" --rows "${ROWS:-100000}" |
+  --seconds "${SECONDS_OF_WRITING:-60}" --rows "${ROWS:-100000}" \
+  ${RATE:+--rate "$RATE"} |
   tee "$folder/figures.txt"
