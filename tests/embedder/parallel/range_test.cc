@@ -124,19 +124,54 @@ TEST_F(Parallel_range, KeysOfEveryForm) {
                {0}, "SELECT id FROM t WHERE f >= 333.5");
 }
 
-TEST_F(Parallel_range, EveryKeyOfADeepTreeAsBothBounds) {
-  sql.exec(
-      "CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
-      " v INT)");
-  fill("t", 60, "CONCAT(LPAD(i * 2, 6, '0'), REPEAT('k', 2994)), i * 2");
-  Cursor cursor;
-  cursor.set_columns({1});
-  const auto key = [](int i) {
+// Few records to a page, and a tree of many levels.
+class Parallel_deep_range : public Parallel_range {
+ protected:
+  Parallel_deep_range() {
+    sql.exec(
+        "CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
+        " v INT)");
+  }
+
+  /** Even numbers from 2 on. */
+  void fill_even(size_t rows) {
+    fill("t", rows, "CONCAT(LPAD(i * 2, 6, '0'), REPEAT('k', 2994)), i * 2");
+  }
+
+  static Keys key(int i) {
     char text[16];
     snprintf(text, sizeof text, "%06d", i);
     return Keys().text(text + std::string(2994, 'k'));
-  };
-  for (int from = 1; from <= 121; from += 5) {
+  }
+};
+
+// Also where the key is the first of a page, or lies between two pages.
+TEST_F(Parallel_deep_range, EveryKeyAsTheBegin) {
+  constexpr int n_rows = 400;
+  fill_even(n_rows);
+  ASSERT_GE(tree_levels(), 4u);
+  Cursor cursor;
+  cursor.set_columns({1});
+  for (int from = 1; from <= 2 * n_rows + 1; ++from) {
+    for (const bool closed : {true, false}) {
+      cursor.set_range({key(from), {}, closed});
+      Ints expected;
+      for (int i = closed ? from + from % 2 : from / 2 * 2 + 2; i <= 2 * n_rows;
+           i += 2)
+        expected.push_back(i);
+      for (const size_t threads : {size_t{0}, size_t{2}, size_t{9}})
+        ASSERT_EQ(collect_ints(cursor, threads, 1), expected)
+            << from << (closed ? " closed by " : " open by ") << threads;
+    }
+  }
+}
+
+TEST_F(Parallel_deep_range, EveryKeyAsBothBounds) {
+  fill_even(60);
+  ASSERT_EQ(tree_levels(), 3u);
+  Cursor cursor;
+  cursor.set_columns({1});
+  for (int from = 1; from <= 121; ++from) {
     for (int to = from; to <= 121; to += 7) {
       cursor.set_range({key(from), key(to), false, false});
       Ints expected;

@@ -119,9 +119,15 @@ page_cur_t ParallelIndexReader::start_of_range(
     savepoints.push_back(latch_page(index_, page_size_, page_no, mtr));
     const buf_block_t *block = savepoints.back().second;
     page_cur_t cursor = cursor_on(block, index_);
-    if (page_is_leaf(buf_block_get_frame(block))) {
-      position_on_leaf(&cursor, key, include);
-      return cursor;
+    const page_t *page = buf_block_get_frame(block);
+    if (page_is_leaf(page)) {
+      // The key may lie between the last record here and the next page's first.
+      const page_no_t next = btr_page_get_next(page, mtr);
+      if (position_on_leaf(&cursor, key, include) || next == FIL_NULL) {
+        return cursor;
+      }
+      page_no = next;
+      continue;
     }
     position_on_node(&cursor, key, include);
     page_no = child_page_no(page_cur_get_rec(&cursor), index_);
@@ -163,13 +169,10 @@ dberr_t ParallelIndexReader::partition_range(const Range &range,
     step = sampling_step(n_tuples, nthreads);
   }
 
-  // The first sub-range of this page may begin under a later node pointer than
-  // the start key says: until it has, none is skipped.
-  bool started = false;
   uint32_t count = 0;
   for (; !page_cur_is_after_last(&cursor); page_cur_move_to_next(&cursor)) {
     const uint32_t i = count++;
-    if (count < n_tuples && i % step != 0 && started) continue;
+    if (count < n_tuples && i % step != 0) continue;
     const rec_t *rec = page_cur_get_rec(&cursor);
     const ulint *rec_offsets = offsets.of(rec, index_, &heap.get());
     if (is_beyond(end, rec, index_, rec_offsets)) break;
@@ -186,10 +189,7 @@ dberr_t ParallelIndexReader::partition_range(const Range &range,
       }
       leaf = start_of_range(child, mtr, start, include_start, savepoints);
     }
-    if (!page_cur_is_after_last(&leaf)) {
-      append_range(ranges, leaf, mtr);
-      started = true;
-    }
+    if (!page_cur_is_after_last(&leaf)) append_range(ranges, leaf, mtr);
     release_pages(savepoints, mtr);
     // A leaf yields one sub-range at most.
     if (at_level == 0) break;

@@ -148,9 +148,7 @@ bool Traversal::pcur_restore_position(const Iter &position) {
   for (const auto &[savepoint, block] : path) {
     scan_mtr()->release_block_at_savepoint(savepoint, block);
   }
-  while (page_cur_is_after_last(&cursor_)) {
-    if (pcur_move_to_user_rec() != DB_SUCCESS) return false;
-  }
+  if (page_cur_is_after_last(&cursor_)) return false;
   const rec_t *rec = page_cur_get_rec(&cursor_);
   return position.tuple_->compare(rec, index_,
                                   offsets_.of(rec, index_, &heap_.get())) == 0;
