@@ -130,7 +130,14 @@ struct Column_plan {
         length_bytes(static_cast<byte>(column->mysql_length_bytes)),
         form(stored_form(column)) {}
 
+  /** The records hold a prefix of a value of fixed length. */
+  void fill_up(const CHARSET_INFO *charset) {
+    filling = charset;
+    form = Stored_form::HOSTS;
+  }
+
   const mysql_row_templ_t *templ;
+  const CHARSET_INFO *filling = nullptr;  // the rest of a value that is cut
   ulint rec_field_no;   // in the records that are converted; ULINT_UNDEFINED
                         // when they do not hold the column
   uint32_t row_offset;  // of its value in a row
@@ -206,8 +213,9 @@ class ParallelIndexReader : public ThreadBudget {
   dberr_t partition_range(const Range &range, page_no_t page_no,
                           std::vector<Range> &ranges, size_t depth,
                           size_t split_level, size_t nthreads, mtr_t *mtr);
-  /** Descend to the first record at (or after, if not include) a key; null: the
-      first of the subtree. */
+  /** Descend to the first record at (or after, if not include) a key, which may
+      lie beyond the subtree's; null: the first of the subtree. After the last
+      of its page if there is none. */
   page_cur_t start_of_range(page_no_t page_no, mtr_t *mtr, const dtuple_t *key,
                             bool include,
                             std::vector<Savepoint> &savepoints) const;

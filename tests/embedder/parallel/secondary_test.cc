@@ -191,6 +191,28 @@ TEST_F(Parallel_secondary, PrefixOfAColumnByItself) {
                "SELECT id, LEFT(b, 5) FROM t");
 }
 
+// The rest of the value is as if no more had been stored.
+TEST_F(Parallel_secondary, PrefixOfAFixedLengthColumnByItself) {
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a BINARY(20),"
+      " b CHAR(20) CHARACTER SET latin1, c CHAR(20) CHARACTER SET utf8mb4,"
+      " d CHAR(20) CHARACTER SET utf16, KEY by_a (a(3)), KEY by_b (b(3)),"
+      " KEY by_c (c(3)), KEY by_d (d(3)))");
+  fill("t", 500,
+       "i, CONCAT(LPAD(i, 3, '0'), REPEAT('r', 17)),"
+       " CONCAT(LPAD(i, 3, '0'), REPEAT('s', 17)),"
+       " CONCAT(LPAD(i, 3, '0'), REPEAT('t', 17)),"
+       " CONCAT(LPAD(i, 3, '0'), REPEAT('u', 17))");
+  expect_range({.index = "by_a", .index_only = true}, {}, {0, 1},
+               "SELECT id, CAST(LEFT(a, 3) AS BINARY(20)) FROM t");
+  expect_range({.index = "by_b", .index_only = true}, {}, {0, 2},
+               "SELECT id, LEFT(b, 3) FROM t");
+  expect_range({.index = "by_c", .index_only = true}, {}, {0, 3},
+               "SELECT id, LEFT(c, 3) FROM t");
+  expect_range({.index = "by_d", .index_only = true}, {}, {0, 4},
+               "SELECT id, CAST(LEFT(d, 3) AS BINARY) FROM t");
+}
+
 TEST_F(Parallel_secondary, UniqueIndexWithNulls) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (a))");
   fill("t", 3000, "i, IF(i % 3, i * 2, NULL)");

@@ -231,7 +231,12 @@ void ParallelIndexReader::store_by_host(const Column_plan &column,
   // For the host's debug checks.
   [[maybe_unused]] const ulint sec_field_no =
       converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
-  row_sel_field_store_in_mysql_format(row + column.row_offset, column.templ,
-                                      index, column.rec_field_no, data, bytes,
+  byte *value = row + column.row_offset;
+  if (const CHARSET_INFO *charset = column.filling) {
+    charset->cset->fill(charset, reinterpret_cast<char *>(value),
+                        column.templ->mysql_col_len, charset->pad_char);
+  }
+  row_sel_field_store_in_mysql_format(value, column.templ, index,
+                                      column.rec_field_no, data, bytes,
                                       sec_field_no);
 }

@@ -222,16 +222,20 @@ void ParallelIndexReader::plan_columns() {
       continue;
     }
     ulint field_no = templ->clust_rec_field_no;
+    bool is_prefix = false;
     if (!converts_clustered()) {
       const ulint col_no =
           clustered_index()->get_field(templ->clust_rec_field_no)->col->ind;
       // The whole column if the index holds it, else its prefix.
       field_no = index_->get_col_pos(col_no, false, false);
-      if (field_no == ULINT_UNDEFINED) {
-        field_no = index_->get_col_pos(col_no, true, false);
-      }
+      is_prefix = field_no == ULINT_UNDEFINED;
+      if (is_prefix) field_no = index_->get_col_pos(col_no, true, false);
     }
     columns_.emplace_back(templ, field_no);
+    const Field *field = mysql_table_->field[templ->col_no];
+    if (is_prefix && field->real_type() == MYSQL_TYPE_STRING) {
+      columns_.back().fill_up(field->charset());
+    }
   }
 }
 
