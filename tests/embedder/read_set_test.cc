@@ -167,6 +167,46 @@ TEST_F(Read_set, IndexOnlyReadsTheIndexsColumns) {
   EXPECT_EQ(cursor.texts({0}, {Keys().number(20), {}}), (Rows{{"2"}, {"1"}}));
 }
 
+TEST_F(Read_set, IndexOnlyOfAUniqueIndexReadsThePrimaryKeyToo) {
+  sql.exec("CREATE UNIQUE INDEX once ON t (d)");
+  Cursor cursor({.index = "once", .index_only = true});
+  EXPECT_EQ(cursor.texts({4, 0}),
+            (Rows{{"100", "1"}, {"200", "2"}, {"300", "3"}}));
+}
+
+// The handler leaves them as they were, or fills them with what it has fetched
+// ahead of other rows.
+TEST_F(Read_set, IndexOnlyColumnsOutsideTheIndexHaveNoValue) {
+  sql.exec("INSERT INTO t SELECT id + 3, a + 30, b, c, d FROM t");
+  sql.exec("INSERT INTO t SELECT id + 6, a + 60, b, c, d FROM t");
+  Cursor cursor({.index = "by_a", .index_only = true});
+  int rows = 0;
+  for (bool more = cursor.set_range(); more && cursor.next(); ++rows) {
+    EXPECT_EQ(cursor.read_int(1), 10 * (rows + 1));
+    for (const unsigned int outside : {2u, 3u, 4u}) {
+      EXPECT_FALSE(cursor.read_int(outside));
+      EXPECT_FALSE(cursor.read_real(outside));
+      EXPECT_FALSE(cursor.read_text(outside));
+      EXPECT_FALSE(cursor.read_decimal(outside));
+      EXPECT_FALSE(cursor.read_date(outside));
+      EXPECT_FALSE(cursor.read_time(outside));
+      EXPECT_FALSE(cursor.read_datetime(outside));
+    }
+  }
+  EXPECT_EQ(rows, 12);
+}
+
+TEST_F(Read_set, IndexOnlyOnThePrimaryKeyHasNoVirtualColumns) {
+  sql.exec(
+      "ALTER TABLE t ADD e INT AS (d + 1) NOT NULL, ADD f INT AS (d + 2) "
+      "STORED");
+  Cursor cursor({.index_only = true});
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  EXPECT_FALSE(cursor.read_int(5));
+  EXPECT_EQ(cursor.read_int(6), 102);
+}
+
 TEST_F(Read_set, IndexOnlyFetchesAColumnOfWhichTheIndexHoldsAPrefix) {
   Cursor cursor({.index = "by_b", .index_only = true});
   EXPECT_EQ(cursor.ints(0), (Ints{1, 2, 3}));

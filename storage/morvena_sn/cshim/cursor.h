@@ -222,7 +222,7 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
   @param index_name  the index, in any case; the primary key's name is PRIMARY.
                  Of names that differ only in case the first in the table wins.
   @param index_only  read only the index's own columns, from the index alone
-                 where it holds them whole; other columns have no defined value
+                 where it holds them whole; other columns have no value
   @param snapshot_donor  connection id of the session whose snapshot is read,
                  0 for a snapshot of the cursor's own
   @param timeout_sec  how long to wait for table locks, seconds; negative: as

@@ -91,6 +91,7 @@ class IndexCursor {
   int position_reverse();
   bool is_before_range();
   int find_key(const key_range *bound, ha_rkey_function flag);
+  bool index_has(unsigned int field_idx) const;
   bool was_read(unsigned int field_idx) const;
   const Row_column *column_with_value(unsigned int field_idx);
   /** To be called when the columns that may be read change. */

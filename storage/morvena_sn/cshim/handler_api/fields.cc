@@ -8,6 +8,8 @@
 
 // Index cursor: typed reads of the current row.
 
+#include <algorithm>
+
 #include "handler_api.h"
 
 namespace {
@@ -21,12 +23,33 @@ Row_column column_of(Field *field) {
                     static_cast<uint8_t>(nullable ? field->null_bit : 0));
 }
 
+// Also of a column of which the index has the beginning.
+bool has_column(const KEY &index, unsigned int field_idx) {
+  const KEY_PART_INFO *parts = index.key_part;
+  return std::any_of(parts, parts + index.user_defined_key_parts,
+                     [field_idx](const KEY_PART_INFO &part) {
+                       return part.fieldnr == field_idx + 1;
+                     });
+}
+
 }  // namespace
+
+// What an index-only read fetches: an index of InnoDB has the columns of the
+// primary key beside its own, and the primary key every stored one.
+bool IndexCursor::index_has(unsigned int field_idx) const {
+  const uint primary = table()->s->primary_key;
+  if (has_column(*key(), field_idx)) return true;
+  if (primary == MAX_KEY) return false;
+  const KEY *primary_key = &table()->key_info[primary];
+  return key() == primary_key ? !table()->field[field_idx]->is_virtual_gcol()
+                              : has_column(*primary_key, field_idx);
+}
 
 // A column that was not read with the row holds what an earlier row left there,
 // a pointer to memory that is gone perhaps.
 bool IndexCursor::was_read(unsigned int field_idx) const {
   if (!bitmap_is_set(table()->read_set, field_idx)) return false;
+  if (index_only_ && !index_has(field_idx)) return false;
   const auto *read = reinterpret_cast<const uchar *>(columns_read_.data());
   return (read[field_idx / 8] & (1 << field_idx % 8)) != 0;
 }
