@@ -146,6 +146,7 @@ int IndexCursor::refresh_columns() {
     return 0;
   }
   forget_row_columns();
+  columns_read_.reserve(2 * words);
   columns_read_.assign(read_set, read_set + words);
   columns_read_.insert(columns_read_.end(), write_set, write_set + words);
   // The handler looks by itself at the first read.
