@@ -9,6 +9,7 @@
 // Sessions: the pool, threads, kills, and what is left when a cursor closes.
 
 #include <atomic>
+#include <future>
 #include <memory>
 
 #include "common.h"
@@ -179,6 +180,46 @@ TEST_F(Session, DeinitLeavesOpenCursorsAlone) {
   init_common();
 }
 
+TEST_F(Session, DeinitOnAThreadWhoseSessionIsGone) {
+  Cursor().ints(0);
+  on_own_thread([] { deinit_common(); }).get();
+  ASSERT_EQ(idle(), 0u);
+  deinit_common();
+  init_common();
+  EXPECT_EQ(Cursor().ints(1), (Ints{10, 20, 30}));
+}
+
+TEST_F(Session, DeinitOnAThreadWhoseSessionServesAnother) {
+  Cursor().ints(0);
+  void *session = current_session();
+  std::promise<void> opened, deinit;
+  auto reader = on_own_thread([&] {
+    Cursor cursor;
+    EXPECT_EQ(current_session(), session);
+    EXPECT_TRUE(cursor.set_range());
+    opened.set_value();
+    deinit.get_future().wait();
+    EXPECT_TRUE(is_of_this_thread(session));
+    EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30}));
+  });
+  opened.get_future().wait();
+  deinit_common();
+  deinit.set_value();
+  reader.get();
+  init_common();
+}
+
+TEST_F(Session, DeinitLeavesTheClientsInPlace) {
+  Cursor().ints(0);
+  ASSERT_EQ(idle(), 1u);
+  const Client_session client;
+  deinit_common();
+  EXPECT_EQ(idle(), 0u);
+  EXPECT_EQ(current_session(), client.get());
+  EXPECT_TRUE(is_of_this_thread(client.get()));
+  init_common();
+}
+
 TEST_F(Session, SecondInitDoesNothing) {
   init_common();
   init_common();
@@ -259,6 +300,55 @@ TEST_F(Session, ReadsOfAThreadWithoutASession) {
   }).get();
 }
 
+// Another cursor's session may be gone, or serve another thread.
+TEST_F(Session, TypedReadsLeaveAnotherCursorsSession) {
+  on_own_thread([] {
+    Cursor cursor;
+    void *session = current_session();
+    ASSERT_TRUE(cursor.set_range());
+    ASSERT_TRUE(cursor.next());
+    Cursor other;
+    ASSERT_NE(current_session(), session);
+    other.close();
+    EXPECT_EQ(cursor.read_text(1), "10");
+    EXPECT_EQ(current_session(), session);
+  }).get();
+}
+
+TEST_F(Session, TypedReadsLeaveAClientsSessionInPlace) {
+  std::unique_ptr<Cursor> cursor;
+  on_own_thread([&] {
+    cursor = std::make_unique<Cursor>();
+    ASSERT_TRUE(cursor->set_range());
+    ASSERT_TRUE(cursor->next());
+  }).get();
+  const Client_session client;
+  EXPECT_EQ(cursor->read_text(1), "10");
+  EXPECT_EQ(current_session(), client.get());
+}
+
+TEST_F(Session, TimesBecomeDatetimesOfTheDayOfTheOpening) {
+  sql.exec("CREATE TABLE times (id INT PRIMARY KEY, clock TIME)");
+  sql.exec("INSERT INTO times VALUES (1, '01:02:03')");
+  const auto today = [this] {
+    return sql.number("SELECT DATEDIFF(CURDATE(), '2000-01-01')");
+  };
+  Cursor first({.table = "times"});
+  void *session = current_session();
+  age_statement(session, 3 * 86400);
+  first.close();
+  const int64_t before = today();
+  Cursor cursor({.table = "times"});
+  ASSERT_EQ(current_session(), session);
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  // Midnight may have passed.
+  const int64_t day = cursor.read_date(1).value_or(0);
+  EXPECT_GE(day, before);
+  EXPECT_LE(day, today());
+  EXPECT_EQ(cursor.read_datetime(1), (day * 86400 + 3723) * 1000000);
+}
+
 TEST_F(Session, ThreadsReadAtTheSameTime) {
   fill();
   const Ints all = as_ints(sql.query("SELECT v FROM t ORDER BY id"));
@@ -289,6 +379,21 @@ TEST_F(Session, ThreadsOpenAndCloseAtTheSameTime) {
   }
   for (auto &thread : threads) thread.get();
   EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+}
+
+TEST_F(Session, AllAreInterruptedWhileSomeClose) {
+  std::atomic<bool> enough{false};
+  std::vector<std::future<void>> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.push_back(on_own_thread([&] {
+      while (!enough) Cursor({.donor = sql.id()}).set_range();
+    }));
+  }
+  for (int i = 0; i < 100000; ++i) CommonApi::interrupt_sessions();
+  enough = true;
+  for (auto &thread : threads) thread.get();
+  EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
+  EXPECT_EQ(Cursor().ints(1), (Ints{10, 20, 30}));
 }
 
 TEST_F(Session, KilledOneEndsItsScan) {

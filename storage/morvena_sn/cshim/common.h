@@ -78,6 +78,10 @@ class CommonApi {
       in *original_thd unless that is null. */
   static void thd_attach(void *my_thd, void **original_thd);
 
+  /** @return whether the calling thread has no session, or one that a cursor
+      left with it, which may serve another thread by now */
+  static bool thread_has_own_session();
+
   /** Give a session back to the pool, or destroy it when the pool is full. It
       stays the calling thread's current session. */
   static void close_thd(void *my_thd);
@@ -90,10 +94,10 @@ class CommonApi {
   /** Destroy every session of the pool. */
   static void destroy_idle_sessions();
 
-  /** Interrupt every session that is in use. */
+  /** Interrupt every session that is in use and not being closed. */
   static void interrupt_sessions();
 
-  /** @return how many sessions are in use */
+  /** @return how many sessions are in use or being closed */
   static size_t sessions_in_use();
 
   // --- tables: common/table.cc ---

@@ -59,13 +59,15 @@ void list_key(IndexCursor *cursor, Names &names) {
 }
 
 // A typed read of the current row. The conversions of some types look at the
-// thread's session.
+// thread's session, and warn there. A client's is left in place.
 template <class Read, class... Outputs>
 bool read_field(uintptr_t handle, Read read, Outputs *...outputs) {
   if (((outputs == nullptr) || ...)) return true;
   const Value_use<IndexCursorWrapper> use(handle);
   if (!use) return true;
-  if (current_thd == nullptr) CommonApi::thd_attach(use->thd, nullptr);
+  if (current_thd != use->thd && CommonApi::thread_has_own_session()) {
+    CommonApi::thd_attach(use->thd, nullptr);
+  }
   return guarded(true, [&] { return read(use->cursor.get()); });
 }
 

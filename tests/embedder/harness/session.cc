@@ -11,6 +11,7 @@
 #include "my_config.h"
 
 #include "sql/current_thd.h"
+#include "sql/protocol_classic.h"
 #include "sql/sql_class.h"
 #include "sql/sql_error.h"
 
@@ -22,6 +23,26 @@ THD *thd_of(void *session) { return static_cast<THD *>(session); }
 
 void *current_session() { return current_thd; }
 
+Client_session::Client_session() : session_(new THD(true)) {
+  THD *thd = thd_of(session_);
+  thd->get_protocol_classic()->init_net(nullptr);
+  thd->set_new_thread_id();
+  thd->thread_stack = reinterpret_cast<char *>(this);
+  thd->store_globals();
+}
+
+Client_session::~Client_session() {
+  THD *thd = thd_of(session_);
+  thd->store_globals();
+  thd->get_protocol_classic()->end_net();
+  thd->release_resources();
+  delete thd;
+}
+
+bool is_of_this_thread(void *session) {
+  return my_thread_equal(thd_of(session)->real_id, my_thread_self());
+}
+
 uint32_t session_id(void *session) { return thd_of(session)->thread_id(); }
 
 void kill_session(void *session) {
@@ -29,6 +50,10 @@ void kill_session(void *session) {
   mysql_mutex_lock(&thd->LOCK_thd_data);
   thd->awake(THD::KILL_QUERY);
   mysql_mutex_unlock(&thd->LOCK_thd_data);
+}
+
+void age_statement(void *session, long seconds) {
+  thd_of(session)->start_time.tv_sec -= seconds;
 }
 
 unsigned long lock_wait_timeout(void *session) {

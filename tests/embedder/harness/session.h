@@ -23,11 +23,30 @@ namespace harness {
     cursor's. */
 void *current_session();
 
+/** A client's, the calling thread's current session while it lives. */
+class Client_session {
+ public:
+  Client_session();
+  ~Client_session();
+  Client_session(const Client_session &) = delete;
+  Client_session &operator=(const Client_session &) = delete;
+  void *get() const { return session_; }
+
+ private:
+  void *session_;
+};
+
+/** Whether it was bound to the calling thread last. */
+bool is_of_this_thread(void *session);
+
 /** Its connection id. */
 uint32_t session_id(void *session);
 
 /** End its statement, as KILL QUERY does with a client's. */
 void kill_session(void *session);
+
+/** Have its statement have begun that many seconds earlier. */
+void age_statement(void *session, long seconds);
 
 /** The lock_wait_timeout that it waits with, in seconds. */
 unsigned long lock_wait_timeout(void *session);

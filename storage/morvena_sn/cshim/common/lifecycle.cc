@@ -66,12 +66,12 @@ int harbinel_before_server_shutdown(Server_state_param *) {
 int release_leftovers(Server_state_param *) {
   innodb_stops = true;
   shutdown_begun = true;
-  CommonApi::interrupt_sessions();
-  if (void (*f)() = last_cleanup) f();
   const auto give_up = std::chrono::steady_clock::now() + drain_limit;
   while (CommonApi::sessions_in_use() > 0 &&
          std::chrono::steady_clock::now() < give_up) {
     CommonApi::interrupt_sessions();
+    // Again and again: a call that was opening a cursor lists it late.
+    if (void (*f)() = last_cleanup) f();
     std::this_thread::sleep_for(1ms);
   }
   if (CommonApi::sessions_in_use() == 0) CommonApi::deinit_common_api();

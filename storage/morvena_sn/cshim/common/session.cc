@@ -22,6 +22,14 @@ std::mutex thd_pool_mutex;
 
 namespace {
 
+// Sessions on their way back. They are not interrupted: that looks at the
+// InnoDB transaction, which is being freed. Under thd_pool_mutex.
+size_t n_closing = 0;
+
+// The session of ours that the thread was bound to last. It may be gone: any
+// thread destroys idle ones.
+thread_local const THD *bound = nullptr;
+
 // Sessions that were handed out. Under thd_pool_mutex.
 std::unordered_set<THD *> &in_use() {
   static std::unordered_set<THD *> sessions;
@@ -57,12 +65,17 @@ void adapt_to_cursors(THD *thd) {
 
 // Not inlined: the address of the local is where the host begins to measure the
 // thread's stack.
-[[gnu::noinline]] void bind_to_thread(THD *thd) {
+[[gnu::noinline]] void make_current(THD *thd) {
   char stack_start;
   // The host compares addresses and never reads through it.
   *const_cast<volatile const char **>(
       const_cast<const char **>(&thd->thread_stack)) = &stack_start;
   thd->store_globals();
+}
+
+void bind_to_thread(THD *thd) {
+  make_current(thd);
+  bound = thd;
 }
 
 void destroy_session(THD *thd) {
@@ -116,6 +129,8 @@ void *CommonApi::create_thd() {
   if (thd == nullptr) return nullptr;
   bind_to_thread(thd);
   thd->killed = THD::NOT_KILLED;
+  // Today's date makes a datetime of a time.
+  thd->set_time();
   // As between a client's statements. Of the cursor before it clears a kill's
   // fatal error, too, under which 8.0 opens no table that has expressions.
   thd->reset_for_next_command();
@@ -134,14 +149,23 @@ void CommonApi::thd_attach(void *my_thd, void **original_thd) {
   bind_to_thread(thd);
 }
 
+bool CommonApi::thread_has_own_session() {
+  return current_thd == nullptr || current_thd == bound;
+}
+
 void CommonApi::close_thd(void *my_thd) {
   THD *thd = static_cast<THD *>(my_thd);
+  {
+    const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+    in_use().erase(thd);
+    ++n_closing;
+  }
   thd->mdl_context.release_transactional_locks();
   release_transaction(thd);
   release_memory(thd);
   {
     const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-    in_use().erase(thd);
+    --n_closing;
     if (thd_pool.size() < thd_pool_max_size) {
       thd_pool.push_back(thd);
       return;
@@ -158,15 +182,12 @@ uint CommonApi::get_last_error(void *my_thd, char *message) {
 }
 
 void CommonApi::destroy_idle_sessions() {
-  THD *const before = current_thd;
-  bool before_is_alive = before != nullptr;
+  // One of ours is bound again by whoever uses it, if it is alive.
+  THD *const clients = thread_has_own_session() ? nullptr : current_thd;
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-  for (THD *thd : thd_pool) {
-    before_is_alive = before_is_alive && thd != before;
-    Destroy_unbound()(thd);
-  }
+  for (THD *thd : thd_pool) Destroy_unbound()(thd);
   thd_pool.clear();
-  if (before_is_alive) bind_to_thread(before);
+  if (clients != nullptr) make_current(clients);
 }
 
 void CommonApi::interrupt_sessions() {
@@ -180,5 +201,5 @@ void CommonApi::interrupt_sessions() {
 
 size_t CommonApi::sessions_in_use() {
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-  return in_use().size();
+  return in_use().size() + n_closing;
 }

@@ -98,5 +98,11 @@ uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
     report(to, ER_OOM, "Out of memory");
     return 0;
   }
+  // Now that the session is counted, the guard waits for it, or has begun.
+  if (!CommonApi::server_is_available()) {
+    CommonApi::close_thd(thd);
+    report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
+    return 0;
+  }
   return open_in(thd, request, make, to);
 }
