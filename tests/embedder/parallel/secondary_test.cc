@@ -213,6 +213,51 @@ TEST_F(Parallel_secondary, PrefixOfAFixedLengthColumnByItself) {
                "SELECT id, CAST(LEFT(d, 3) AS BINARY) FROM t");
 }
 
+/** The longest value of a row that is too long for its page is stored
+ * elsewhere.
+ */
+class Parallel_off_page : public Parallel_secondary {
+ protected:
+  void make(size_t n_rows) {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, n INT, a VARCHAR(3000),"
+        " b VARCHAR(2900), c VARCHAR(2900), KEY by_a (a)) ROW_FORMAT=DYNAMIC"
+        " CHARSET latin1");
+    fill("t", n_rows,
+         "i, 0, CONCAT(LPAD(i, 4, '0'), REPEAT('a', 2996)), REPEAT('b', 2900),"
+         " REPEAT('c', 2900)");
+    take_snapshot();
+  }
+
+  void expect_all(bool index_only) {
+    const Cursor cursor(
+        {.index = "by_a", .index_only = index_only, .donor = donor.id()});
+    const Ints expected = as_ints(
+        donor.query("SELECT id FROM t IGNORE INDEX (by_a) ORDER BY id"));
+    for (const size_t threads : thread_counts) {
+      Ints ids = collect_ints(cursor, threads, 0);
+      std::sort(ids.begin(), ids.end());
+      EXPECT_EQ(ids, expected) << threads;
+    }
+  }
+};
+
+TEST_F(Parallel_off_page, OldVersionsByItself) {
+  make(40);
+  sql.exec("UPDATE t SET n = 1 WHERE id % 2");
+  sql.exec("UPDATE t SET a = REVERSE(a) WHERE id % 5 = 0");
+  sql.exec("DELETE FROM t WHERE id % 3 = 0");
+  expect_all(true);
+}
+
+// The index is one leaf: its entries are all delivered.
+TEST_F(Parallel_off_page, OldVersionsWithTheRowFetched) {
+  make(3);
+  sql.exec("UPDATE t SET n = 1 WHERE id = 1");
+  sql.exec("DELETE FROM t WHERE id = 2");
+  expect_all(false);
+}
+
 TEST_F(Parallel_secondary, UniqueIndexWithNulls) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (a))");
   fill("t", 3000, "i, IF(i % 3, i * 2, NULL)");

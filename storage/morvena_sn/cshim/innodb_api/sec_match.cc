@@ -44,26 +44,29 @@ ulint prefix_bytes(const dict_field_t *field, ulint bytes, const byte *data) {
                                      reinterpret_cast<const char *>(data));
 }
 
-// Against the beginning of a value that is stored off the page.
+// Against a value that is stored off the page, or its beginning.
 bool row_sel_sec_rec_is_for_blob(const Pair &pair, const dict_field_t *field,
                                  Value clust, Value sec) {
   byte buf[REC_VERSION_56_MAX_INDEX_COL_LEN];
   const ulint clust_len = clust.bytes;
-  const ulint prefix_len = field->prefix_len;
+  // An index holds no longer value.
+  const ulint wanted = field->prefix_len > 0 ? field->prefix_len : sizeof buf;
   ut_a(clust_len >= BTR_EXTERN_FIELD_REF_SIZE);
-  ut_a(prefix_len <= sizeof buf);
+  ut_a(wanted <= sizeof buf);
   const byte *reference = clust.data + clust_len - BTR_EXTERN_FIELD_REF_SIZE;
   // Not written yet.
   if (memcmp(reference, field_ref_zero, BTR_EXTERN_FIELD_REF_SIZE) == 0) {
     return false;
   }
   const ulint fetched = lob::btr_copy_externally_stored_field_prefix(
-      pair.trx, pair.clust_index, buf, prefix_len,
+      pair.trx, pair.clust_index, buf, wanted,
       dict_table_page_size(pair.clust_index->table), clust.data, false,
       clust_len);
   // Being freed.
   if (fetched == 0) return false;
-  return same_value(field->col, {buf, prefix_bytes(field, fetched, buf)}, sec);
+  const ulint bytes =
+      field->prefix_len > 0 ? prefix_bytes(field, fetched, buf) : fetched;
+  return same_value(field->col, {buf, bytes}, sec);
 }
 
 bool same_mbr(const Pair &pair, Value clust, bool is_extern, Value sec) {
@@ -118,10 +121,13 @@ bool same_stored(const Pair &pair, ulint i, Value sec) {
   if (dict_index_is_spatial(pair.sec_index) && i == 0) {
     return same_mbr(pair, clust, is_extern, sec);
   }
-  const bool is_prefix = field->prefix_len > 0 &&
-                         clust.bytes != UNIV_SQL_NULL &&
-                         sec.bytes != UNIV_SQL_NULL;
-  if (!is_prefix) return same_value(field->col, clust, sec);
+  if (clust.bytes == UNIV_SQL_NULL || sec.bytes == UNIV_SQL_NULL) {
+    return same_value(field->col, clust, sec);
+  }
+  if (field->prefix_len == 0) {
+    return is_extern ? row_sel_sec_rec_is_for_blob(pair, field, clust, sec)
+                     : same_value(field->col, clust, sec);
+  }
   const ulint local =
       is_extern ? clust.bytes - BTR_EXTERN_FIELD_REF_SIZE : clust.bytes;
   const ulint cut = prefix_bytes(field, local, clust.data);
