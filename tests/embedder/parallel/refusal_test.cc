@@ -44,6 +44,19 @@ TEST_F(Parallel_refusal, PartitionedTable) {
   EXPECT_EQ(cursor.ints(0).size(), 100u);
 }
 
+TEST_F(Parallel_refusal, TableWithoutItsTablespace) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
+  fill("t", 100, "i, i");
+  sql.exec("ALTER TABLE t DISCARD TABLESPACE");
+  const char *message =
+      "Cannot do parallel scan on table without its tablespace\n";
+  expect_refused(Scan(), message);
+  Cursor cursor;
+  expect_refused(cursor, message);
+  expect_refused(Cursor({.index = "by_v", .index_only = true}), message);
+  EXPECT_FALSE(cursor.set_range());
+}
+
 TEST_F(Parallel_refusal, IndexOnAVirtualColumn) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"

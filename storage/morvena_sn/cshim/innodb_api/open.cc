@@ -70,6 +70,9 @@ bool has_virtual_field(const dict_index_t *index, const TABLE *table) {
 // @return why the index cannot be scanned, null if it can.
 const char *refusal(const dict_index_t *index, const TABLE *table,
                     const trx_t *trx) {
+  if (dict_table_is_discarded(index->table) || index->table->ibd_file_missing) {
+    return "Cannot do parallel scan on table without its tablespace";
+  }
   if ((index->type & DICT_FTS) != 0) {
     return "Cannot do parallel scan on full-text index";
   }
