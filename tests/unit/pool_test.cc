@@ -155,6 +155,18 @@ TEST_F(Pool, WorkersRunAtTheSameTime) {
               std::future_status::ready);
 }
 
+// A read that a callback begins is waited for by those whose unit it holds.
+TEST_F(Pool, MoreTasksThanWorkersRunAtTheSameTime) {
+  std::atomic<int> running{0};
+  const auto meet = [&running] {
+    ++running;
+    return wait_until([&running] { return running == 100; });
+  };
+  std::vector<std::future<bool>> tasks;
+  for (int i = 0; i < 100; ++i) tasks.push_back(pool->submit(meet));
+  for (auto &task : tasks) EXPECT_TRUE(task.get());
+}
+
 TEST_F(Pool, TaskWithoutAnIdleWorkerGetsAThreadOfItsOwn) {
   Gate gate;
   Futures busy = occupy_workers(pool, gate);

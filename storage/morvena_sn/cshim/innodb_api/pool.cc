@@ -53,8 +53,8 @@ void ThreadPool::work() {
     {
       const std::function<void()> task = std::move(tasks.front());
       tasks.pop();
-      lock.unlock();
       --idle_workers;
+      lock.unlock();
       task();
       ++idle_workers;
     }
@@ -63,11 +63,13 @@ void ThreadPool::work() {
   my_thread_end();
 }
 
-void ThreadPool::enqueue(std::function<void()> task) {
+bool ThreadPool::enqueue(std::function<void()> task) {
   const std::lock_guard<std::mutex> lock(queue_mutex);
   if (stop_flag) throw std::runtime_error("ThreadPool has been stopped.");
+  if (tasks.size() >= idle_workers) return false;
   tasks.push(std::move(task));
   condition.notify_one();
+  return true;
 }
 
 void ThreadPool::run_detached(std::function<void()> task) {

@@ -13,9 +13,9 @@
   server but its per-thread set-up.
 
   Invariants: a worker leaves only when the pool stops and the queue is empty,
-  so what was queued runs. With no worker idle a task gets a thread of its own;
-  but a worker counts as idle until it runs a task, so that many submitted at
-  once may share the workers.
+  so what was queued runs. No more tasks are queued than workers are idle: one
+  beyond them gets a thread of its own, and waits for no other, which may itself
+  wait for it.
 */
 
 #ifndef MORVENA_SN_INNODB_API_POOL_H
@@ -69,10 +69,7 @@ class ThreadPool {
     auto task =
         std::make_shared<std::packaged_task<Result()>>(std::forward<F>(f));
     std::future<Result> result = task->get_future();
-    // A stale count is harmless: the task then waits for a worker.
-    if (idle_workers.load() != 0) {
-      enqueue([task] { (*task)(); });
-    } else {
+    if (idle_workers.load() == 0 || !enqueue([task] { (*task)(); })) {
       run_detached([task] { (*task)(); });
     }
     return result;
@@ -82,7 +79,8 @@ class ThreadPool {
   size_t n_idle() const { return idle_workers.load(); }
 
  private:
-  void enqueue(std::function<void()> task);
+  /** @return whether a worker is left for the task */
+  bool enqueue(std::function<void()> task);
   static void run_detached(std::function<void()> task);
   void work();
   void stop_and_join();
@@ -90,9 +88,9 @@ class ThreadPool {
   std::vector<std::thread> workers;
   std::queue<std::function<void()>> tasks;  // under queue_mutex
   std::mutex queue_mutex;
-  std::condition_variable condition;   // with queue_mutex
-  std::atomic<bool> stop_flag{false};  // set once, under queue_mutex
-  std::atomic<size_t> idle_workers{0};
+  std::condition_variable condition;    // with queue_mutex
+  std::atomic<bool> stop_flag{false};   // set once, under queue_mutex
+  std::atomic<size_t> idle_workers{0};  // less only under queue_mutex
 
   static ThreadPool *instance;
 };
