@@ -354,4 +354,23 @@ TEST_F(Range_of_several_parts, PrefixBoundOfADescendingSecondPart) {
                               " ORDER BY a, b DESC, id")));
 }
 
+// Of the bounds a NULL counts as any other value.
+TEST_F(Range_of_several_parts, BoundsThatDifferInPartsBesideANull) {
+  sql.exec("CREATE TABLE n (id INT PRIMARY KEY, a INT, b INT, KEY ab (a, b))");
+  sql.exec(
+      "INSERT INTO n VALUES (1, NULL, 1), (2, NULL, 2), (3, NULL, 3),"
+      " (4, 2, NULL), (5, 2, 5), (6, 2, 6), (7, 3, NULL)");
+  Cursor cursor({.table = "n", .index = "ab"});
+  EXPECT_EQ(cursor.ints(0, {Keys().null().number(1), Keys().null().number(3)}),
+            (Ints{1, 2, 3}));
+  EXPECT_EQ(cursor.ints(0, {Keys().number(2).null(), Keys().number(2)}),
+            (Ints{4, 5, 6}));
+  EXPECT_EQ(cursor.ints(0, {Keys().number(2), Keys().number(2).null()}),
+            (Ints{4}));
+  EXPECT_EQ(cursor.ints(0, {Keys().number(5).null(), Keys().number(5).null()}),
+            (Ints{}));
+  EXPECT_EQ(cursor.ints(0, {Keys().number(2).null(), Keys().number(2).null()}),
+            (Ints{4}));
+}
+
 }  // namespace

@@ -153,6 +153,26 @@ TEST_F(Read_set, OfVirtualColumns) {
   EXPECT_EQ(cursor.texts({2, 3}), (Rows{{"11", "5"}, {"21", "6"}}));
 }
 
+// A virtual column is computed with each row.
+TEST_F(Read_set, ChangedAmidARangeLeavesVirtualColumnsRight) {
+  sql.exec("ALTER TABLE t ADD e INT AS (d + 1)");
+  Cursor cursor;
+  cursor.set_columns({0, 5});
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  EXPECT_EQ(cursor.read_int(5), 101);
+  cursor.set_columns({0});
+  ASSERT_TRUE(cursor.next());
+  EXPECT_FALSE(cursor.read_int(5));
+  cursor.set_columns({0, 5});
+  EXPECT_EQ(cursor.read_int(5), 201);
+  cursor.set_columns({0});
+  ASSERT_TRUE(cursor.set_range());
+  cursor.set_columns({0, 5});
+  ASSERT_TRUE(cursor.next());
+  EXPECT_FALSE(cursor.read_int(5));
+}
+
 TEST_F(Read_set, NamesBecomePositionsByTakingOneAway) {
   Cursor cursor;
   const uint32_t position = cursor_col_fieldnr(cursor.handle, "d") - 1;

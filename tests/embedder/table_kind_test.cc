@@ -332,6 +332,54 @@ TEST_F(Table_kind, MultiValuedIndexOpensOrIsRefused) {
   }
   // One entry a value.
   EXPECT_EQ(cursor.ints(0), (Ints{1, 2, 1}));
+  const Keys one = Keys().number(1), three = Keys().number(3);
+  EXPECT_EQ(cursor.ints(0, {three, three}), (Ints{1}));
+  EXPECT_FALSE(cursor.set_range({one, three}));
+  EXPECT_FALSE(cursor.set_range({one, {}}));
+  EXPECT_FALSE(cursor.set_range({{}, three}));
+}
+
+// The host's column of the index's array calls itself of the elements' type.
+TEST_F(Table_kind, ArrayOfAMultiValuedIndexReadsAsJson) {
+  struct {
+    const char *type, *array, *text;
+  } const kinds[] = {
+      {"UNSIGNED", "[1]", "[1]"},
+      {"DECIMAL(10,2)", "[1.5]", "[1.50]"},
+      {"CHAR(10)", "[\"x\"]", "[\"x\"]"},
+      {"DATE", "[\"2024-02-29\"]", "[\"2024-02-29\"]"},
+      {"DATETIME", "[\"2024-02-29 01:02:03\"]",
+       "[\"2024-02-29 01:02:03.000000\"]"},
+  };
+  for (const auto &kind : kinds) {
+    SCOPED_TRACE(kind.type);
+    sql.exec("DROP TABLE IF EXISTS t");
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON, KEY m ((CAST(j AS " +
+             std::string(kind.type) + " ARRAY))))");
+    for (int id = 1; id <= 10; ++id)
+      sql.exec("INSERT INTO t VALUES (" + std::to_string(id) + ", '" +
+               kind.array + "')");
+    for (const char *index : {"PRIMARY", "m"}) {
+      for (const bool index_only : {false, true}) {
+        Cursor cursor({.index = index, .index_only = index_only});
+        int rows = 0;
+        for (bool more = cursor.set_range(); more && cursor.next(); ++rows) {
+          cursor.read_int(2);
+          cursor.read_real(2);
+          cursor.read_decimal(2);
+          cursor.read_datetime(2);
+          if (index_only) {
+            EXPECT_FALSE(cursor.read_text(2)) << index;
+          } else {
+            EXPECT_EQ(cursor.read_text(2), kind.text) << index;
+            EXPECT_EQ(cursor.read_date(2), -730517);
+            EXPECT_EQ(cursor.read_time(2), 0);
+          }
+        }
+        EXPECT_EQ(rows, 10) << index;
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -83,6 +83,7 @@ class IndexCursor {
   bool can_be_read(const field_arg *arg) const;
   bool find_row();
   bool next_row();
+  bool step();
   bool no_row(int error);
   int refresh_columns();
   /** The bytes of a bound's given parts, NULL ones included. */

@@ -178,6 +178,7 @@ inline void store_time(Field *field, const MYSQL_TIME &value) {
 // A column's value as a packed datetime; 0 for a column without a date. The
 // getter that columns of other types inherit is a fault in debug builds.
 inline longlong val_date_temporal(const Field *field) {
+  if (field->is_array()) return 0;
   switch (field->type()) {
     case MYSQL_TYPE_DATE:
     case MYSQL_TYPE_NEWDATE:
@@ -193,6 +194,7 @@ inline longlong val_date_temporal(const Field *field) {
 // A column's value as signed microseconds; 0 for a column without a time. 8.0
 // packs a time into an integer; 9.7 has Time_val, and would parse text.
 inline int64_t val_time_usecs(const Field *field) {
+  if (field->is_array()) return 0;
   switch (field->type()) {
     case MYSQL_TYPE_DATE:
     case MYSQL_TYPE_NEWDATE:

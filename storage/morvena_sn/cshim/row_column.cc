@@ -20,6 +20,8 @@ Column_form form_of_integer(const Field *field) {
 }
 
 Column_form form_of(const Field *field) {
+  // Calls itself of its elements' type; a row has them as JSON.
+  if (field->is_array()) return Column_form::SERVERS;
   switch (field->real_type()) {
     case MYSQL_TYPE_TINY:
     case MYSQL_TYPE_SHORT:

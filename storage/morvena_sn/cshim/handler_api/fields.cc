@@ -38,6 +38,8 @@ bool has_column(const KEY &index, unsigned int field_idx) {
 // primary key beside its own, and the primary key every stored one.
 bool IndexCursor::index_has(unsigned int field_idx) const {
   const uint primary = table()->s->primary_key;
+  // An entry of a multi-valued index has one value of the array.
+  if (table()->field[field_idx]->is_array()) return false;
   if (has_column(*key(), field_idx)) return true;
   if (primary == MAX_KEY) return false;
   const KEY *primary_key = &table()->key_info[primary];

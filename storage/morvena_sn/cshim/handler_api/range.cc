@@ -68,6 +68,14 @@ key_part_map map_of_leading_parts(uint32_t n_parts, const KEY *key) {
   return (key_part_map{1} << n) - 1;
 }
 
+void swap_sets(TABLE *table, std::vector<my_bitmap_map> *sets) {
+  const auto write_words = std::swap_ranges(
+      table->read_set->bitmap,
+      table->read_set->bitmap + no_words_in_map(table->read_set),
+      sets->begin());
+  std::swap_ranges(write_words, sets->end(), table->write_set->bitmap);
+}
+
 }  // namespace
 
 // The end of a range is silent.
@@ -92,6 +100,8 @@ size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
     }
     image_bytes += part.store_length;
     if (arg->len[i] < 0) {
+      // Keys are compared byte by byte.
+      field->reset();
       field->set_null();
       continue;
     }
@@ -170,8 +180,15 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
                     closed_end ? closed_end_flag : HA_READ_BEFORE_KEY);
   reverse_ = reverse;
   equal_range_ = from_ != nullptr && end_ != nullptr &&
-                 from_->length == end_->length &&
-                 memcmp(from_->key, end_->key, from_->length) == 0;
+                 from_->keypart_map == end_->keypart_map &&
+                 memcmp(from_->key, end_->key, image_bytes(*from_)) == 0;
+  // The host compares an array with a value for membership, not for order.
+  if ((key()->flags & HA_MULTI_VALUED_KEY) != 0 && !equal_range_ &&
+      (from_ != nullptr || end_ != nullptr)) {
+    std::cerr << "Cannot read a range of several keys of a multi-valued index"
+              << std::endl;
+    return true;
+  }
   has_row_ = find_row();
   return !has_row_;
 }
@@ -240,7 +257,17 @@ bool IndexCursor::advance() {
   return !has_row_;
 }
 
+// The handler fetches the columns that it positioned with, and computes virtual
+// ones by the sets of the moment.
 bool IndexCursor::next_row() {
+  if (!table()->has_gcol()) return step();
+  swap_sets(table(), &columns_read_);
+  const bool found = step();
+  swap_sets(table(), &columns_read_);
+  return found;
+}
+
+bool IndexCursor::step() {
   handler *file = table()->file;
   uchar *row = table()->record[0];
   if (equal_range_) {
