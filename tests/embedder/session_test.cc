@@ -209,6 +209,17 @@ TEST_F(Session, DeinitOnAThreadWhoseSessionServesAnother) {
   init_common();
 }
 
+TEST_F(Session, DeinitAfterACursorsSessionWasRestored) {
+  Cursor first;
+  void *session = current_session();
+  Cursor().ints(0);
+  restore_session(session);
+  first.close();
+  deinit_common();
+  EXPECT_EQ(current_session(), nullptr);
+  init_common();
+}
+
 TEST_F(Session, DeinitLeavesTheClientsInPlace) {
   Cursor().ints(0);
   ASSERT_EQ(idle(), 1u);

@@ -78,9 +78,12 @@ class CommonApi {
       in *original_thd unless that is null. */
   static void thd_attach(void *my_thd, void **original_thd);
 
-  /** @return whether the calling thread has no session, or one that a cursor
-      left with it, which may serve another thread by now */
-  static bool thread_has_own_session();
+  /** The same where the calling thread has no session, or one that a cursor
+      left with it, which may be gone or another thread's. A client's stays. */
+  static void attach_over_own(void *my_thd);
+
+  /** Have values of a session's columns read as another's. */
+  static void copy_settings(const void *from_thd, void *to_thd);
 
   /** Give a session back to the pool, or destroy it when the pool is full. It
       stays the calling thread's current session. */

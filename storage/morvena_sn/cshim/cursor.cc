@@ -65,9 +65,7 @@ bool read_field(uintptr_t handle, Read read, Outputs *...outputs) {
   if (((outputs == nullptr) || ...)) return true;
   const Value_use<IndexCursorWrapper> use(handle);
   if (!use) return true;
-  if (current_thd != use->thd && CommonApi::thread_has_own_session()) {
-    CommonApi::thd_attach(use->thd, nullptr);
-  }
+  CommonApi::attach_over_own(use->thd);
   return guarded(true, [&] { return read(use->cursor.get()); });
 }
 

@@ -147,7 +147,8 @@ typedef struct field_arg {
             read fetches rows for a secondary index, one of the clustered
             index), and the read holds the index's latch. It must not wait for
             anything that needs them: statements that write to the table, on
-            this thread or on another that it waits for. It must not open,
+            this thread or on another that it waits for, and reads of the
+            table through a cursor, which wait behind those. It must not open,
             close or advance the read's own handle. Somebody who needs the
             whole index for himself (purge at times) waits until each worker
             has come to the end of its page, the callback that it is in
@@ -342,7 +343,8 @@ uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name);
                  row is current
 
   Bounds that give the same key read the rows equal to it, in index order,
-  whatever closed_begin, closed_end and reverse say.
+  whatever closed_begin, closed_end and reverse say. A multi-valued index has no
+  other ranges but the whole.
   A reverse read leaves out rows equal to begin even when it is closed, and
   without an end it starts at the last row of the index and only then looks at
   begin: the first row may lie below it.
@@ -366,7 +368,8 @@ bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
                  table's columns are skipped
 
   In force from the next cursor_set_read_range(). A cursor that was never
-  given a set reads every column. A column outside the set has no value.
+  given a set reads every column. A column outside the set has no value, but for
+  those that the host needs for the set's virtual columns or the index's.
 
   Sense:    none.
   Lifetime: fields is read during the call only.
@@ -403,8 +406,8 @@ bool cursor_advance(uintptr_t cursor);
   applies.
 
   Sense:    true is "no value".
-  Threads:  one at a time per cursor; a thread without a current session gets
-            the cursor's.
+  Threads:  one at a time per cursor. The cursor's session becomes the calling
+            thread's, unless that has a client's.
   Blocks:   no.
 */
 
@@ -464,7 +467,8 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   @param argument  handed on to fn
   @retval true   the range was read to its end and every batch was taken
   @retval false  fn stopped the read, the cursor's session was killed, the read
-                 failed or could not start (standard error says why), or a null
+                 failed or could not start (standard error says why, but for
+                 a large value that its writer has not written yet), or a null
                  or closed handle
 
   The range is the one last given to cursor_set_read_range(), the whole index if
@@ -474,7 +478,9 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   or more, standard output has one line for each worker with its count.
 
   A column of which the index holds a prefix reads as that prefix in an
-  index-only read.
+  index-only read, filled up where the column has a fixed length. Of values that
+  compare as equal, 'a' and 'A' perhaps, it gives the one that the index holds
+  now.
 
   Exact reads: of the primary key, and of a secondary index by an index-only
   cursor. They deliver each row that the snapshot sees exactly once, whatever

@@ -39,6 +39,8 @@ Client_session::~Client_session() {
   delete thd;
 }
 
+void restore_session(void *session) { thd_of(session)->store_globals(); }
+
 bool is_of_this_thread(void *session) {
   return my_thread_equal(thd_of(session)->real_id, my_thread_self());
 }

@@ -36,6 +36,9 @@ class Client_session {
   void *session_;
 };
 
+/** Make it the calling thread's. */
+void restore_session(void *session);
+
 /** Whether it was bound to the calling thread last. */
 bool is_of_this_thread(void *session);
 

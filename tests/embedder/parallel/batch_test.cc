@@ -209,6 +209,30 @@ TEST_F(Parallel_batch, ColumnsAreTheTablesInItsOrder) {
   EXPECT_EQ(scan.output_columns(), (std::vector<std::string>{"id", "v", "w"}));
 }
 
+// Whose session may serve another thread as soon as it is closed.
+TEST_F(Parallel_batch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v VARCHAR(20))");
+  sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
+  fill("t", 20000, "i, CONCAT(i, ' and more')");
+  const Scan scan;
+  for (const size_t threads : {size_t{0}, size_t{2}}) {
+    std::atomic<int> batches{0};
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
+      void *session = current_session();
+      Cursor other({.table = "other"});
+      void *others = current_session();
+      EXPECT_NE(others, session);
+      other.close();
+      EXPECT_EQ(current_session(), others);
+      EXPECT_EQ(batch.read_int(1, 0), batch.read_int(0, 0));
+      EXPECT_EQ(current_session(), session);
+      ++batches;
+      return false;
+    }));
+    EXPECT_GT(batches, 3);
+  }
+}
+
 /** Reads between two others on the same worker: each has its own cursor. */
 TEST_F(Parallel_batch, TheCallbackReadsAnotherTable) {
   make(5000);

@@ -330,7 +330,9 @@ TEST_F(Parallel_pool, WithoutItOnlyTheCallingThreadReads) {
   {
     const Scan scan;
     const auto take = [](const Batch &) { return false; };
+    const Server_log log(sql);
     EXPECT_FALSE(read_parallel(scan, 4, take));
+    EXPECT_EQ(log.count("Parallel scan failed: "), 1u) << log.text();
     EXPECT_TRUE(read_parallel(scan, 1, take));
     EXPECT_TRUE(read_parallel(scan, 0, take));
   }

@@ -294,6 +294,27 @@ TEST_F(Parallel_value, TimestampsReadInTheGlobalTimeZone) {
   sql.exec("SET GLOBAL time_zone = DEFAULT");
 }
 
+TEST_F(Parallel_value, TimestampsReadInTheTimeZoneOfTheOpening) {
+  store("TIMESTAMP(3) NULL", {"'2026-11-21 12:34:56.654'"});
+  const int64_t datetime = sql.number(
+      "SELECT TIMESTAMPDIFF(MICROSECOND, '2000-01-01', c) FROM t WHERE id = 1");
+  // More than a page: each worker reads some.
+  for (int rows = 1; rows <= 4096; rows *= 2)
+    sql.exec("INSERT INTO t SELECT id + " + std::to_string(rows) +
+             ", c FROM t");
+  const Scan scan;
+  sql.exec("SET GLOBAL time_zone = '+11:30'");
+  for (const size_t threads : thread_counts) {
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
+      for (unsigned int nr = 0; nr < batch.size(); ++nr) {
+        EXPECT_EQ(batch.read_datetime(1, nr), datetime) << threads;
+      }
+      return false;
+    }));
+  }
+  sql.exec("SET GLOBAL time_zone = DEFAULT");
+}
+
 TEST_F(Parallel_value, Times) {
   for (const char *digits : {"0", "2", "6"})
     check("TIME(" + std::string(digits) + ")",

@@ -144,13 +144,25 @@ void CommonApi::thd_attach(void *my_thd, void **original_thd) {
   // A session that another thread used meanwhile is bound again: the host would
   // measure this thread's stack from the other's.
   if (current_thd == thd && my_thread_equal(thd->real_id, my_thread_self())) {
+    bound = thd;
     return;
   }
   bind_to_thread(thd);
 }
 
-bool CommonApi::thread_has_own_session() {
-  return current_thd == nullptr || current_thd == bound;
+void CommonApi::attach_over_own(void *my_thd) {
+  if (current_thd == my_thd) return;
+  if (current_thd == nullptr || current_thd == bound) {
+    bind_to_thread(static_cast<THD *>(my_thd));
+  }
+}
+
+void CommonApi::copy_settings(const void *from_thd, void *to_thd) {
+  const THD *from = static_cast<const THD *>(from_thd);
+  THD *to = static_cast<THD *>(to_thd);
+  to->variables.time_zone = from->variables.time_zone;
+  to->variables.sql_mode = from->variables.sql_mode;
+  to->start_time = from->start_time;
 }
 
 void CommonApi::close_thd(void *my_thd) {
@@ -183,9 +195,12 @@ uint CommonApi::get_last_error(void *my_thd, char *message) {
 
 void CommonApi::destroy_idle_sessions() {
   // One of ours is bound again by whoever uses it, if it is alive.
-  THD *const clients = thread_has_own_session() ? nullptr : current_thd;
+  THD *clients = current_thd == bound ? nullptr : current_thd;
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-  for (THD *thd : thd_pool) Destroy_unbound()(thd);
+  for (THD *thd : thd_pool) {
+    if (thd == clients) clients = nullptr;
+    Destroy_unbound()(thd);
+  }
   thd_pool.clear();
   if (clients != nullptr) make_current(clients);
 }

@@ -62,8 +62,8 @@ void release(CursorWrapper *wrapper) {
   CommonApi::close_thd(wrapper->thd);
 }
 
-bool wait_for_calls(const CursorWrapper *wrapper) {
-  const auto give_up = std::chrono::steady_clock::now() + call_limit;
+bool wait_for_calls(const CursorWrapper *wrapper,
+                    std::chrono::steady_clock::time_point give_up) {
   while (wrapper->inside != 0 ||
          wrapper->reads_value.load(std::memory_order_acquire)) {
     if (std::chrono::steady_clock::now() > give_up) return false;
@@ -89,8 +89,9 @@ void close_leftover_handles() {
   }
   if (ours.empty()) return;
   pass_barrier_in_every_thread();
+  const auto give_up = std::chrono::steady_clock::now() + call_limit;
   for (CursorWrapper *wrapper : ours) {
-    if (wait_for_calls(wrapper)) release(wrapper);
+    if (wait_for_calls(wrapper, give_up)) release(wrapper);
   }
 }
 

@@ -11,6 +11,7 @@
 // Holds: whatever the worker holds, its leaf page among it. Threads: any
 // worker, at the same time. Fails: the callback refuses, or throws.
 
+#include "common.h"
 #include "innodb_api.h"
 
 namespace {
@@ -25,8 +26,12 @@ inline const byte *row_with_value(const ThreadCtx *tctx, uint field_idx,
   return column.field_ == nullptr || column.is_null(row) ? nullptr : row;
 }
 
-// The worker's own Field of a column, pointing at a row.
-Field *field_at(const Row_column &column, const byte *row) {
+// The worker's own Field of a column, pointing at a row. Its conversions look
+// at the session, and warn there: not in one that the callback's cursor has
+// left.
+Field *field_at(const ThreadCtx *tctx, const Row_column &column,
+                const byte *row) {
+  CommonApi::attach_over_own(tctx->thd_);
   Field *field = column.field_;
   auto *to = const_cast<byte *>(row);
   field->set_field_ptr(to + column.offset_);
@@ -55,6 +60,7 @@ dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
     // Also where the answer is not looked at: the rows were not taken.
     set_error(DB_ERROR);
   }
+  CommonApi::attach_over_own(tctx->thd_);
   if (stop) return DB_ERROR;
   tctx->n_sent_ = tctx->n_read_;
   return DB_SUCCESS;
@@ -66,7 +72,7 @@ bool ParallelIndexReader::read_field_int(ThreadCtx *tctx, uint field_idx,
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
   *val = column.is_integer() ? column.integer(row)
-                             : field_at(column, row)->val_int();
+                             : field_at(tctx, column, row)->val_int();
   return false;
 }
 
@@ -75,8 +81,8 @@ bool ParallelIndexReader::read_field_real(ThreadCtx *tctx, uint field_idx,
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
-  *val =
-      column.is_real() ? column.real(row) : field_at(column, row)->val_real();
+  *val = column.is_real() ? column.real(row)
+                          : field_at(tctx, column, row)->val_real();
   return false;
 }
 
@@ -88,7 +94,8 @@ bool ParallelIndexReader::read_field_str(ThreadCtx *tctx, uint field_idx,
   if (column.form_ == Column_form::VARCHAR) {
     column.text(row, str, size);
   } else {
-    field_value::to_str(field_at(column, row), &tctx->field_buffer_, str, size);
+    field_value::to_str(field_at(tctx, column, row), &tctx->field_buffer_, str,
+                        size);
   }
   return false;
 }
@@ -102,8 +109,8 @@ bool ParallelIndexReader::read_field_decimal(ThreadCtx *tctx, uint field_idx,
   *data = tctx->field_buffer_.decimal.buf;
   if (column.form_ != Column_form::DECIMAL ||
       !column.decimal(row, *data, neg, intg, frac)) {
-    field_value::to_decimal(field_at(column, row), &tctx->field_buffer_, neg,
-                            intg, frac, data);
+    field_value::to_decimal(field_at(tctx, column, row), &tctx->field_buffer_,
+                            neg, intg, frac, data);
   }
   return false;
 }
@@ -115,7 +122,7 @@ bool ParallelIndexReader::read_field_date(ThreadCtx *tctx, uint field_idx,
   const Row_column &column = tctx->row_columns_[field_idx];
   *date = column.form_ == Column_form::DATE
               ? column.date(row)
-              : field_value::to_date(field_at(column, row));
+              : field_value::to_date(field_at(tctx, column, row));
   return false;
 }
 
@@ -123,7 +130,8 @@ bool ParallelIndexReader::read_field_time(ThreadCtx *tctx, uint field_idx,
                                           uint nr, int64_t *time) {
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
-  *time = field_value::to_time(field_at(tctx->row_columns_[field_idx], row));
+  *time =
+      field_value::to_time(field_at(tctx, tctx->row_columns_[field_idx], row));
   return false;
 }
 
@@ -134,6 +142,6 @@ bool ParallelIndexReader::read_field_datetime(ThreadCtx *tctx, uint field_idx,
   const Row_column &column = tctx->row_columns_[field_idx];
   *datetime = column.form_ == Column_form::DATETIME
                   ? column.datetime(row)
-                  : field_value::to_datetime(field_at(column, row));
+                  : field_value::to_datetime(field_at(tctx, column, row));
   return false;
 }

@@ -22,12 +22,13 @@
 
 namespace {
 
-// The page that a worker keeps, the one that it waits for, and as much again for
-// everybody else.
+// The page that a worker keeps, the one that it waits for, and as much again
+// for everybody else.
 constexpr size_t pool_pages_per_worker = 4;
 
 // How many of the process's workers are too many for the buffer pool: once the
-// pages that they keep fill it, none of them gets another, and nobody else does.
+// pages that they keep fill it, none of them gets another, and nobody else
+// does.
 size_t n_beyond_the_buffer_pool() {
   const size_t bearable = buf_pool_get_n_pages() / pool_pages_per_worker;
   const size_t reserved = ThreadBudget::s_active_threads;
@@ -56,18 +57,17 @@ class Reserved_threads {
   size_t n_;
 };
 
-// A session for a worker's thread.
+// A session for a worker's thread, with the settings of the cursor's.
 class Worker_session {
  public:
-  Worker_session() : thd_(CommonApi::create_thd()) {
-    if (thd_ != nullptr) CommonApi::thd_attach(thd_, nullptr);
+  explicit Worker_session(const void *cursors) : thd_(CommonApi::create_thd()) {
+    if (thd_ == nullptr) throw std::bad_alloc();
+    CommonApi::copy_settings(cursors, thd_);
   }
-  ~Worker_session() {
-    if (thd_ != nullptr) CommonApi::close_thd(thd_);
-  }
+  ~Worker_session() { CommonApi::close_thd(thd_); }
   Worker_session(const Worker_session &) = delete;
   Worker_session &operator=(const Worker_session &) = delete;
-  bool exists() const { return thd_ != nullptr; }
+  void *get() const { return thd_; }
 
  private:
   void *thd_;
@@ -95,9 +95,13 @@ bool ParallelIndexReader::run(size_t n_threads) {
   }
   for (std::future<void> &worker : parallel_threads_) worker.wait();
   if (threads.count() > 0) report(thread_ctxs_, threads.count());
-  const bool is_complete = get_error() == DB_SUCCESS;
+  const dberr_t err = get_error();
+  // A callback knows that it has stopped the read, and a kill is asked for.
+  if (err != DB_SUCCESS && err != DB_ERROR && err != DB_INTERRUPTED) {
+    std::cerr << "Parallel scan failed: " << ut_strerr(err) << std::endl;
+  }
   index_s_unlock();
-  return is_complete;
+  return err == DB_SUCCESS;
 }
 
 // Under the read's latch, but others may add pages at any time.
@@ -144,12 +148,13 @@ void ParallelIndexReader::parallel_read(size_t n_threads) {
 void ParallelIndexReader::parallel_read_worker(ThreadCtx *tctx) {
   try {
     if (thread_ctxs_.size() == 1) {
+      tctx->thd_ = trx_->mysql_thd;
       work_until_done(tctx, false);
       return;
     }
     os_event_wait_low(event_, static_cast<int64_t>(m_sig_count));
-    const Worker_session session;
-    if (!session.exists()) throw std::bad_alloc();
+    const Worker_session session(trx_->mysql_thd);
+    tctx->thd_ = session.get();
     work_until_done(tctx, true);
   } catch (...) {
     set_error(DB_OUT_OF_MEMORY);
