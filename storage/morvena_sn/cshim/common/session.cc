@@ -81,6 +81,8 @@ void bind_to_thread(THD *thd) {
 void destroy_session(THD *thd) {
   thd->get_protocol_classic()->end_net();
   thd->release_resources();
+  // A client's may come to lie there.
+  if (bound == thd) bound = nullptr;
   delete thd;
 }
 
