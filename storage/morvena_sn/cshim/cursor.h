@@ -46,8 +46,8 @@
     The functions that touch the host (open, close, set_read_range, advance)
     make the cursor's session the calling thread's current session (THD) and
     leave it so; typed reads do where a client's is not current. Code that runs
-  on a client's thread saves current_thd before its first call and calls
-  store_globals() on it after its last; examples/reader.cc shows how.
+    on a client's thread saves current_thd before its first call and calls
+    store_globals() on it after its last; examples/reader.cc shows how.
 
   Handles.  0 is the null handle. A null or closed handle, or one of another
     kind of cursor, is recognised: the function touches nothing and answers
