@@ -8,6 +8,8 @@
 
 // Whose snapshot a cursor reads: donors in every state.
 
+#include <chrono>
+
 #include "donor_test.h"
 #include "session.h"
 
@@ -72,6 +74,74 @@ TEST_F(Donor, TransactionWithoutAReadGivesAFreshSnapshot) {
   donor.exec("BEGIN");
   change();
   EXPECT_EQ(read(donor.id()), after);
+}
+
+// A statement that looks for a time zone reads system tables, in a transaction
+// that stands in for the session's; here it has to wait for one of them.
+class Donor_that_reads_system_tables : public Donor_test {
+ protected:
+  void begin_to_read() {
+    locker.exec("LOCK TABLES mysql.time_zone_name WRITE");
+    reading = donor.send("SELECT CONVERT_TZ(NOW(), 'UTC', 'No/Where')");
+    ASSERT_TRUE(wait_for_state("Waiting for table metadata lock"));
+  }
+  void end_reading() {
+    locker.exec("UNLOCK TABLES");
+    EXPECT_EQ(reading.get().error, 0u);
+  }
+
+  Client locker;
+  std::future<Reply> reading;
+};
+
+TEST_F(Donor_that_reads_system_tables, SnapshotIsThatOfItsOwnTransaction) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  begin_to_read();
+  auto rows = on_own_thread([&] { EXPECT_EQ(read(donor.id()), before); });
+  EXPECT_EQ(rows.wait_for(std::chrono::milliseconds(300)),
+            std::future_status::timeout);
+  end_reading();
+  rows.get();
+  EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
+}
+
+TEST_F(Donor_that_reads_system_tables, WithoutATransactionItGivesAFreshOne) {
+  change();
+  begin_to_read();
+  auto rows = on_own_thread([&] { EXPECT_EQ(read(donor.id()), after); });
+  end_reading();
+  rows.get();
+}
+
+TEST_F(Donor_that_reads_system_tables, IsWaitedForAsLongAsForALock) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  begin_to_read();
+  const Cursor cursor({.donor = donor.id(), .timeout = 1});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 1205u) << cursor.message;
+  unsigned int error = 0;
+  char message[512];
+  const uintptr_t scan =
+      open_seqscan_cursor("db", "t", donor.id(), 1, &error, message);
+  EXPECT_EQ(scan, 0u);
+  EXPECT_EQ(error, 1205u) << message;
+  close_seqscan_cursor(scan);
+  end_reading();
+  EXPECT_EQ(read(donor.id()), before);
+}
+
+// In and out of such transactions all the time.
+TEST_F(Donor_that_reads_system_tables, ManyTimes) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  sql.exec("SET cte_max_recursion_depth = 100000");
+  reading = donor.send(
+      "WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n"
+      " WHERE i < 900) SELECT COUNT(CONVERT_TZ(NOW(), 'UTC',"
+      " CONCAT('No/', i))) FROM n");
+  for (int i = 0; i < 200; ++i) ASSERT_EQ(read(donor.id()), before) << i;
+  EXPECT_EQ(reading.get().error, 0u);
 }
 
 TEST_F(Donor, OwnUncommittedRowsAreSeen) {

@@ -140,9 +140,14 @@ class CommonApi {
 
   /** Give a started transaction the donor's read view, or one of its own for
       donor 0. @return the transaction's read view afterwards, maybe null; 1094
-      is raised for a donor that does not exist */
+      is raised for a donor that does not exist, 1205 or 1317 where the wait for
+      one that reads system tables took too long or was interrupted */
   static ReadView *copy_or_assign_read_view(trx_t *trx,
                                             uint64_t snapshot_donor);
+  /** Start the calling session's transaction with the donor's snapshot.
+      @return the transaction, null when the donor could not be asked; one that
+      does not exist is no failure */
+  static trx_t *start_transaction(uint64_t snapshot_donor);
 };
 
 #endif  // MORVENA_SN_COMMON_H

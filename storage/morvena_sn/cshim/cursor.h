@@ -29,6 +29,10 @@
     first read for a donor without a view and at open for donor 0. A donor id
     that no session has raises error 1094 on the cursor's session; the cursor
     opens all the same and takes a fresh snapshot at its first read.
+    While a statement of the donor's reads system tables (the dictionary for a
+    table that it has not opened lately, a time zone), the opening waits for
+    that: for a few page reads, and at most for timeout_sec, but a second at the
+    least; then it fails with 1205.
     A parallel read takes no snapshot by itself: where the donor gave none, it
     delivers what the index holds at the moment, uncommitted rows among it.
     The isolation level, the SQL mode and the time zone of the cursor's session
@@ -235,7 +239,8 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
   @retval 0      not opened; nothing is held. *error and message say why:
                  1049 unknown database, 1146 no such table, 1347 a view,
                  1031 a table of another engine, 1178 an index that has no order
-                 (full-text, spatial), 1205 lock wait timeout, 1317 killed,
+                 (full-text, spatial), 1205 lock or donor waited for too long,
+                 1317 killed,
                  1412 the index is newer than the snapshot,
                  1102, 1103 a missing or impossible name,
                  3168 the server has not finished starting, or is stopping,
@@ -467,9 +472,9 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   @param argument  handed on to fn
   @retval true   the range was read to its end and every batch was taken
   @retval false  fn stopped the read, the cursor's session was killed, the read
-                 failed or could not start (standard error says why, but for
-                 a large value that its writer has not written yet), or a null
-                 or closed handle
+                 failed or could not start (standard error says why; one
+                 cause is a large value that the donor is just writing), or
+                 a null or closed handle
 
   The range is the one last given to cursor_set_read_range(), the whole index if
   none was; the columns are the read set of this moment. Rows come in ascending

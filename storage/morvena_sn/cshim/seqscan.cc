@@ -15,13 +15,10 @@
 #include <memory>
 
 #include "common.h"
-#include "host/innodb.h"
 #include "innodb_api.h"
 
 SeqScanCursor *SeqScanCursor::open(TABLE *table, uint32_t snapshot_donor) {
-  trx_t *trx = thd_to_trx(current_thd);
-  host::start_read_transaction(trx);
-  CommonApi::copy_or_assign_read_view(trx, snapshot_donor);
+  if (CommonApi::start_transaction(snapshot_donor) == nullptr) return nullptr;
   std::unique_ptr<SeqScanCursor> cursor(new SeqScanCursor(table));
   for (uint i = 0; i < table->s->keys && cursor->pkey_ == nullptr; ++i) {
     KEY *key = &table->key_info[i];

@@ -8,8 +8,13 @@
 
 // Snapshots: a cursor's transaction reads through a copy of the donor's view.
 
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
 #include "common.h"
 #include "host.h"
+#include "host/innodb.h"
 #include "host/read_view.h"
 
 #include "ha_innodb.h"
@@ -26,6 +31,26 @@ namespace {
 trx_t *transaction_of(THD *donor) {
   if (thd_get_ha_data(donor, innodb_hton) == nullptr) return nullptr;
   return thd_to_trx(donor);
+}
+
+bool has_transaction(const THD *thd) {
+  trx_sys_mutex_enter();
+  const trx_t *trx = UT_LIST_GET_FIRST(trx_sys->mysql_trx_list);
+  while (trx != nullptr && trx->mysql_thd != thd) {
+    trx = UT_LIST_GET_NEXT(mysql_trx_list, trx);
+  }
+  trx_sys_mutex_exit();
+  return trx != nullptr;
+}
+
+// While a statement reads system tables, the dictionary's above all, a
+// transaction for that has the place of the session's, which is put back when
+// it ends. It has another snapshot, and is freed without the donor's mutex. The
+// place is empty before the session says that it is so.
+bool reads_system_tables(THD *donor) {
+  if (donor->is_attachable_transaction_active()) return true;
+  return thd_get_ha_data(donor, innodb_hton) == nullptr &&
+         has_transaction(donor);
 }
 
 // The donor's view can be neither closed under the mutex, removed nor reopened
@@ -64,6 +89,47 @@ void withdraw_copy(trx_t *trx) {
   trx_sys_mutex_exit();
 }
 
+// @return whether the donor was there to be asked, or does not exist at all
+bool ask_donor(trx_t *trx, uint64_t id, bool *copied) {
+  Find_thd_with_id finder = host::find_by_id(static_cast<my_thread_id>(id));
+  // Holds the donor's mutex to the end: it cannot go away.
+  THD_ptr donor = Global_THD_manager::get_instance()->find_thd(&finder);
+  if (!donor) {
+    my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(id));
+    return true;
+  }
+  if (reads_system_tables(donor.get())) return false;
+  if (trx_t *donor_trx = transaction_of(donor.get())) {
+    *copied = copy_view(trx, donor_trx);
+  }
+  return true;
+}
+
+// As long as for a lock, but at the least a second: what is waited for is
+// rarely more than a few pages.
+class Wait {
+ public:
+  /** Waits a little. @return whether it is enough; the error is raised then */
+  bool is_over(const trx_t *trx) const {
+    if (trx_is_interrupted(trx)) {
+      my_error(ER_QUERY_INTERRUPTED, MYF(0));
+      return true;
+    }
+    if (std::chrono::steady_clock::now() >= end_) {
+      my_error(ER_LOCK_WAIT_TIMEOUT, MYF(0));
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return false;
+  }
+
+ private:
+  const std::chrono::steady_clock::time_point end_ =
+      std::chrono::steady_clock::now() +
+      std::chrono::seconds(
+          std::max(current_thd->variables.lock_wait_timeout, 1UL));
+};
+
 }  // namespace
 
 ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
@@ -73,21 +139,24 @@ ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
     return trx->read_view;
   }
   bool copied = false;
-  {
-    // Held to the end of the block: the donor cannot go away.
-    Find_thd_with_id finder =
-        host::find_by_id(static_cast<my_thread_id>(snapshot_donor));
-    THD_ptr donor = Global_THD_manager::get_instance()->find_thd(&finder);
-    if (!donor) {
-      my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(snapshot_donor));
-      return nullptr;
-    }
-    if (trx_t *donor_trx = transaction_of(donor.get())) {
-      copied = copy_view(trx, donor_trx);
-    }
+  const Wait wait;
+  while (!ask_donor(trx, snapshot_donor, &copied)) {
+    if (wait.is_over(trx)) return nullptr;
   }
   // A statement that tries whether its last view is still current shows it as
   // open for a moment, when purge may be past it.
   if (copied && host::purge_has_passed(trx->read_view)) withdraw_copy(trx);
   return trx->read_view;
+}
+
+trx_t *CommonApi::start_transaction(uint64_t snapshot_donor) {
+  THD *thd = current_thd;
+  trx_t *trx = thd_to_trx(thd);
+  host::start_read_transaction(trx);
+  thd->clear_error();
+  copy_or_assign_read_view(trx, snapshot_donor);
+  const Diagnostics_area *state = thd->get_stmt_da();
+  const bool failed =
+      state->is_error() && state->mysql_errno() != ER_NO_SUCH_THREAD;
+  return failed ? nullptr : trx;
 }

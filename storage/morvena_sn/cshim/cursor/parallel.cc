@@ -58,6 +58,7 @@ uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
   const auto make = [&](void *thd, void *table) -> CursorWrapper * {
     std::unique_ptr<SeqScanCursor> cursor(
         SeqScanCursor::open(static_cast<TABLE *>(table), snapshot_donor));
+    if (cursor == nullptr) return nullptr;
     return new SeqCursorWrapper(thd, table, std::move(cursor));
   };
   return open_handle({db_name, table_name, timeout_sec}, make,
