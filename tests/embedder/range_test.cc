@@ -9,6 +9,8 @@
 // Ranges: which rows a range reads, and in which order. The model is a SELECT
 // with the same bounds.
 
+#include <chrono>
+
 #include "cursor_test.h"
 
 namespace {
@@ -47,6 +49,32 @@ class Range_of_one_part : public Cursor_test {
     return Keys().number(*value);
   }
 };
+
+// The server lets one thread at a time into InnoDB.
+class Range_with_one_thread_in_innodb : public Range_of_one_part {
+ protected:
+  static void limit_threads(const std::string &n) {
+    Client().exec("SET GLOBAL innodb_thread_concurrency = " + n);
+  }
+  Range_with_one_thread_in_innodb() { limit_threads("1"); }
+  ~Range_with_one_thread_in_innodb() override { limit_threads("DEFAULT"); }
+};
+
+TEST_F(Range_with_one_thread_in_innodb, NobodyIsKeptOutBetweenSteps) {
+  Cursor cursor({.index = "by_v"});
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  std::future<Reply> statement = sql.send("SELECT SUM(id) FROM t");
+  std::future<void> read =
+      on_own_thread([] { EXPECT_EQ(Cursor().ints(0).size(), 60u); });
+  EXPECT_EQ(statement.wait_for(std::chrono::seconds(10)),
+            std::future_status::ready);
+  EXPECT_EQ(read.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  limit_threads("0");  // lets in who waits all the same
+  EXPECT_EQ(as_ints(statement.get().rows), Ints{1830});
+  read.get();
+  EXPECT_TRUE(cursor.next());
+}
 
 TEST_F(Range_of_one_part, NoBoundsForward) {
   EXPECT_EQ(Cursor({.index = "by_v"}).ints(0),

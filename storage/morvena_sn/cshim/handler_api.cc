@@ -13,7 +13,6 @@
 #include <strings.h>
 
 #include "common.h"
-#include "host/innodb.h"
 
 namespace {
 
@@ -84,8 +83,9 @@ bool start_index_scan(TABLE *table, const KEY *key) {
 
 }  // namespace
 
-IndexCursor::IndexCursor(TABLE *table, KEY *key, bool index_only)
+IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
     : table_(table),
+      trx_(trx),
       key_(key),
       index_only_(index_only),
       row_columns_(table->s->fields) {
@@ -95,11 +95,8 @@ IndexCursor::IndexCursor(TABLE *table, KEY *key, bool index_only)
 IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
                                bool index_only, uint32_t snapshot_donor) {
   TABLE *table = static_cast<TABLE *>(my_table);
-  trx_t *trx = thd_to_trx(current_thd);
-  host::start_read_transaction(trx);
-  CommonApi::copy_or_assign_read_view(trx, snapshot_donor);
-
-  if (idx_name == nullptr) return nullptr;
+  trx_t *trx = CommonApi::start_transaction(snapshot_donor);
+  if (trx == nullptr || idx_name == nullptr) return nullptr;
   KEY *key = find_key_by_name(table, idx_name);
   if (key == nullptr || !has_key_order(key)) return nullptr;
   // Keys are built in the row buffer, which a freshly opened table leaves as
@@ -107,7 +104,8 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   restore_record(table, s->default_values);
   mark_key_columns(table, key);
   // It ends the scan, so it is there before the scan begins.
-  std::unique_ptr<IndexCursor> cursor(new IndexCursor(table, key, index_only));
+  std::unique_ptr<IndexCursor> cursor(
+      new IndexCursor(table, trx, key, index_only));
   if (!start_index_scan(table, key)) return nullptr;
   set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);

@@ -24,6 +24,8 @@
 #include "host.h"
 #include "row_column.h"
 
+struct trx_t;
+
 class IndexCursor {
  public:
   // --- opening, columns, read set: handler_api.cc ---
@@ -76,7 +78,7 @@ class IndexCursor {
   bool read_field_datetime(unsigned int field_idx, int64_t *time);
 
  private:
-  IndexCursor(TABLE *table, KEY *key, bool index_only);
+  IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only);
 
   key_range *make_bound(key_range *bound, const field_arg *arg,
                         ha_rkey_function flag);
@@ -84,6 +86,7 @@ class IndexCursor {
   bool find_row();
   bool next_row();
   bool step();
+  void let_others_in();
   bool no_row(int error);
   int refresh_columns();
   /** The bytes of a bound's given parts, NULL ones included. */
@@ -104,6 +107,7 @@ class IndexCursor {
   KEY *key() const { return static_cast<KEY *>(key_); }
 
   void *table_;
+  trx_t *trx_;  // the session's
   void *key_;
   bool has_row_ = false;  // the row buffer holds a row of the range
   key_range rangebuf[2] = {};

@@ -14,6 +14,7 @@
 #include <iostream>
 
 #include "handler_api.h"
+#include "host/innodb.h"
 
 namespace {
 
@@ -156,15 +157,19 @@ int IndexCursor::refresh_columns() {
     return 0;
   }
   forget_row_columns();
+  // The handler looks by itself at the first read.
+  handler *file = table()->file;
+  const bool is_fresh = first_read && file->inited == handler::INDEX;
+  columns_read_.clear();
+  if (!is_fresh) {
+    file->ha_index_or_rnd_end();
+    const auto index = static_cast<uint>(key() - table()->key_info);
+    if (const int error = file->ha_index_init(index, true)) return error;
+  }
   columns_read_.reserve(2 * words);
   columns_read_.assign(read_set, read_set + words);
   columns_read_.insert(columns_read_.end(), write_set, write_set + words);
-  // The handler looks by itself at the first read.
-  if (first_read) return 0;
-  handler *file = table()->file;
-  const uint index = file->active_index;
-  file->ha_index_end();
-  return file->ha_index_init(index, true);
+  return 0;
 }
 
 bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
@@ -190,6 +195,7 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
     return true;
   }
   has_row_ = find_row();
+  let_others_in();
   return !has_row_;
 }
 
@@ -254,8 +260,14 @@ bool IndexCursor::is_before_range() {
 // no position then, and steps from wherever it last was, or stops the server.
 bool IndexCursor::advance() {
   if (has_row_) has_row_ = next_row();
+  let_others_in();
   return !has_row_;
 }
+
+// Where the server limits how many threads are in InnoDB at once
+// (innodb_thread_concurrency), a statement stays one of them from row to row. A
+// cursor does not: nobody knows when its next step comes.
+void IndexCursor::let_others_in() { host::leave_innodb(trx_); }
 
 // The handler fetches the columns that it positioned with, and computes virtual
 // ones by the sets of the moment.

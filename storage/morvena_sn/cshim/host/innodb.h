@@ -40,6 +40,7 @@
 #include "row0mysql.h"
 #include "row0row.h"
 #include "row0sel.h"
+#include "srv0conc.h"
 #include "sync0rw.h"
 #include "sync0sync.h"
 #include "trx0trx.h"
@@ -57,6 +58,11 @@ inline void start_read_transaction(trx_t *trx) {
   trx->start_line = __LINE__;
 #endif
   trx_start_if_not_started_xa_low(trx, false);
+}
+
+// Gives back the place of a thread in InnoDB, if the transaction has one.
+inline void leave_innodb(trx_t *trx) {
+  if (trx->declared_to_be_inside_innodb) srv_conc_force_exit_innodb(trx);
 }
 
 // 8.0.27: a macro that records file and line. The pass value must be the same
