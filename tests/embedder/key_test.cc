@@ -210,6 +210,41 @@ TEST_F(Key, TimesWithAFraction) {
   expect_same(Keys().text("00:00:00.001"), "'00:00:00.001'");
 }
 
+// SQL rounds a fraction that the column does not hold, and has no negative
+// zero.
+TEST_F(Key, TimesThatAreRounded) {
+  const auto key = [](bool negative, unsigned int seconds,
+                      unsigned long microseconds) {
+    return Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 0, 10, 0, seconds,
+                              microseconds, negative));
+  };
+  store("TIME", {"'10:00:00'", "'10:00:01'", "'-10:00:01'", "'-10:00:02'"});
+  expect_same(key(false, 0, 700000), "CAST('10:00:00.7' AS TIME)");
+  expect_same(key(true, 1, 200000), "CAST('-10:00:01.2' AS TIME)");
+  expect_same(key(true, 1, 800000), "CAST('-10:00:01.8' AS TIME)");
+  sql.exec("DROP TABLE t");
+  store("TIME(3)", {"'10:00:00.567'", "'10:00:00.568'", "'-10:00:00.568'"});
+  expect_same(key(false, 0, 567800), "CAST('10:00:00.5678' AS TIME(3))");
+  expect_same(key(true, 0, 567800), "CAST('-10:00:00.5678' AS TIME(3))");
+}
+
+TEST_F(Key, TimesAtTheEnds) {
+  store("TIME(6)", {"'-838:59:59'", "'00:00:00'", "'26:00:00'", "'838:59:59'"});
+  for (const bool negative : {false, true}) {
+    expect_same(Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 0, 0, 0, 0, 0,
+                                   negative)),
+                "'00:00:00'");
+    expect_same(Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 0, 838, 59, 59,
+                                   500000, negative)),
+                negative ? "'-838:59:59'" : "'838:59:59'");
+  }
+  expect_same(Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 1, 2)),
+              "'26:00:00'");
+  // Impossible: what it finds is zero.
+  expect_same(Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 34, 30)),
+              "'00:00:00'");
+}
+
 TEST_F(Key, NullOfEachKind) {
   store("VARCHAR(10)", {"''", "'a'"});
   Cursor cursor({.index = "k"});

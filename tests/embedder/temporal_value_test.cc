@@ -105,6 +105,17 @@ TEST_F(Temporal_value, ZeroDatetime) {
   EXPECT_EQ(zero.datetime, no_date * usecs_per_day);
 }
 
+TEST_F(Temporal_value, TimeOfPartlyZeroDatetimes) {
+  sql.exec("SET sql_mode = ''");
+  const int64_t time =
+      sql.number("SELECT TIME_TO_SEC('10:11:12') * 1000000 + 500000");
+  for (const char *date : {"2024-00-00", "2024-05-00", "2024-00-05"}) {
+    const std::string datetime = "'" + std::string(date) + " 10:11:12.5'";
+    EXPECT_EQ(read("DATETIME(6)", datetime).time, time) << date;
+    EXPECT_EQ(read("DATE", "'" + std::string(date) + "'").time, 0) << date;
+  }
+}
+
 TEST_F(Temporal_value, TimestampOfEachPrecision) {
   for (int digits = 0; digits <= 6; ++digits) {
     SCOPED_TRACE(digits);

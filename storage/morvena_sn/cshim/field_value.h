@@ -56,8 +56,15 @@ inline int32_t to_date(const Field *field) {
                           static_cast<int32_t>(value.day));
 }
 
+// A datetime's time is its own: the hosts' conversion to a time refuses one
+// with month or day 0, or takes its days for hours.
 inline int64_t to_time(const Field *field) {
-  return host::val_time_usecs(field);
+  if (field->type() == MYSQL_TYPE_TIME && !field->is_array()) {
+    return host::val_time_usecs(field);
+  }
+  const MYSQL_TIME value = unpack_datetime(field);
+  return mysql_time2time(value.hour, value.minute, value.second,
+                         static_cast<int64_t>(value.second_part), false);
 }
 
 inline int64_t to_datetime(const Field *field) {

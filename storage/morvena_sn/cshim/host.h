@@ -16,6 +16,10 @@
 #ifndef MORVENA_SN_HOST_H
 #define MORVENA_SN_HOST_H
 
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+
 #include "host/version.h"
 
 #include "my_config.h"
@@ -144,27 +148,49 @@ inline bool is_possible(const MYSQL_TIME &value) {
          value.second <= 59 && value.second_part <= 999999;
 }
 
+// A time's days are hours, it ends with 838:59:59 sharp, and nothing else has a
+// sign: the hosts go wrong over the rest, each in its own way.
+inline MYSQL_TIME as_the_host_takes_it(MYSQL_TIME value) {
+  if (value.time_type != MYSQL_TIMESTAMP_TIME) {
+    value.neg = false;
+    return value;
+  }
+  const uint64_t hours = value.hour + uint64_t{value.day} * 24;
+  value.hour = static_cast<uint>(std::min<uint64_t>(hours, UINT_MAX));
+  value.day = 0;
+  if (value.hour == 838 && value.minute == 59 && value.second == 59) {
+    value.second_part = 0;
+  }
+  if (value.hour == 0 && value.minute == 0 && value.second == 0 &&
+      value.second_part == 0) {
+    value.neg = false;
+  }
+  return value;
+}
+
 // 8.0 stores a MYSQL_TIME of every kind. 9.7 takes datetimes only and turns a
 // date into the zero date; dates and times have calls of their own there. What
 // is impossible is stored as the column's zero, and so is a time zone where
 // there is no date: a fault in debug builds, zero in others.
 inline void store_time(Field *field, const MYSQL_TIME &value) {
   const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
-  if (!is_possible(value) ||
+  MYSQL_TIME copy = as_the_host_takes_it(value);
+  if (!is_possible(copy) ||
       (has_zone && !is_temporal_type_with_date(field->type()))) {
     field->reset();
     return;
   }
-  MYSQL_TIME copy = value;
 #if HOST_HAS_TIME_VAL
   if (value.time_type == MYSQL_TIMESTAMP_TIME) {
-    field->store_time(Time_val(value), 0);
+    // Text gets as many decimals as this says; a column of times rounds what
+    // has more than it.
+    const bool rounds = field->type() == MYSQL_TYPE_TIME;
+    field->store_time(Time_val(copy), rounds ? DATETIME_MAX_DECIMALS : 0);
     return;
   }
   if (value.time_type == MYSQL_TIMESTAMP_DATE) {
     copy.hour = copy.minute = copy.second = 0;
     copy.second_part = 0;
-    copy.neg = false;
     if (!is_temporal_type_with_date(field->type())) {
       field->store_date(Date_val(copy));
       return;
@@ -191,20 +217,9 @@ inline longlong val_date_temporal(const Field *field) {
   }
 }
 
-// A column's value as signed microseconds; 0 for a column without a time. 8.0
-// packs a time into an integer; 9.7 has Time_val, and would parse text.
+// The value of a column of times as signed microseconds. 8.0 packs a time into
+// an integer; 9.7 has Time_val.
 inline int64_t val_time_usecs(const Field *field) {
-  if (field->is_array()) return 0;
-  switch (field->type()) {
-    case MYSQL_TYPE_DATE:
-    case MYSQL_TYPE_NEWDATE:
-    case MYSQL_TYPE_TIME:
-    case MYSQL_TYPE_DATETIME:
-    case MYSQL_TYPE_TIMESTAMP:
-      break;
-    default:
-      return 0;
-  }
 #if HOST_HAS_TIME_VAL
   Time_val value;
   return field->val_time(&value) ? 0 : value.to_microseconds();
