@@ -303,6 +303,7 @@ class ParallelIndexReader : public ThreadBudget {
                         bool include) const;
   bool position_on_leaf(page_cur_t *cursor, const dtuple_t *key,
                         bool include) const;
+  dberr_t reason_to_stop() const;
   void append_range(std::vector<Range> &ranges, const page_cur_t &start,
                     mtr_t *mtr) const;
   void close_last_range(const Iter &end, std::vector<Range> &ranges) const;

@@ -9,6 +9,9 @@
 // Values that are stored off the page, and columns that records do not hold:
 // as the snapshot sees them, whatever became of them since.
 
+#include <atomic>
+#include <chrono>
+
 #include "parallel_test.h"
 
 namespace {
@@ -72,6 +75,35 @@ TEST_F(Parallel_large_value, ChangedByTheDonor) {
   take_snapshot();
   donor.exec("UPDATE t SET b = REPEAT('D', 90000) WHERE id % 2 = 0");
   expect_whole_table();
+  donor.exec("ROLLBACK");
+}
+
+// Its writer lets go of the page between the value's parts.
+TEST_F(Parallel_large_value, BeingWrittenByTheDonor) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB)");
+  fill("t", 40, "i, REPEAT('x', 40000)");
+  take_snapshot();
+  donor.exec("UPDATE t SET b = REPEAT('y', 40000) WHERE id = 1");
+  const Scan scan({.donor = donor.id()});
+  for (int i = 0; i < 20; ++i) {
+    std::future<Reply> writing =
+        donor.send("UPDATE t SET b = REPEAT(CHAR(65 + " + std::to_string(i) +
+                   "), 10000000) WHERE id = 20");
+    std::atomic<size_t> n_empty{0}, n_rows{0};
+    while (writing.wait_for(std::chrono::seconds(0)) !=
+           std::future_status::ready) {
+      n_rows = 0;
+      const bool complete = read_parallel(scan, 0, [&](const Batch &batch) {
+        n_rows += batch.size();
+        for (unsigned int nr = 0; nr < batch.size(); ++nr)
+          if (batch.read_text(1, nr).value().empty()) ++n_empty;
+        return false;
+      });
+      EXPECT_TRUE(!complete || n_rows == 40u) << n_rows;
+    }
+    EXPECT_EQ(writing.get().error, 0u);
+    ASSERT_EQ(n_empty, 0u);
+  }
   donor.exec("ROLLBACK");
 }
 

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iostream>
 #include <new>
 
 #include "innodb_api.h"
@@ -95,10 +96,17 @@ const byte *keep(const Ctx *ctx, const mysql_row_templ_t *templ,
 }
 
 // A value that is stored off the page, as of the version in hand. Null while
-// its writer has not written it yet.
+// its writer, the donor itself, is writing it.
 const byte *fetch_extern(const row_prebuilt_t *prebuilt, const Ctx *ctx,
                          const dict_index_t *clustered, ulint field_no,
                          mem_heap_t *heap, ulint *bytes) {
+  ulint local_bytes;
+  const byte *local = rec_get_nth_field_instant(
+      ctx->rec_, ctx->offsets_, field_no, clustered, &local_bytes);
+  lob::ref_t ref(
+      const_cast<byte *>(local + local_bytes - BTR_EXTERN_FIELD_REF_SIZE));
+  // The host makes an empty value of it.
+  if (ref.is_being_modified()) return nullptr;
   size_t lob_version = 0;
   const page_size_t page_size = dict_table_page_size(clustered->table);
   byte *data = lob::btr_rec_copy_externally_stored_field(
@@ -106,11 +114,6 @@ const byte *fetch_extern(const row_prebuilt_t *prebuilt, const Ctx *ctx,
       bytes, &lob_version, false, heap);
   if (data == nullptr) return nullptr;
   // Small changes made in place since are taken back.
-  ulint local_bytes;
-  const byte *local = rec_get_nth_field_instant(
-      ctx->rec_, ctx->offsets_, field_no, clustered, &local_bytes);
-  lob::ref_t ref(
-      const_cast<byte *>(local + local_bytes - BTR_EXTERN_FIELD_REF_SIZE));
   ctx->thread_ctx_->lob_undo_.apply(const_cast<dict_index_t *>(clustered),
                                     field_no, data, *bytes, lob_version,
                                     ref.page_no());
@@ -210,7 +213,10 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
   if (is_external) {
     data = fetch_extern(prebuilt_, ctx, index, column.rec_field_no,
                         ctx->thread_ctx_->blob_heap_, &bytes);
-    if (data == nullptr) return false;
+    if (data == nullptr) {
+      std::cerr << "Cannot read a value that the donor is writing" << std::endl;
+      return false;
+    }
   } else {
     data = keep(ctx, column.templ, data, bytes);
   }

@@ -173,7 +173,9 @@ void ParallelIndexReader::work_until_done(ThreadCtx *tctx, bool waits) {
       return;
     }
     completed_.fetch_add(n_done);
-    if (ctx_id_.load() == completed_.load()) {
+    // In this order: units are counted before those that they came from.
+    const size_t n_completed = completed_.load();
+    if (n_completed == ctx_id_.load()) {
       os_event_set(event_);
       // The last, partial batch; there is nothing left for its answer to stop.
       send_batch(tctx);

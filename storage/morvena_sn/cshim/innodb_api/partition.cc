@@ -10,7 +10,7 @@
 // In: a range. Out: sub-ranges in key order, as units in the queue.
 // Holds: pages of one path at a time and the page being sampled, in one
 // mini-transaction. Threads: the driver's, and workers that split a unit.
-// Fails: out of memory.
+// Fails: out of memory, a kill, a read that has ended meanwhile.
 
 #include <new>
 
@@ -134,6 +134,10 @@ page_cur_t ParallelIndexReader::start_of_range(
   }
 }
 
+dberr_t ParallelIndexReader::reason_to_stop() const {
+  return trx_is_interrupted(trx_) ? DB_INTERRUPTED : get_error();
+}
+
 // Neighbours share no boundary: each has its own on the same record.
 void ParallelIndexReader::append_range(std::vector<Range> &ranges,
                                        const page_cur_t &start,
@@ -173,6 +177,8 @@ dberr_t ParallelIndexReader::partition_range(const Range &range,
   for (; !page_cur_is_after_last(&cursor); page_cur_move_to_next(&cursor)) {
     const uint32_t i = count++;
     if (count < n_tuples && i % step != 0) continue;
+    // Each descent may read from the disk, with a page latched meanwhile.
+    if (const dberr_t err = reason_to_stop(); err != DB_SUCCESS) return err;
     const rec_t *rec = page_cur_get_rec(&cursor);
     const ulint *rec_offsets = offsets.of(rec, index_, &heap.get());
     if (is_beyond(end, rec, index_, rec_offsets)) break;
@@ -183,8 +189,9 @@ dberr_t ParallelIndexReader::partition_range(const Range &range,
     } else {
       const page_no_t child = btr_node_ptr_get_child_page_no(rec, rec_offsets);
       if (depth < split_level) {
-        partition_range(range, child, ranges, depth + 1, split_level, nthreads,
-                        mtr);
+        const dberr_t err = partition_range(range, child, ranges, depth + 1,
+                                            split_level, nthreads, mtr);
+        if (err != DB_SUCCESS) return err;
         continue;
       }
       leaf = start_of_range(child, mtr, start, include_start, savepoints);
