@@ -11,11 +11,70 @@
 #include "innodb_api/pool.h"
 
 #include <algorithm>
+#include <chrono>
+#include <list>
 
 #include "univ.i"
 
 #include "my_thread.h"
 #include "ut0dbg.h"
+
+namespace {
+
+// Threads beside the pool. Nobody waits for their tasks; but a task's future is
+// ready before its thread has left this code, which may then be unmapped.
+class Threads_beside {
+ public:
+  // At the unmapping. A task that runs even now is its submitter's fault.
+  ~Threads_beside() {
+    const auto give_up = std::chrono::steady_clock::now() + leaving_limit;
+    for (Entry &entry : entries_) {
+      while (!entry.ended && std::chrono::steady_clock::now() < give_up) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      if (!entry.ended) entry.thread.detach();
+    }
+    forget_ended();
+    if (!entries_.empty()) new std::list<Entry>(std::move(entries_));
+  }
+
+  void start(std::function<void()> task) {
+    std::list<Entry> made(1);
+    Entry &entry = made.front();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    forget_ended();
+    entry.thread = std::thread([&entry, task = std::move(task)]() mutable {
+      my_thread_init();
+      task();
+      task = nullptr;
+      my_thread_end();
+      entry.ended = true;
+    });
+    entries_.splice(entries_.end(), made);
+  }
+
+ private:
+  static constexpr std::chrono::seconds leaving_limit{1};
+
+  struct Entry {
+    ~Entry() {
+      if (thread.joinable()) thread.join();
+    }
+    std::thread thread;
+    std::atomic<bool> ended{false};
+  };
+
+  void forget_ended() {
+    entries_.remove_if([](const Entry &entry) { return entry.ended.load(); });
+  }
+
+  std::mutex mutex_;
+  std::list<Entry> entries_;  // under mutex_
+};
+
+Threads_beside threads_beside;
+
+}  // namespace
 
 ThreadPool *ThreadPool::instance = nullptr;
 
@@ -72,12 +131,8 @@ bool ThreadPool::enqueue(std::function<void()> task) {
   return true;
 }
 
-void ThreadPool::run_detached(std::function<void()> task) {
-  std::thread([task = std::move(task)] {
-    my_thread_init();
-    task();
-    my_thread_end();
-  }).detach();
+void ThreadPool::run_beside(std::function<void()> task) {
+  threads_beside.start(std::move(task));
 }
 
 void ThreadPool::stop_and_join() {

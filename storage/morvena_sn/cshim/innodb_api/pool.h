@@ -57,8 +57,8 @@ class ThreadPool {
   ThreadPool &operator=(const ThreadPool &) = delete;
 
   /**
-    Have a worker run f, or a detached thread when no worker is idle. What f
-    throws stays in the future.
+    Have a worker run f, or a thread beside the pool when no worker is idle.
+    What f throws stays in the future.
 
     Throws std::runtime_error when the pool is stopping, std::system_error when
     no thread can be had.
@@ -70,7 +70,7 @@ class ThreadPool {
         std::make_shared<std::packaged_task<Result()>>(std::forward<F>(f));
     std::future<Result> result = task->get_future();
     if (idle_workers.load() == 0 || !enqueue([task] { (*task)(); })) {
-      run_detached([task] { (*task)(); });
+      run_beside([task] { (*task)(); });
     }
     return result;
   }
@@ -81,7 +81,7 @@ class ThreadPool {
  private:
   /** @return whether a worker is left for the task */
   bool enqueue(std::function<void()> task);
-  static void run_detached(std::function<void()> task);
+  static void run_beside(std::function<void()> task);
   void work();
   void stop_and_join();
 
