@@ -16,10 +16,15 @@ const std::string columns =
     "id INT NOT NULL, v INT NOT NULL, pad VARCHAR(6000) NOT NULL, KEY by_v (v)";
 const std::string end = " CHARACTER SET latin1";
 
+// In every key of its table: a page has some seven of them.
+const std::string wide =
+    "wide VARCHAR(2000) NOT NULL DEFAULT (REPEAT('w', 2000))";
+
 }  // namespace
 
 // rows: pages split and merge all the time. large: two rows fill half a page.
-// many: workers get more than a batch. far: values that lie off the page.
+// many: workers get more than a batch. deep: pages above the leaves split and
+// merge as well. far: values that lie off the page.
 const std::vector<Table> tables{
     {"rows_", "(" + columns + ", PRIMARY KEY (id))" + end,
      "i * 2, i * 7 % 500, REPEAT('p', i * 17 % 800)", 3000, true, false, 3000},
@@ -28,6 +33,8 @@ const std::vector<Table> tables{
      4000},
     {"many", "(" + columns + ", PRIMARY KEY (id))" + end,
      "i * 2, i * 7 % 500, REPEAT('m', i % 30)", 30000, true, false, 60},
+    {"deep", "(" + columns + ", " + wide + ", PRIMARY KEY (id, wide))" + end,
+     "i * 2, i * 7 % 500, REPEAT('d', i * 17 % 300)", 2000, true, false, 600},
     {"keyless", "(" + columns + ")" + end,
      "i * 2, i * 7 % 500, REPEAT('k', i * 17 % 800)", 2000, false, false, 800},
     {"far",
