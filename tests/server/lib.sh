@@ -27,6 +27,15 @@ sql() {
     --execute="$2"
 }
 
+# Waits until the server of DIR, told to end, is gone.
+wait_for_end() {
+  local deadline=$((SECONDS + 60))
+  while server status "$1" >/dev/null; do
+    [[ $SECONDS -lt $deadline ]] || fail "the server is there after 60 seconds"
+    sleep 0.02
+  done
+}
+
 # Speed: what a case writes need not survive the machine.
 fast_options=(--innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF
   --performance-schema-max-thread-instances=4000 --max-connections=500)

@@ -93,7 +93,7 @@ callbacks_run_at_a_shutdown_by_sql() {
   act start
   act observe_a
   sql "$run" SHUTDOWN
-  while server status "$run" >/dev/null; do sleep 0.1; done
+  wait_for_end "$run"
   stop
   expect 'callbacks' "$(callbacks)" 'a'
 }
@@ -178,25 +178,25 @@ idle_sessions_of_an_embedder_that_never_starts() {
 idle_sessions_after_a_stop_and_a_start() {
   start
   act start
-  act count
+  expect 'rows' "$(act count)" '5000 rows'
   act stop
-  act count
+  expect 'rows' "$(act count)" '5000 rows'
   act start
-  act count
+  expect 'rows' "$(act count)" '5000 rows'
   stop
 }
 
 read_that_runs_without_a_callback() {
   start
   act start
-  act read_on
-  act read_on
+  expect 'read' "$(act read_on)" reading
+  expect 'read' "$(act read_on)" reading
   stop
 }
 
 read_that_runs_of_an_embedder_that_never_starts() {
   start
-  act read_on
+  expect 'read' "$(act read_on)" reading
   stop
 }
 
@@ -251,8 +251,8 @@ removing_the_plugin_under_an_embedder_does_no_harm() {
 removing_the_plugins_while_reads_run_does_no_harm() {
   start
   act start
-  act read_on
-  act read_on
+  expect 'read' "$(act read_on)" reading
+  expect 'read' "$(act read_on)" reading
   for _ in {1..20}; do
     sql "$run" 'UNINSTALL PLUGIN morvena_sn' 2>/dev/null || true
     expect 'the system is' "$(status_of MORVENA_SN)" DELETED

@@ -20,11 +20,14 @@
 
 #include "lifecycle.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <map>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "cursor.h"
@@ -139,19 +142,33 @@ std::string count_in_mixed_case() {
   return result + ", " + db + "." + table;
 }
 
-/** Reads t again and again until its cursor is taken away. */
+/** Reads t again and again until its cursor is taken away.
+    @param begun  'reading' after the first row, or what went wrong */
+void read_until_taken_away(std::promise<std::string> begun) {
+  uintptr_t cursor;
+  const std::string result = open_cursor("db", "t", &cursor);
+  if (cursor == 0) return begun.set_value(result);
+  const bool reads =
+      cursor_set_read_range(cursor, nullptr, nullptr, true, true, false) &&
+      !cursor_advance(cursor);
+  begun.set_value(reads ? "reading" : "no row");
+  while (cursor_set_read_range(cursor, nullptr, nullptr, true, true, false))
+    while (!cursor_advance(cursor)) continue;
+  say("reader ends");
+  close_index_cursor(cursor);
+}
+
 std::string read_on() {
-  std::thread([] {
+  std::promise<std::string> begun;
+  std::future<std::string> result = begun.get_future();
+  std::thread([begun = std::move(begun)]() mutable {
     my_thread_init();
-    uintptr_t cursor;
-    open_cursor("db", "t", &cursor);
-    while (cursor_set_read_range(cursor, nullptr, nullptr, true, true, false))
-      while (!cursor_advance(cursor)) continue;
-    say("reader ends");
-    close_index_cursor(cursor);
+    read_until_taken_away(std::move(begun));
     my_thread_end();
   }).detach();
-  return "done";
+  if (result.wait_for(std::chrono::seconds(30)) != std::future_status::ready)
+    return "no row for 30 seconds";
+  return result.get();
 }
 
 std::string observe(Shutdown_observer_func f) {
