@@ -64,7 +64,8 @@ install_matplotlib() {
 
 # Everything lies in memory, and nothing is written while something is measured.
 start_server() {
-  server start -- --innodb-buffer-pool-size=2G --innodb-redo-log-capacity=2G \
+  server start -- --innodb-buffer-pool-size=2G \
+    --loose-innodb-redo-log-capacity=2G \
     --innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF \
     --innodb-io-capacity=10000 --innodb-io-capacity-max=20000 \
     --innodb-stats-auto-recalc=OFF --innodb-parallel-read-threads=2

@@ -42,7 +42,8 @@ trap finish EXIT
 # Memory and disk are not to be what ends the writing. By default the history
 # that purge is done with is taken out of the list, and out of the figure, only
 # once in 128 times.
-server start -- --innodb-buffer-pool-size="${POOL:-1G}" --innodb-redo-log-capacity=1G \
+server start -- --innodb-buffer-pool-size="${POOL:-1G}" \
+  --loose-innodb-redo-log-capacity=1G \
   --innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF \
   --innodb-stats-auto-recalc=OFF \
   --innodb-purge-rseg-truncate-frequency=1 >/dev/null
