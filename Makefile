@@ -62,7 +62,8 @@ soak: build
 	@tests/soak/soak.sh $(folder)/test/soak
 
 clean:
-	@test ! -d $(folder)/run || tools/server.sh stop
+	@find $(folder) -type f -name started -printf '%h\0' 2>/dev/null | \
+	  xargs -0r -n 1 tools/server.sh kill --run
 	rm -rf $(folder)
 
 format:
@@ -78,6 +79,6 @@ help:
 	@echo 'make demo     read real data through the plug-in, and compare with SQL'
 	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'
 	@echo 'make format   clang-format the sources'
-	@echo 'make clean    stop the private server and delete $(BUILD)'
+	@echo 'make clean    end the servers in $(BUILD) and delete it'
 	@echo 'Variables: BUILD, HOST_SOURCE, HOST_BUILD, HOST_MYSQLD, SANITIZE (see'
 	@echo 'Makefile), JOBS'

@@ -14,6 +14,8 @@
 #   exports.txt            symbols that the server and its libraries offer; empty
 #                          when there is no server binary
 #   version                e.g. 9.7.4
+#   tree                   HOST_SOURCE, HOST_BUILD and HOST_MYSQLD, which count
+#                          again when none is given; empty for the packages
 #   bin/mysqld             start the server and its clients from any folder
 #   bin/mysql, mysqladmin
 #   lib/libmysqlclient.so  the host's client library, if there is one
@@ -288,6 +290,16 @@ tree_host() {
   fi
 }
 
+recall_tree() {
+  [[ -z ${HOST_SOURCE:-}${HOST_BUILD:-}${HOST_MYSQLD:-} && -s $host/tree ]] || return 0
+  { read -r HOST_SOURCE && read -r HOST_BUILD && read -r HOST_MYSQLD; } <"$host/tree"
+}
+
+need_same_tree() {
+  [[ ! -e $host/tree || $(head -n 2 "$host/tree") = "$source_dir"$'\n'"$build_dir" ]] ||
+    die "$build was made with another host: run 'make clean' first, or choose another folder with BUILD"
+}
+
 # A tree that is only configured lacks them.
 tree_headers() {
   [[ -e $include_dir/mysqld_error.h ]] && return
@@ -311,6 +323,12 @@ write_flags() {
   flags=$(python3 "$repo/tools/host_flags.py" "$source_dir" "$build_dir" "$include_dir")
   replace "$host/host.cmake" <<<"$flags"
   tree_version "$source_dir" | replace "$host/version"
+}
+
+write_tree() {
+  if [[ -n ${HOST_SOURCE:-} ]]; then
+    printf '%s\n' "$source_dir" "$build_dir" "${HOST_MYSQLD:+$mysqld}"
+  fi | replace "$host/tree"
 }
 
 # Prints words for a shell to read back.
@@ -428,8 +446,10 @@ link_component() {
 
 mkdir -p "$host/stamp" "$host/log"
 need_tools
+recall_tree
 if [[ -n ${HOST_SOURCE:-}${HOST_BUILD:-}${HOST_MYSQLD:-} ]]; then
   tree_host
+  need_same_tree
 else
   packaged_host
 fi
@@ -440,4 +460,5 @@ link_client_library
 write_exports
 need_same_mode
 link_component
+write_tree
 say "MySQL $(cat "$host/version") is ready in $host"
