@@ -88,7 +88,7 @@ TEST_F(Parallel_large_value, BeingWrittenByTheDonor) {
   for (int i = 0; i < 20; ++i) {
     std::future<Reply> writing =
         donor.send("UPDATE t SET b = REPEAT(CHAR(65 + " + std::to_string(i) +
-                   "), 10000000) WHERE id = 20");
+                   "), 2000000) WHERE id = 20");
     std::atomic<size_t> n_empty{0}, n_rows{0};
     while (writing.wait_for(std::chrono::seconds(0)) !=
            std::future_status::ready) {
