@@ -23,11 +23,30 @@ now_ms() { echo $(($(date +%s%N) / 1000000)); }
 
 start() {
   mark_log "$run"
-  server start "$run" -- "${fast_options[@]}" --lock-wait-timeout=3 >/dev/null ||
+  server start "$run" -- "${fast_options[@]}" >/dev/null ||
     fail "round $round: the server did not start"
   if log_since_mark "$run" | grep -E "$repairs"; then
     fail "round $round: the start before had something left to repair"
   fi
+}
+
+# A client locks a table of the soak's and keeps it locked to the end: whoever
+# opens a cursor on it waits, and a shutdown meets that wait.
+lock_a_table() {
+  local table
+  table=$(sql "$run" "SELECT CONCAT('soak.', table_name)
+    FROM information_schema.tables WHERE table_schema = 'soak'
+    ORDER BY RAND($((seed + round))) LIMIT 1")
+  [[ -n $table ]] || return 0
+  TIMEOUT=100 sql "$run" "LOCK TABLES $table WRITE; DO SLEEP(90)" \
+    >/dev/null 2>&1 &
+}
+
+# Openings that wait for a table's metadata.
+count_waiting() {
+  sql "$run" "SELECT COUNT(*) FROM performance_schema.metadata_locks
+    WHERE OBJECT_SCHEMA = 'soak' AND LOCK_STATUS = 'PENDING'
+      AND LOCK_TYPE = 'SHARED_READ'"
 }
 
 # Half of them by a signal, half by SQL.
@@ -77,6 +96,7 @@ sql "$run" "INSTALL PLUGIN morvena_soak SONAME 'morvena_soak.so';
 server stop "$run" >/dev/null
 
 longest=0
+with_waits=0
 for ((round = 1; round <= rounds; ++round)); do
   start
   manners=careful
@@ -88,8 +108,17 @@ for ((round = 1; round <= rounds; ++round)); do
   [[ $(sql "$run" "SELECT morvena_soak('$settings')") = started ]] ||
     fail "round $round: the soak did not start"
   sleep "$((moment / 1000)).$(printf %03d $((moment % 1000)))"
+  waiting=0
+  if one_of_two; then
+    lock_a_table
+    sleep 0.5
+    waiting=$(count_waiting) || waiting=0
+  fi
+  [[ $waiting = 0 ]] || with_waits=$((with_waits + 1))
   end_server
-  echo "round $round: $manners, after $moment ms, took $took_ms ms"
+  wait
+  echo "round $round: $manners, after $moment ms, waits for locks: $waiting," \
+    "took $took_ms ms"
   check_log
   [[ $took_ms -le $limit_ms ]] || fail "round $round: that is too long"
   [[ $took_ms -le $longest ]] || longest=$took_ms
@@ -98,4 +127,5 @@ start
 check_tables
 server stop "$run" >/dev/null || fail "round $round: the server stayed"
 check_log
-echo "shutdowns $rounds, the longest took $longest ms; tables in order: $n_tables"
+echo "shutdowns $rounds, with cursors waiting for locks $with_waits," \
+  "the longest took $longest ms; tables in order: $n_tables"

@@ -16,8 +16,7 @@ rm -rf "$run"
 mkdir -p "$run"
 trap 'server kill "$run" >/dev/null' EXIT
 mark_log "$run"
-# Opening a cursor waits for metadata as long as the server's setting says.
-server start "$run" -- "${fast_options[@]}" --lock-wait-timeout=3 >/dev/null ||
+server start "$run" -- "${fast_options[@]}" >/dev/null ||
   fail "the server did not start"
 sql "$run" "INSTALL PLUGIN morvena_soak SONAME 'morvena_soak.so';
   CREATE FUNCTION morvena_soak RETURNS STRING SONAME 'morvena_soak.so'" ||
