@@ -33,7 +33,7 @@ namespace {
 /* ---- Taking the batches ------------------------------------------------- */
 
 /** Why a callback stopped the read. */
-enum class Stop { none, enough, killed, shutdown, too_long };
+enum class Stop { none, enough, shutdown, too_long };
 
 /** What one worker has read. */
 struct Slot {
@@ -72,8 +72,8 @@ std::optional<Wide> sum_of(uintptr_t batch, uint32_t field,
 class Summing {
  public:
   Summing(const Parallel_read &read, const std::vector<uint32_t> &fields,
-          const Reading &reading, const THD *client)
-      : read_(read), fields_(fields), reading_(reading), client_(client) {
+          const Reading &reading)
+      : read_(read), fields_(fields), reading_(reading) {
     // Workers are numbered from 0; below two threads the caller itself is 0.
     slots_.resize(std::max<size_t>(read.threads, 1));
     for (Slot &slot : slots_) slot.totals.resize(fields.size());
@@ -102,7 +102,6 @@ class Summing {
   /** True stops the whole read. Looks once a batch, not once a row. */
   bool take(uintptr_t batch, Slot *slot) {
     if (stop_ != Stop::none) return true;  // another worker said so
-    if (thd_killed(client_)) return stop_with(Stop::killed);
     if (reading_.must_stop()) return stop_with(Stop::shutdown);
 
     // Summed up beside the slot: neighbours would fight for its cache line.
@@ -128,7 +127,6 @@ class Summing {
   const Parallel_read &read_;
   const std::vector<uint32_t> &fields_;
   const Reading &reading_;
-  const THD *const client_;
   std::vector<Slot> slots_;             // each written by its worker alone
   std::atomic<Stop> stop_{Stop::none};  // any worker sets, all look
   std::atomic<uint64_t> taken_{0};      // rows of all workers
@@ -161,8 +159,6 @@ class Source {
   /** Error 0: it is open. */
   Outcome opened() const {
     if (handle_ != 0) return {};
-    // The handle tells, not the number: an unknown index leaves that 0.
-    if (error_ == 0) return {ER_KEY_DOES_NOT_EXITS, "no such index", 0};
     return {error_, message_, 0};
   }
 
@@ -181,12 +177,13 @@ class Source {
     return {};
   }
 
-  /** False is no row or a failure: the parallel read tells them apart. */
-  void set_range(std::optional<std::string> low,
-                 std::optional<std::string> high) {
-    if (is_scan_) return;
+  /** No row in it is no failure; a bound that cannot be read is one. */
+  Outcome set_range(std::optional<std::string> low,
+                    std::optional<std::string> high) {
+    if (is_scan_) return {};
     const Bound begin(low), end(high);
     cursor_set_read_range(handle_, begin.given, end.given, true, true, false);
+    return failure();
   }
 
   /** True: every batch was taken. */
@@ -194,6 +191,13 @@ class Source {
     return is_scan_
                ? seqscan_cursor_advance_parallel(handle_, threads, fn, argument)
                : cursor_advance_parallel(handle_, threads, fn, argument);
+  }
+
+  /** Why the last call failed: a kill of the client, what cannot be read … */
+  Outcome failure() const {
+    const char *text = nullptr;
+    const unsigned int error = cursor_error(handle_, &text);
+    return {error, text, 0};
   }
 
  private:
@@ -216,29 +220,19 @@ class Source {
   char message_[512] = "";
 };
 
-/** Why a read answered false. */
+/** Why a callback stopped the read. */
 Outcome reason(Stop stop) {
   switch (stop) {
-    case Stop::enough:
-      return {};
-    case Stop::killed:
-      return {ER_QUERY_INTERRUPTED, "the statement was killed", 0};
     case Stop::shutdown:
       return {ER_SERVER_SHUTDOWN, "the server shuts down", 0};
     case Stop::too_long:
       return {ER_DATA_OUT_OF_RANGE, "a decimal too long to sum up", 0};
-    case Stop::none:
-      break;
+    default:
+      return {};
   }
-  // No callback asked for it. The thread still has the cursor's session, which
-  // somebody may have killed; else the server's error log has the reason.
-  if (thd_killed(current_thd))
-    return {ER_QUERY_INTERRUPTED, "the read's own session was killed", 0};
-  return {ER_CHECK_NOT_IMPLEMENTED,
-          "the read failed or is not possible; the error log tells why", 0};
 }
 
-Sums sum(const Parallel_read &read, const THD *client) {
+Sums sum(const Parallel_read &read) {
   const Reading reading;
   if (!reading.allowed())
     return {{ER_SERVER_SHUTDOWN, "the example is not running", 0}, false, {}};
@@ -249,16 +243,19 @@ Sums sum(const Parallel_read &read, const THD *client) {
   std::vector<uint32_t> fields;
   sums.outcome = source.set_columns(read.columns, &fields);
   if (sums.outcome.error != 0) return sums;
-  source.set_range(read.low, read.high);
+  sums.outcome = source.set_range(read.low, read.high);
+  if (sums.outcome.error != 0) return sums;
 
-  Summing summing(read, fields, reading, client);
+  Summing summing(read, fields, reading);
   const bool complete =
       source.read_all(read.threads, Summing::on_batch, &summing);
   // A callback's word counts first: the read does not look at its answer to a
   // worker's last batch, when there is nothing left to stop.
-  if (!complete || summing.stop() != Stop::none) {
+  if (summing.stop() != Stop::none) {
     sums.outcome = reason(summing.stop());
     sums.stopped = summing.stop() == Stop::enough;
+  } else if (!complete) {
+    sums.outcome = source.failure();
   }
   summing.join(&sums);
   return sums;
@@ -268,7 +265,7 @@ Sums sum(const Parallel_read &read, const THD *client) {
 
 Sums sum_on_client_thread(const Parallel_read &read) {
   THD *const own_session = current_thd;
-  Sums sums = sum(read, own_session);
+  Sums sums = sum(read);
   own_session->store_globals();
   return sums;
 }

@@ -93,6 +93,14 @@ struct Cursor {
   const uintptr_t handle;
 };
 
+/** No further row is either the end of the range or a failure, a kill of the
+    client among them: the handle tells. */
+Outcome how_it_ended(uintptr_t handle, uint64_t rows) {
+  const char *text = nullptr;
+  const unsigned int error = cursor_error(handle, &text);
+  return {error, text, rows};
+}
+
 }  // namespace
 
 Outcome read_range(Range_read read, const Row_function &on_row) {
@@ -106,12 +114,7 @@ Outcome read_range(Range_read read, const Row_function &on_row) {
   const Cursor cursor(open_index_cursor(
       read.db.c_str(), read.table.c_str(), read.index.c_str(), read.index_only,
       read.donor, wait_for_locks_sec, &outcome.error, message));
-  if (cursor.handle == 0) {
-    // The handle tells, not the number: an unknown index leaves that 0.
-    if (outcome.error == 0)
-      return {ER_KEY_DOES_NOT_EXITS, "no index named " + read.index, 0};
-    return {outcome.error, message, 0};
-  }
+  if (cursor.handle == 0) return {outcome.error, message, 0};
 
   std::vector<uint32_t> fields;
   for (const std::string &name : read.columns) {
@@ -125,7 +128,7 @@ Outcome read_range(Range_read read, const Row_function &on_row) {
   if (!cursor_set_read_range(cursor.handle, low.given, high.given,
                              read.low_included, read.high_included,
                              read.backward))
-    return outcome;  // no row
+    return how_it_ended(cursor.handle, 0);
 
   while (!cursor_advance(cursor.handle)) {
     if (reading.must_stop())
@@ -133,13 +136,14 @@ Outcome read_range(Range_read read, const Row_function &on_row) {
     on_row(cursor.handle, fields);
     ++outcome.rows;
   }
-  return outcome;
+  return how_it_ended(cursor.handle, outcome.rows);
 }
 
 Outcome read_range_on_client_thread(const Range_read &read,
                                     const Row_function &on_row) {
-  // The cursor functions make the cursor's session the thread's; a client's
-  // thread must have its own back before the server goes on with the statement.
+  // A kill of the client ends the calls that are made here. The cursor
+  // functions make the cursor's session the thread's; a client's thread must
+  // have its own back before the server goes on with the statement.
   THD *const own_session = current_thd;
   Outcome outcome = read_range(read, on_row);
   own_session->store_globals();

@@ -83,6 +83,19 @@ bool read_by_index(field_arg *bound) {
          cursor_advance_parallel(cursor, 4, take_batch, NULL);
 }
 
+bool ask(void) {
+  unsigned int error;
+  char message[512];
+  const char *text;
+  uint64_t rows, pages, estimated;
+  uint32_t moment = open_snapshot(&error, message);
+  close_snapshot(moment);
+  cursor_cancel(handles[0]);
+  return cursor_error(handles[0], &text) == 1317 &&
+         cursor_progress(handles[0], &rows, &pages, &estimated) &&
+         cursor_snapshot(handles[0]) == 2 && morvena_sn_version() == NULL;
+}
+
 bool read_all(void) {
   unsigned int error;
   char message[512];

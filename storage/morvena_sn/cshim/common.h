@@ -82,6 +82,11 @@ class CommonApi {
       left with it, which may be gone or another thread's. A client's stays. */
   static void attach_over_own(void *my_thd);
 
+  /** @return the id of the client on whose thread this is called, also while a
+      session of ours is bound to it; 0 on a thread that is no client's. To be
+      called before a session of ours is bound. */
+  static uint32_t calling_client();
+
   /** Have values of a session's columns read as another's. */
   static void copy_settings(const void *from_thd, void *to_thd);
 
@@ -108,6 +113,10 @@ class CommonApi {
   /** Open a base table of InnoDB under a metadata lock that lasts until
       unlock_table(). @return the TABLE*, or null with the reason in the
       session's diagnostics area and nothing left open */
+  /** Bound the session's waits for locks. @param timeout_sec  negative: as good
+      as for ever */
+  static void set_lock_wait_timeout(void *my_thd, int timeout_sec);
+
   static void *open_table(void *my_thd, const char *db_name,
                           const char *table_name, int lock_type);
 
@@ -141,13 +150,27 @@ class CommonApi {
   /** Give a started transaction the donor's read view, or one of its own for
       donor 0. @return the transaction's read view afterwards, maybe null; 1094
       is raised for a donor that does not exist, 1205 or 1317 where the wait for
-      one that reads system tables took too long or was interrupted */
+      one that reads system tables took too long or was interrupted. May throw
+      std::bad_alloc. */
   static ReadView *copy_or_assign_read_view(trx_t *trx,
                                             uint64_t snapshot_donor);
   /** Start the calling session's transaction with the donor's snapshot.
       @return the transaction, null when the donor could not be asked; one that
-      does not exist is no failure */
+      does not exist is no failure. May throw std::bad_alloc. */
   static trx_t *start_transaction(uint64_t snapshot_donor);
+
+  /** Whether a session reads under a snapshot already. */
+  static bool has_snapshot(void *my_thd);
+
+  /** Make a session a donor of its own: its transaction takes a view now and
+      keeps it until drop_donor(). May throw std::bad_alloc.
+      @return the id to name it by */
+  static uint32_t make_donor(void *my_thd);
+  /** @return the session of such a donor, which is one no longer; null for an
+      id that names none */
+  static void *drop_donor(uint32_t id);
+  /** @return the ids of all such donors */
+  static std::vector<uint32_t> donors();
 };
 
 #endif  // MORVENA_SN_COMMON_H

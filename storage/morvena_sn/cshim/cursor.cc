@@ -25,15 +25,16 @@ namespace {
 struct IndexCursorWrapper final : CursorWrapper {
   static constexpr Handle_kind handle_kind = Handle_kind::INDEX_CURSOR;
 
-  IndexCursorWrapper(void *session, void *open_table,
+  IndexCursorWrapper(const Opened &opened,
                      std::unique_ptr<IndexCursor> index_cursor)
-      : CursorWrapper(handle_kind, session, open_table),
-        cursor(std::move(index_cursor)) {}
+      : CursorWrapper(handle_kind, opened), cursor(std::move(index_cursor)) {
+    cursor->report_to(&state);
+  }
   void drop_cursor() override { cursor.reset(); }
 
   // The row that cursor_set_read_range() found is still to be reported.
   bool first_read = false;
-  std::shared_ptr<IndexCursor> cursor;
+  std::unique_ptr<IndexCursor> cursor;
 };
 
 using Index_look = Handle_use<IndexCursorWrapper, Use::LOOK>;
@@ -75,15 +76,15 @@ uintptr_t open_index_cursor(const char *db_name, const char *table_name,
                             const char *index_name, bool index_only,
                             uint32_t snapshot_donor, int timeout_sec,
                             unsigned int *error, char *message) {
-  const auto make = [&](void *thd, void *table) -> CursorWrapper * {
+  const auto make = [&](const Opened &opened) -> CursorWrapper * {
     std::unique_ptr<IndexCursor> cursor(
-        IndexCursor::open(table, index_name, index_only, snapshot_donor));
+        IndexCursor::open(opened.table, index_name, index_only, opened.donor));
     if (cursor == nullptr) return nullptr;
-    return new IndexCursorWrapper(thd, table, std::move(cursor));
+    return new IndexCursorWrapper(opened, std::move(cursor));
   };
   // By reference: a copy in a function object may need memory.
-  return open_handle({db_name, table_name, timeout_sec}, std::cref(make),
-                     {error, message});
+  return open_handle({db_name, table_name, snapshot_donor, timeout_sec},
+                     std::cref(make), {error, message});
 }
 
 void close_index_cursor(uintptr_t cursor) {
@@ -134,8 +135,8 @@ bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
                            bool closed_begin, bool closed_end, bool reverse) {
   const Index_use use(cursor);
   if (!use) return false;
-  CommonApi::thd_attach(use->thd, nullptr);
-  use->first_read = guarded(false, [&] {
+  Call call(use.get());
+  use->first_read = call && call.run(false, [&] {
     return !use->cursor->set_read_range(begin, end, closed_begin, closed_end,
                                         reverse);
   });
@@ -151,22 +152,20 @@ void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields) {
 bool cursor_advance(uintptr_t cursor) {
   const Index_use use(cursor);
   if (!use) return true;
-  CommonApi::thd_attach(use->thd, nullptr);
+  Call call(use.get());
+  if (!call) return true;
   if (use->first_read) {
     use->first_read = false;
     return false;
   }
-  return guarded(true, [&] { return use->cursor->advance(); });
+  return call.run(true, [&] { return use->cursor->advance(); });
 }
 
 bool cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
                              Parallel_load_func fn, void *argument) {
   const Index_parallel_use use(cursor);
-  if (!use || fn == nullptr) return false;
-  CommonApi::thd_attach(use->thd, nullptr);
-  return guarded(false, [&] {
-    return use->cursor->advance_parallel(nthreads, fn, argument);
-  });
+  return use &&
+         read_in_parallel(use.get(), use->cursor.get(), nthreads, fn, argument);
 }
 
 bool cursor_read_field_int(uintptr_t cursor, unsigned int field_idx,

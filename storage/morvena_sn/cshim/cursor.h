@@ -60,8 +60,8 @@
 
   Misuse.  What is recognised ends in the failure result: handles as above, a
     null where an output, a name or an array is to be, a bound whose value is
-    null, an impossible value, a column or row that is not there or was not
-    read, a step or a typed read without a row. Not recognised, and undefined:
+    null, a column or row that is not there or was not read, a step or a typed
+    read without a row. Not recognised, and undefined:
     - a number that no open function returned as a handle, and a batch handle
       other than the one that the callback was given, or after the callback;
     - a pointer that is not null and leads nowhere, an array shorter than its
@@ -74,14 +74,16 @@
 
   Results.  The sense of a bool differs by function; each comment gives its own.
 
-  Errors.  Only the open functions report in words: *error is a server error
-    number and message a text of at most 512 bytes, terminating zero included.
-    The others report by their result, and the host's errors while reading go
-    to standard error as "got error while scan index :" and the host's code.
+  Errors.  An opening that fails says why in *error, a server error number that
+    is never 0 then, and in message, a text of at most 512 bytes, terminating
+    zero included. For calls on a handle cursor_error() tells the same. Refusals
+    and failures are also lines of the server's error log, errors of the server
+    while reading as "got error while scan index :" and the server's code.
 
   Shutdown.  Every cursor is to be closed and deinit_common() called before the
     server's InnoDB stops: a function given to register_shutdown_observer() is
-    the place. What is left open is interrupted and closed by the system when
+    the place. Before it runs, openings that wait are interrupted, and from then
+    on none succeeds (3168). What is left open is interrupted and closed by the system when
     the last client session has ended; its handles then answer as closed ones.
 
   Column numbers are 0-based positions in the table, in its definition's
@@ -140,8 +142,8 @@ typedef struct field_arg {
   @param argument   what the caller gave to the read
   @retval false  go on
   @retval true   stop the whole read, which then answers false. The answer to a
-                 worker's last, partial batch is not looked at: nothing is left
-                 to stop.
+                 worker's last batch, full or not, is not looked at: nothing is
+                 left to stop.
 
   Lifetime: the batch and every value read from it, until this call returns.
   Threads:  runs on worker threads, several at a time with different handles,
@@ -230,24 +232,22 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
                  where it holds them whole; other columns have no value
   @param snapshot_donor  connection id of the session whose snapshot is read,
                  0 for a snapshot of the cursor's own
-  @param timeout_sec  how long to wait for table locks, seconds; negative: as
-                 good as for ever. A wait for the table's metadata lock during
-                 this call is bounded by what the session was given at its last
-                 opening, the server's lock_wait_timeout if it is a new one.
+  @param timeout_sec  how long each wait of this call may take (for the table's
+                 metadata lock, for a donor that reads system tables), seconds;
+                 negative: as good as for ever
   @param[out] error    0, or the server's error number
   @param[out] message  at least 512 bytes; written only on failure
   @retval 0      not opened; nothing is held. *error and message say why:
                  1049 unknown database, 1146 no such table, 1347 a view,
-                 1031 a table of another engine, 1178 an index that has no order
-                 (full-text, spatial), 1205 lock or donor waited for too long,
+                 1031 a table of another engine, 1176 no such index,
+                 1178 an index that has no order (full-text, spatial),
+                 1205 lock or donor waited for too long,
                  1317 killed,
                  1412 the index is newer than the snapshot,
+                 1712 the index is corrupt,
                  1102, 1103 a missing or impossible name,
                  3168 the server has not finished starting, or is stopping,
                  10134 out of memory.
-                 An unknown index leaves *error 0, or what the session last
-                 reported (1094 for an unknown donor): test the handle, not the
-                 number.
   @retval other  the handle, until close_index_cursor()
 
   Sense:    a handle, see above.
@@ -268,7 +268,8 @@ uintptr_t open_index_cursor(const char *db_name, const char *table_name,
   Lifetime: ends that of the handle and of every name and value that was read
             through it.
   Threads:  the session becomes the calling thread's, and stays current_thd
-            although it now belongs to the pool: bind your own afterwards.
+            although it now belongs to the pool. A client's thread binds its own
+            again; a thread of yours has none, and leaves current_thd alone.
   Blocks:   no.
 */
 void close_index_cursor(uintptr_t cursor);
@@ -276,7 +277,8 @@ void close_index_cursor(uintptr_t cursor);
 /**
   @return how many columns cursor_output_col_names() yields: all of the
           table's, or the index's for an index-only cursor; 0 for a null or
-          closed handle
+          closed handle. The hidden columns behind functional and multi-valued
+          indexes are counted, and named "!hidden!..." by the server.
 
   Sense: a count.  Threads: one at a time per cursor.  Blocks: no.
 */
@@ -327,8 +329,8 @@ void cursor_idx_col_names(uintptr_t cursor, const char **names);
 
 /**
   @return the 1-based position of a column in the table; 0 when there is none
-          of that name (letter case is ignored), the name is null, or the
-          handle is null or closed
+          of that name (the case of ASCII letters is ignored), the name is
+          null, or the handle is null or closed
 
   Sense: a position; subtract 1 for every function that takes one.
   Threads: one at a time per cursor.  Blocks: no.
@@ -348,7 +350,10 @@ uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name);
                  row is current
 
   Bounds that give the same key read the rows equal to it, in index order,
-  whatever closed_begin, closed_end and reverse say. A multi-valued index has no
+  whatever closed_begin, closed_end and reverse say. For a whole unique key that
+  is one row, as the server's unique search has it, also where the snapshot
+  holds two: one that others have deleted since and one that the donor has
+  inserted. A multi-valued index has no
   other ranges but the whole.
   A reverse read leaves out rows equal to begin even when it is closed, and
   without an end it starts at the last row of the index and only then looks at
@@ -560,6 +565,112 @@ bool pread_field_datetime(uintptr_t ctx, unsigned int field_idx,
                           unsigned int nr, int64_t *datetime);
 
 /* ------------------------------------------------------------------ */
+/* Handles of every kind                                              */
+/* ------------------------------------------------------------------ */
+
+/** The release of this header. */
+#define MORVENA_SN_VERSION "1.1.0"
+
+/** @return the release of the loaded module, as text like "1.1.0"; static */
+const char *morvena_sn_version(void);
+
+/**
+  Why the handle's last call failed.
+
+  Calls are those that read: cursor_set_read_range(), cursor_advance() and the
+  parallel reads. The end of a range is no failure, and neither is a value that
+  is not there.
+
+  @param[out] message  a text of at most 512 bytes, terminating zero included;
+                       empty if the call did not fail. May be null.
+  @retval 0      the last call did not fail
+  @retval 10134  out of memory
+  @retval 10135  the callback stopped the read, or threw
+  @retval other  an error number of the server: 1317 the session was killed or
+                 the call cancelled; 1178, 1176, 1412, 1712, 1814 what cannot be
+                 read; 1210 a bound or a callback that is missing or impossible;
+                 1020 a large value that the donor is writing; else what the
+                 server says. A null handle, a closed one and one that is no
+                 cursor's: 1210.
+
+  Sense:    an error number.
+  Lifetime: the text, until the handle's next call.
+  Threads:  any; a text that is being replaced by a call on another thread is
+            not to be read.
+  Blocks:   no.
+*/
+unsigned int cursor_error(uintptr_t handle, const char **message);
+
+/**
+  End a call: the one under way on the handle, or the next one, fails with 1317.
+  The handle can be read again after that. To end an opening, kill the client
+  on whose thread it runs.
+
+  A client's KILL, KILL QUERY or max_execution_time does the same for the calls
+  that are made on its thread, and, on any thread, for those of a cursor that
+  was opened on its thread with its own connection id as the donor. Both end a
+  call within a second: not a callback that does not return, and not the
+  server's search for a single row's version.
+
+  Sense:    none; a null or closed handle is left alone.
+  Threads:  any, at any time, several at once, also inside the callback.
+  Blocks:   no.
+*/
+void cursor_cancel(uintptr_t handle);
+
+/**
+  How far the handle's read has come: a parallel read that is under way or was
+  the last, or the steps through the last range.
+
+  @param[out] rows   delivered or waiting in a batch; in a parallel read counted
+                     at the end of each page. Each pointer may be null.
+  @param[out] pages  leaf pages read; 0 for steps
+  @param[out] pages_estimated  the leaf pages of the whole index, by the table's
+                     statistics; 0 for steps
+  @retval true   written
+  @retval false  a null or closed handle: nothing is written
+
+  Sense:    true is "known".
+  Threads:  any, at any time.  Blocks: no.
+*/
+bool cursor_progress(uintptr_t handle, uint64_t *rows, uint64_t *pages,
+                     uint64_t *pages_estimated);
+
+/**
+  Under whose snapshot a cursor reads.
+
+  @retval 1  the donor's
+  @retval 2  one of its own: the donor had none to give, was not there, or was 0
+  @retval 0  none yet, since it takes its own at the first read; or the handle
+  is null, closed or in use
+
+  Threads: one at a time per cursor.  Blocks: no.
+*/
+int cursor_snapshot(uintptr_t cursor);
+
+/**
+  Take a snapshot that cursors on any tables can read under: one moment for all
+  of them, without a client.
+
+  @param[out] error, message  as for open_index_cursor(): 3168, 10134
+  @retval 0      none was taken
+  @retval other  its id, to be given as the donor to any number of openings
+  until close_snapshot()
+
+  Sense:    an id, 0 on failure.
+  Lifetime: cursors keep what they copied. Purge keeps what the snapshot sees.
+            At shutdown it is closed with what is left open.
+  Threads:  a session of the snapshot's becomes the calling thread's.
+  Blocks:   no.
+*/
+uint32_t open_snapshot(unsigned int *error, char *message);
+
+/** End a snapshot. An id that is none of open_snapshot(), or not any more, is
+    left alone; as a donor it is unknown from then on (1094).
+    Threads: any; as open_snapshot(). Blocks: no. */
+void close_snapshot(uint32_t donor);
+
+/* ------------------------------------------------------------------ */
 /* Sequential scan                                                    */
 /* ------------------------------------------------------------------ */
 
@@ -568,7 +679,8 @@ bool pread_field_datetime(uintptr_t ctx, unsigned int field_idx,
   along InnoDB's own clustered index for a table without one.
 
   The parameters, results, lifetime, threads and waits are those of
-  open_index_cursor(), less the index. A snapshot donor that does not exist does
+  open_index_cursor(), less the index and its errors: a table that is newer than
+  the snapshot is refused by the read. A snapshot donor that does not exist does
   not fail the open.
 
   Sense: a handle, 0 on failure.

@@ -96,9 +96,16 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
                                bool index_only, uint32_t snapshot_donor) {
   TABLE *table = static_cast<TABLE *>(my_table);
   trx_t *trx = CommonApi::start_transaction(snapshot_donor);
-  if (trx == nullptr || idx_name == nullptr) return nullptr;
-  KEY *key = find_key_by_name(table, idx_name);
-  if (key == nullptr || !has_key_order(key)) return nullptr;
+  if (trx == nullptr) return nullptr;
+  KEY *key = find_key_by_name(table, idx_name != nullptr ? idx_name : "");
+  if (key == nullptr) {
+    // An unknown donor is no failure, and is not what is reported.
+    table->in_use->clear_error();
+    my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name != nullptr ? idx_name : "",
+             table->s->table_name.str);
+    return nullptr;
+  }
+  if (!has_key_order(key)) return nullptr;
   // Keys are built in the row buffer, which a freshly opened table leaves as
   // the allocator gave it.
   restore_record(table, s->default_values);

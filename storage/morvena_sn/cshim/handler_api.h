@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/call_state.h"
 #include "cursor.h"
 #include "field_value.h"
 #include "host.h"
@@ -39,6 +40,9 @@ class IndexCursor {
   ~IndexCursor();
   IndexCursor(const IndexCursor &) = delete;
   IndexCursor &operator=(const IndexCursor &) = delete;
+
+  /** Where the cursor's calls tell of themselves, from now on. */
+  void report_to(Call_state *state) { state_ = state; }
 
   void cursor_output_col_names_names(std::vector<const char *> &colnames);
   void get_key_col_names(std::vector<const char *> &columns);
@@ -88,6 +92,8 @@ class IndexCursor {
   bool step();
   void let_others_in();
   bool no_row(int error);
+  void fail(int error);
+  void count_row();
   int refresh_columns();
   /** The bytes of a bound's given parts, NULL ones included. */
   uint image_bytes(const key_range &bound) const;
@@ -106,6 +112,8 @@ class IndexCursor {
   const uchar *row() const { return table()->record[0]; }
   KEY *key() const { return static_cast<KEY *>(key_); }
 
+  Call_state own_state_;  // of a cursor without a handle
+  Call_state *state_ = &own_state_;
   void *table_;
   trx_t *trx_;  // the session's
   void *key_;

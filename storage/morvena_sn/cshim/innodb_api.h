@@ -52,6 +52,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/call_state.h"
 #include "field_value.h"
 #include "host.h"
 #include "host/innodb.h"
@@ -165,6 +166,7 @@ struct ThreadCtx {
   size_t n_slots_ = 0;                    // grows to batch_size_
   size_t n_read_ = 0;                     // rows stored, all batches
   size_t n_sent_ = 0;                     // rows handed over
+  size_t n_told_ = 0;                     // rows that the progress has
   size_t n_rows_ = 0;                     // rows in the batch handed over
   size_t batch_size_ = 0;
   mem_heap_t *blob_heap_ = nullptr;  // large values of the batch's rows
@@ -182,10 +184,12 @@ class ParallelIndexReader : public ThreadBudget {
 
   // --- open: innodb_api/open.cc ---
 
-  /** @return a reader of the index of that name, null for the clustered index;
-      null when it cannot be read in parallel (standard error says why) */
+  /** @param state  where the read tells of itself; null: nowhere
+      @return a reader of the index of that name, null for the clustered index;
+      null when it cannot be read in parallel (the state says why) */
   static ParallelIndexReader *open(TABLE *table, const char *index_name,
-                                   bool indexonly_scan);
+                                   bool indexonly_scan,
+                                   Call_state *state = nullptr);
   ~ParallelIndexReader();
   ParallelIndexReader(const ParallelIndexReader &) = delete;
   ParallelIndexReader &operator=(const ParallelIndexReader &) = delete;
@@ -293,7 +297,8 @@ class ParallelIndexReader : public ThreadBudget {
   friend class Traversal;
 
   ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
-                      dict_index_t *index, bool indexonly_scan);
+                      dict_index_t *index, bool indexonly_scan,
+                      Call_state *state);
 
   void build_template(TABLE *table, row_prebuilt_t *prebuilt, bool whole_row);
   void plan_columns();
@@ -315,6 +320,8 @@ class ParallelIndexReader : public ThreadBudget {
   void store_by_host(const Column_plan &column, const dict_index_t *index,
                      const byte *data, ulint bytes, byte *row) const;
   bool is_one_page() const;
+  void tell_progress(ThreadCtx *tctx, uint64_t n_pages);
+  void tell_end(dberr_t err);
   void parallel_read(size_t n_threads);
   void parallel_read_worker(ThreadCtx *tctx);
   void work_until_done(ThreadCtx *tctx, bool waits);
@@ -325,6 +332,8 @@ class ParallelIndexReader : public ThreadBudget {
   }
 
   std::atomic<dberr_t> m_err{DB_SUCCESS};
+  Call_state own_state_;  // of a read that nobody asks about
+  Call_state *state_;
   trx_t *trx_;
   TABLE *mysql_table_;
   dict_table_t *table_;  // closed with prebuilt_

@@ -31,7 +31,7 @@ bool SeqScanCursor::advance_parallel(size_t nthreads, Parallel_load_func fn,
                                      void *argument) {
   const char *index_name = pkey_ != nullptr ? pkey_->name : nullptr;
   const std::unique_ptr<ParallelIndexReader> reader(
-      ParallelIndexReader::open(table_, index_name, true));
+      ParallelIndexReader::open(table_, index_name, true, state_));
   if (reader == nullptr) return false;
   reader->set_load_cb(fn, argument);
   reader->set_range_scan(nullptr, nullptr);

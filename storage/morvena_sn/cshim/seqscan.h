@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/call_state.h"
 #include "cursor.h"
 #include "host.h"
 
@@ -26,6 +27,9 @@ class SeqScanCursor {
   /** @return a cursor on a locked table, under the donor's snapshot; never null
    */
   static SeqScanCursor *open(TABLE *table, uint32_t snapshot_donor);
+
+  /** Where the cursor's calls tell of themselves, from now on. */
+  void report_to(Call_state *state) { state_ = state; }
 
   /** Read the table along its primary key, or InnoDB's own clustered index.
       @return whether the read ended without error */
@@ -38,6 +42,8 @@ class SeqScanCursor {
  private:
   explicit SeqScanCursor(TABLE *table) : table_(table) {}
 
+  Call_state own_state_;  // of a cursor without a handle
+  Call_state *state_ = &own_state_;
   TABLE *table_;
   KEY *pkey_ = nullptr;  // null: the table has no primary key
 };

@@ -177,6 +177,10 @@ Misuser::Misuser(uint32_t seed, bool alone, Shared_handles &handles,
                  const std::vector<uint32_t> &donors)
     : engine_(seed), alone_(alone), handles_(handles), donors_(donors) {}
 
+Misuser::~Misuser() {
+  for (const uint32_t snapshot : snapshots_) close_snapshot(snapshot);
+}
+
 void Misuser::note(uint64_t result) {
   digest_ = (digest_ ^ result) * 1099511628211U;
 }
@@ -356,8 +360,54 @@ void Misuser::name_columns() {
     if (name != nullptr) note(sum_of(name, strlen(name)));
 }
 
+// A cancelled handle's next call fails, which the digest shows.
+void Misuser::ask() {
+  const Handle handle = random_handle();
+  const char *text = nullptr;
+  const unsigned int code =
+      cursor_error(handle.value, once_in(5) ? nullptr : &text);
+  const bool is_open = is_usable(handle, handle.is_scan);
+  EXPECT_TRUE(is_open || code == 1210);
+  note(code);
+  if (text != nullptr && alone_) note(sum_of(text, strlen(text)));
+  uint64_t rows = 0, pages = 0, estimated = 0;
+  const bool known = cursor_progress(handle.value, once_in(5) ? nullptr : &rows,
+                                     once_in(5) ? nullptr : &pages, &estimated);
+  EXPECT_TRUE(is_open || !known);
+  note(known);
+  const int snapshot = cursor_snapshot(handle.value);
+  EXPECT_TRUE(is_open || snapshot == 0);
+  note(static_cast<uint64_t>(snapshot));
+  if (once_in(3)) cursor_cancel(handle.value);
+}
+
+void Misuser::take_snapshot() {
+  if (snapshots_.size() < 4) {
+    unsigned int error = 0;
+    char message[512];
+    const uint32_t id = open_snapshot(once_in(5) ? nullptr : &error,
+                                      once_in(5) ? nullptr : message);
+    EXPECT_NE(id, 0u);
+    note(error);
+    snapshots_.push_back(id);
+    donors_.push_back(id);
+  } else {
+    // Once more perhaps; an opening meets it as a donor all the same.
+    uint32_t &id = snapshots_[below(4)];
+    close_snapshot(id);
+    if (once_in(4)) close_snapshot(id);
+    if (once_in(2)) {
+      const uint32_t old = id;
+      id = open_snapshot(nullptr, nullptr);
+      std::replace(donors_.begin(), donors_.end(), old, id);
+    }
+  }
+}
+
 void Misuser::call() {
-  const uint32_t kind = below(100);
+  const uint32_t kind = below(106);
+  if (kind >= 105) return take_snapshot();
+  if (kind >= 100) return ask();
   if (kind < 8) return open();
   if (kind < 14) return close();
   if (kind < 20) return set_columns();

@@ -63,6 +63,10 @@ class Misuser {
   Misuser(uint32_t seed, bool alone, Shared_handles &handles,
           const std::vector<uint32_t> &donors);
 
+  Misuser(const Misuser &) = delete;
+  Misuser &operator=(const Misuser &) = delete;
+  ~Misuser();
+
   /** One call. */
   void call();
   /** Of all results; for a seed always the same, if alone. */
@@ -95,11 +99,14 @@ class Misuser {
   void count_columns();
   void name_columns();
   void read_in_parallel();
+  void ask();
+  void take_snapshot();
 
   std::mt19937 engine_;
   const bool alone_;
   Shared_handles &handles_;
-  const std::vector<uint32_t> donors_;
+  std::vector<uint32_t> donors_;
+  std::vector<uint32_t> snapshots_;  // open or not any more
   uint64_t digest_ = 14695981039346656037U;
   size_t valid_calls_ = 0;
 };

@@ -21,6 +21,7 @@
 #include <string>
 #include <thread>
 
+#include "client_call.h"
 #include "common.h"
 #include "cursor.h"
 #include "gtest/gtest.h"
@@ -104,6 +105,11 @@ std::string list_cases() {
 }
 
 std::string run_case(const std::string &name) {
+  const std::string call = "--call ";
+  if (name.compare(0, call.size(), call) == 0) {
+    make_client_call(name.substr(call.size()));
+    return "";
+  }
   const std::lock_guard<std::mutex> lock(running);
   Listener *const listener = prepare();
   if (name == "--list") return list_cases();

@@ -18,10 +18,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <iostream>
 #include <thread>
 
 #include "common.h"
+#include "common/calls.h"
+#include "common/failure.h"
 #include "common/plugin.h"
 #include "host.h"
 #include "innodb_api.h"
@@ -46,14 +47,22 @@ std::atomic<bool> guard_registered{false};
 // as a function waits for whoever opens a cursor, and is dropped soon after.
 std::atomic<bool> shutdown_begun{false};
 std::atomic<plugin_ref> own_plugin{nullptr};  // locked while the system runs
-std::atomic<bool> innodb_stops{false};        // set once, by the guard
 std::atomic<void (*)()> last_cleanup{nullptr};
 
 int harbinel_observer_dummy(Server_state_param *) { return 0; }
 
-// The functions must not throw: the mutex would stay locked.
-int harbinel_before_server_shutdown(Server_state_param *) {
+// From here on no cursor opens. What waits for a lock in an opening is
+// interrupted: the functions may wait for its end, and client sessions, which
+// may hold the lock, are only ended after them.
+int begin_shutdown(Server_state_param *) {
   shutdown_begun = true;
+  Session_calls::interrupt_openings();
+  return 0;
+}
+
+// The functions must not throw: the mutex would stay locked.
+int harbinel_before_server_shutdown(Server_state_param *param) {
+  begin_shutdown(param);
   shutdown_observer_mutex.lock();
   for (Shutdown_observer_func f : shutdown_cbs) f();
   shutdown_cbs.clear();
@@ -64,8 +73,9 @@ int harbinel_before_server_shutdown(Server_state_param *) {
 // Closes what is still open. Calls that run are interrupted first, and waited
 // for; a callback that never returns is left behind.
 int release_leftovers(Server_state_param *) {
-  innodb_stops = true;
   shutdown_begun = true;
+  // There are no clients any more to look at.
+  Session_calls::stop_watching(true);
   const auto give_up = std::chrono::steady_clock::now() + drain_limit;
   while (CommonApi::sessions_in_use() > 0 &&
          std::chrono::steady_clock::now() < give_up) {
@@ -95,7 +105,7 @@ Server_state_observer guard = {
     harbinel_observer_dummy,  // before_recovery
     harbinel_observer_dummy,  // after_engine_recovery
     harbinel_observer_dummy,  // after_recovery
-    harbinel_observer_dummy,  // before_server_shutdown
+    begin_shutdown,           // before_server_shutdown
     release_leftovers,        // after_server_shutdown
     harbinel_observer_dummy,  // after_dd_upgrade_from_57
 };
@@ -153,6 +163,7 @@ void CommonApi::init_common_api() {
 
 void CommonApi::deinit_common_api() {
   Thread_pool::shutdown();
+  Session_calls::stop_watching(false);
   destroy_idle_sessions();
   // May run inside a shutdown function, under the observer mutex.
   if (const plugin_ref self = own_plugin.exchange(nullptr)) {
@@ -178,7 +189,7 @@ void CommonApi::register_shutdown_observer(void *plugin,
 }
 
 bool CommonApi::server_is_available() {
-  return mysqld_server_started && !innodb_stops;
+  return mysqld_server_started && !shutdown_begun;
 }
 
 void CommonApi::set_last_cleanup(void (*f)()) { last_cleanup = f; }
@@ -188,7 +199,7 @@ extern "C" void init_common() {
   try {
     CommonApi::init_common_api();
   } catch (...) {
-    std::cerr << "Cannot start worker threads" << std::endl;
+    write_to_log("Cannot start worker threads");
   }
 }
 
@@ -199,6 +210,6 @@ extern "C" void register_shutdown_observer(void *plugin,
   try {
     CommonApi::register_shutdown_observer(plugin, f);
   } catch (...) {
-    std::cerr << "Cannot register a shutdown function" << std::endl;
+    write_to_log("Cannot register a shutdown function");
   }
 }

@@ -10,11 +10,11 @@
 // made by us, is not in the server's list of client sessions, and is kept for
 // reuse when it is closed.
 
-#include <cstring>
 #include <new>
 #include <unordered_set>
 
 #include "common.h"
+#include "common/failure.h"
 #include "host.h"
 
 std::vector<THD *> thd_pool;
@@ -29,6 +29,9 @@ size_t n_closing = 0;
 // The session of ours that the thread was bound to last. It may be gone: any
 // thread destroys idle ones.
 thread_local const THD *bound = nullptr;
+
+// The client whose session was the thread's before one of ours.
+thread_local uint32_t client_of_thread = 0;
 
 // Sessions that were handed out. Under thd_pool_mutex.
 std::unordered_set<THD *> &in_use() {
@@ -159,6 +162,16 @@ void CommonApi::attach_over_own(void *my_thd) {
   }
 }
 
+uint32_t CommonApi::calling_client() {
+  const THD *thd = current_thd;
+  if (thd == nullptr) {
+    client_of_thread = 0;
+  } else if (thd != bound) {
+    client_of_thread = thd->thread_id();
+  }
+  return client_of_thread;
+}
+
 void CommonApi::copy_settings(const void *from_thd, void *to_thd) {
   const THD *from = static_cast<const THD *>(from_thd);
   THD *to = static_cast<THD *>(to_thd);
@@ -191,7 +204,7 @@ void CommonApi::close_thd(void *my_thd) {
 uint CommonApi::get_last_error(void *my_thd, char *message) {
   const Diagnostics_area *da = static_cast<THD *>(my_thd)->get_stmt_da();
   if (da == nullptr || (!da->is_error() && !da->is_ok())) return 0;
-  memcpy(message, da->message_text(), MYSQL_ERRMSG_SIZE);
+  copy_text(message, MYSQL_ERRMSG_SIZE, da->message_text());
   return da->is_error() ? da->mysql_errno() : 0;
 }
 

@@ -10,6 +10,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
+#include <mutex>
+#include <new>
 #include <thread>
 
 #include "common.h"
@@ -43,20 +46,27 @@ bool has_transaction(const THD *thd) {
   return trx != nullptr;
 }
 
-// While a statement reads system tables, the dictionary's above all, a
-// transaction for that has the place of the session's, which is put back when
-// it ends. It has another snapshot, and is freed without the donor's mutex. The
-// place is empty before the session says that it is so.
+// Donors of our own, which the server's list of sessions does not have.
+std::mutex donors_mutex;
+std::map<uint32_t, THD *> own_donors;  // under donors_mutex
+
+// While the donor reads system tables, the dictionary's above all, the server
+// puts a temporary transaction into the session's InnoDB slot. Its snapshot is
+// a different one, and it is freed without the donor's mutex: never copy it.
+// The slot is emptied before the session's flag is set and filled after the
+// flag is cleared, so it is read first.
 bool reads_system_tables(THD *donor) {
+  const bool is_empty = thd_get_ha_data(donor, innodb_hton) == nullptr;
+  std::atomic_thread_fence(std::memory_order_acquire);
   if (donor->is_attachable_transaction_active()) return true;
-  return thd_get_ha_data(donor, innodb_hton) == nullptr &&
-         has_transaction(donor);
+  return is_empty && has_transaction(donor);
 }
 
 // The donor's view can be neither closed under the mutex, removed nor reopened
 // by the normal path while trx_sys->mutex is held. It can be closed, and reused
 // by a statement that finds it still current, without that mutex: such a view
 // is looked at again after the copy, which is withdrawn when the donor let go.
+// @return whether the transaction has a copy; throws without memory for one
 bool copy_view(trx_t *trx, trx_t *donor) {
   const locksys::Global_exclusive_latch_guard latch{UT_LOCATION_HERE};
   trx_sys_mutex_enter();
@@ -80,6 +90,7 @@ bool copy_view(trx_t *trx, trx_t *donor) {
     }
   }
   trx_sys_mutex_exit();
+  if (open && !copied) throw std::bad_alloc();
   return copied && trx->read_view != nullptr;
 }
 
@@ -89,8 +100,18 @@ void withdraw_copy(trx_t *trx) {
   trx_sys_mutex_exit();
 }
 
+// @return whether the id names a donor of our own. It cannot end meanwhile.
+bool copy_own_donors(trx_t *trx, uint64_t id, bool *copied) {
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  const auto found = own_donors.find(static_cast<uint32_t>(id));
+  if (found == own_donors.end()) return false;
+  *copied = copy_view(trx, transaction_of(found->second));
+  return true;
+}
+
 // @return whether the donor was there to be asked, or does not exist at all
 bool ask_donor(trx_t *trx, uint64_t id, bool *copied) {
+  if (copy_own_donors(trx, id, copied)) return true;
   Find_thd_with_id finder = host::find_by_id(static_cast<my_thread_id>(id));
   // Holds the donor's mutex to the end: it cannot go away.
   THD_ptr donor = Global_THD_manager::get_instance()->find_thd(&finder);
@@ -159,4 +180,37 @@ trx_t *CommonApi::start_transaction(uint64_t snapshot_donor) {
   const bool failed =
       state->is_error() && state->mysql_errno() != ER_NO_SUCH_THREAD;
   return failed ? nullptr : trx;
+}
+
+bool CommonApi::has_snapshot(void *my_thd) {
+  THD *thd = static_cast<THD *>(my_thd);
+  const trx_t *trx = transaction_of(thd);
+  return trx != nullptr && MVCC::is_view_active(trx->read_view);
+}
+
+uint32_t CommonApi::make_donor(void *my_thd) {
+  THD *thd = static_cast<THD *>(my_thd);
+  // A session that has not used InnoDB has none.
+  trx_t *trx = check_trx_exists(thd);
+  host::start_read_transaction(trx);
+  if (trx_assign_read_view(trx) == nullptr) throw std::bad_alloc();
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  own_donors.emplace(thd->thread_id(), thd);
+  return thd->thread_id();
+}
+
+void *CommonApi::drop_donor(uint32_t id) {
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  const auto found = own_donors.find(id);
+  if (found == own_donors.end()) return nullptr;
+  THD *thd = found->second;
+  own_donors.erase(found);
+  return thd;
+}
+
+std::vector<uint32_t> CommonApi::donors() {
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  std::vector<uint32_t> ids;
+  for (const auto &[id, thd] : own_donors) ids.push_back(id);
+  return ids;
 }

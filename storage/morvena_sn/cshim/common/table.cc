@@ -99,6 +99,12 @@ void append_innodb_fields(const KEY *key, std::vector<const char *> &columns) {
 
 }  // namespace
 
+void CommonApi::set_lock_wait_timeout(void *my_thd, int timeout_sec) {
+  // As good as for ever is the host's longest: beyond it debug builds stop.
+  static_cast<THD *>(my_thd)->variables.lock_wait_timeout =
+      timeout_sec < 0 ? longest_wait_sec : static_cast<ulong>(timeout_sec);
+}
+
 void *CommonApi::open_table(void *my_thd, const char *db_name,
                             const char *table_name, int lock_type) {
   THD *thd = static_cast<THD *>(my_thd);
@@ -113,7 +119,11 @@ void *CommonApi::open_table(void *my_thd, const char *db_name,
   host::Table_ref *ref = make_table_ref(thd, db_name, table_name, lock_type);
   if (ref == nullptr) return nullptr;
   Open_table_context context(thd, 0);
-  if (::open_table(thd, ref, &context)) return nullptr;
+  if (::open_table(thd, ref, &context)) {
+    // The host says nothing where the session had been killed before.
+    if (!thd->is_error() && thd->killed) my_error(ER_QUERY_INTERRUPTED, MYF(0));
+    return nullptr;
+  }
   TABLE *table = ref->table;
   if (table == nullptr) return nullptr;
   if (table->s->db_type() != innodb_hton) {
@@ -129,9 +139,7 @@ bool CommonApi::lock_table(void *my_thd, void *my_table, int mode,
                            int timeout_sec) {
   THD *thd = static_cast<THD *>(my_thd);
   TABLE *table = static_cast<TABLE *>(my_table);
-  // As good as for ever is the host's longest: beyond it debug builds stop.
-  thd->variables.lock_wait_timeout =
-      timeout_sec < 0 ? longest_wait_sec : static_cast<ulong>(timeout_sec);
+  set_lock_wait_timeout(thd, timeout_sec);
   // InnoDB reads without locks, in a transaction of one statement, for this
   // one.
   thd->lex->sql_command = SQLCOM_SELECT;

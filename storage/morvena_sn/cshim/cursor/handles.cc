@@ -21,6 +21,8 @@
 #include <vector>
 
 #include "common.h"
+#include "cursor/open.h"
+#include "host.h"
 
 namespace {
 
@@ -56,6 +58,7 @@ void unlist(CursorWrapper *wrapper) {
 }
 
 void release(CursorWrapper *wrapper) {
+  wrapper->calls->unlist();
   CommonApi::thd_attach(wrapper->thd, nullptr);
   wrapper->drop_cursor();
   CommonApi::unlock_table(wrapper->thd, wrapper->table, HDL_READ);
@@ -83,6 +86,7 @@ std::vector<CursorWrapper *> take_open_handles() {
 // The sessions have been interrupted. A call that does not come back keeps its
 // cursor: taking that away would crash the server for certain.
 void close_leftover_handles() {
+  for (const uint32_t donor : CommonApi::donors()) close_donor(donor);
   std::vector<CursorWrapper *> ours;
   for (CursorWrapper *wrapper : take_open_handles()) {
     if (wrapper->open.exchange(false)) ours.push_back(wrapper);
@@ -101,6 +105,23 @@ const bool cleanup_is_set = [] {
 }();
 
 }  // namespace
+
+Call::Call(CursorWrapper *wrapper) : wrapper_(wrapper) {
+  wrapper->state.failure.clear();
+  // Known only until its session gives way to the cursor's.
+  const uint32_t client = CommonApi::calling_client();
+  CommonApi::thd_attach(wrapper->thd, nullptr);
+  may_go_on_ = wrapper->calls->begin(client);
+  if (!may_go_on_) wrapper->state.failure.set_interrupted();
+}
+
+Call::~Call() {
+  wrapper_->calls->end(wrapper_->state.failure.is_interruption());
+}
+
+void Call::out_of_memory() {
+  wrapper_->state.failure.raise(ER_OOM, "Out of memory");
+}
 
 void list_handle(CursorWrapper *wrapper) {
   const std::lock_guard<std::mutex> lock(open_handles_mutex);

@@ -21,6 +21,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
+
+#include "common/call_state.h"
+#include "common/calls.h"
 
 enum class Handle_kind : uint32_t { INDEX_CURSOR = 0x1dcc, SEQSCAN = 0x5eca };
 
@@ -29,6 +33,14 @@ enum class Use : uint32_t {
   LOOK = 1,            // at what stays the same while the handle is open
   PARALLEL = 1 << 30,  // read in parallel: others may look meanwhile
   ALONE = 1U << 31     // move, set or close: nobody else is inside
+};
+
+/** What a cursor is made on. */
+struct Opened {
+  void *thd;             // attached
+  void *table;           // locked
+  Session_calls *calls;  // of the session
+  uint32_t donor;        // whose snapshot is wanted, 0: none
 };
 
 /**
@@ -45,8 +57,11 @@ enum class Use : uint32_t {
   thread pass a memory barrier. They are no obstacle to each other.
 */
 struct CursorWrapper {
-  CursorWrapper(Handle_kind handle_kind, void *session, void *open_table)
-      : thd(session), table(open_table), kind(handle_kind) {}
+  CursorWrapper(Handle_kind handle_kind, const Opened &opened)
+      : thd(opened.thd),
+        table(opened.table),
+        kind(handle_kind),
+        calls(opened.calls) {}
   virtual ~CursorWrapper() = default;
   /** Destroy the cursor; its session is attached. */
   virtual void drop_cursor() = 0;
@@ -58,6 +73,9 @@ struct CursorWrapper {
   void *thd;
   void *table;
   const Handle_kind kind;
+  Session_calls *const calls;
+  Call_state state;                      // of the last call
+  bool has_donors_snapshot = false;      // else the cursor's own, if any
   std::atomic<bool> open{true};          // cleared once, by whoever closes
   std::atomic<uint32_t> inside{0};       // sum of the uses
   std::atomic<bool> reads_value{false};  // release at the end of a typed read
@@ -94,12 +112,20 @@ void list_handle(CursorWrapper *wrapper);
     already */
 bool close_handle(CursorWrapper *wrapper);
 
-/** A handle's wrapper; null for a null handle and one of another kind. */
+/** A handle's wrapper; null for a null handle and one of another kind.
+    CursorWrapper itself stands for all kinds. */
 template <class Wrapper>
 Wrapper *wrapper_of(uintptr_t handle) {
   auto *head = reinterpret_cast<CursorWrapper *>(handle);
-  if (head == nullptr || head->kind != Wrapper::handle_kind) return nullptr;
-  return static_cast<Wrapper *>(head);
+  if (head == nullptr) return nullptr;
+  if constexpr (std::is_same_v<Wrapper, CursorWrapper>) {
+    const bool is_known = head->kind == Handle_kind::INDEX_CURSOR ||
+                          head->kind == Handle_kind::SEQSCAN;
+    return is_known ? head : nullptr;
+  } else {
+    return head->kind == Wrapper::handle_kind ? static_cast<Wrapper *>(head)
+                                              : nullptr;
+  }
 }
 
 /** The use of a handle for the length of a call; false for one that is null,
@@ -123,6 +149,38 @@ class Handle_use {
 
  private:
   Wrapper *wrapper_;
+};
+
+/**
+  A call that may wait or read: the session is the thread's, the last call's
+  failure is forgotten, and others can end the call from now on.
+*/
+class Call {
+ public:
+  explicit Call(CursorWrapper *wrapper);
+  ~Call();
+  Call(const Call &) = delete;
+  Call &operator=(const Call &) = delete;
+
+  /** @return false if it was ended before it began; the failure says so */
+  explicit operator bool() const { return may_go_on_; }
+  /** Run a function that may throw; what it throws becomes the failure result.
+   */
+  template <class Function>
+  bool run(bool failure, Function function) {
+    try {
+      return function();
+    } catch (...) {
+      out_of_memory();
+      return failure;
+    }
+  }
+
+ private:
+  void out_of_memory();
+
+  CursorWrapper *wrapper_;
+  bool may_go_on_;
 };
 
 /** The same for a typed read. */

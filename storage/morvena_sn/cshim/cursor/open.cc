@@ -11,6 +11,7 @@
 #include "cursor/open.h"
 
 #include <cstring>
+#include <utility>
 
 #include "common.h"
 #include "host.h"
@@ -34,6 +35,8 @@ class Opening {
  public:
   explicit Opening(void *thd) : thd_(thd) {}
   ~Opening() {
+    if (calls_ != nullptr) calls_->unlist();
+    delete calls_;
     if (thd_ == nullptr) return;
     if (table_ != nullptr) CommonApi::unlock_table(thd_, table_, HDL_READ);
     CommonApi::close_thd(thd_);
@@ -41,34 +44,69 @@ class Opening {
   Opening(const Opening &) = delete;
   Opening &operator=(const Opening &) = delete;
 
+  // A client that gives its own snapshot has the cursor read for it: its kill
+  // ends the cursor's calls on any thread.
+  void begin_call(uint32_t client, uint32_t donor) {
+    THD *thd = static_cast<THD *>(thd_);
+    calls_ = new Session_calls(thd, client == donor ? client : 0);
+    calls_->mark_opening(true);
+    calls_->begin(client);
+    calls_->list();
+  }
   bool open_and_lock(const Open_request &request) {
+    // Of the session's last user it would be another's.
+    CommonApi::set_lock_wait_timeout(thd_, request.timeout_sec);
     table_ = CommonApi::open_table(thd_, request.db_name, request.table_name,
                                    HDL_READ);
     return table_ != nullptr &&
            !CommonApi::lock_table(thd_, table_, HDL_READ, request.timeout_sec);
   }
-  CursorWrapper *make_wrapper(const Make_wrapper &make) {
-    std::unique_ptr<CursorWrapper> wrapper(make(thd_, table_));
+  CursorWrapper *make_wrapper(const Make_wrapper &make, uint32_t donor) {
+    const bool gives_one = donor != 0;
+    std::unique_ptr<CursorWrapper> wrapper(
+        make({thd_, table_, calls_, gives_one ? donor : 0}));
     if (wrapper == nullptr) return nullptr;
+    wrapper->has_donors_snapshot = gives_one && CommonApi::has_snapshot(thd_);
     list_handle(wrapper.get());
+    calls_->mark_opening(false);
+    calls_->end(false);
+    calls_ = nullptr;
     thd_ = nullptr;
     return wrapper.release();
   }
+  void *session_of_donor() { return std::exchange(thd_, nullptr); }
 
  private:
   void *thd_;
   void *table_ = nullptr;
+  Session_calls *calls_ = nullptr;
 };
 
-uintptr_t open_in(void *thd, const Open_request &request,
+// A kill may leave no error of its own behind.
+void report_failure(const Open_report &to, void *thd) {
+  THD *session = static_cast<THD *>(thd);
+  if (!session->is_error() && session->killed != THD::NOT_KILLED) {
+    my_error(ER_QUERY_INTERRUPTED, MYF(0));
+  }
+  report_session(to, thd);
+}
+
+uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
                   const Make_wrapper &make, const Open_report &to) {
   Opening opening(thd);
   try {
     CommonApi::thd_attach(thd, nullptr);
-    CursorWrapper *wrapper =
-        opening.open_and_lock(request) ? opening.make_wrapper(make) : nullptr;
+    opening.begin_call(client, request.donor);
+    // The shutdown interrupts what it finds listed, and is seen here otherwise.
+    if (!CommonApi::server_is_available()) {
+      report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
+      return 0;
+    }
+    CursorWrapper *wrapper = opening.open_and_lock(request)
+                                 ? opening.make_wrapper(make, request.donor)
+                                 : nullptr;
     if (wrapper != nullptr) return reinterpret_cast<uintptr_t>(wrapper);
-    report_session(to, thd);
+    report_failure(to, thd);
   } catch (...) {
     report(to, ER_OOM, "Out of memory");
   }
@@ -84,25 +122,53 @@ void *create_session() {
   }
 }
 
-}  // namespace
-
-uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
-                      const Open_report &to) {
+// @return a session, null with the reason reported
+void *session_for(const Open_report &to) {
   if (to.error != nullptr) *to.error = 0;
   if (!CommonApi::server_is_available()) {
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
-    return 0;
+    return nullptr;
   }
   void *thd = create_session();
   if (thd == nullptr) {
     report(to, ER_OOM, "Out of memory");
-    return 0;
+    return nullptr;
   }
   // Now that the session is counted, the guard waits for it, or has begun.
   if (!CommonApi::server_is_available()) {
     CommonApi::close_thd(thd);
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
+    return nullptr;
+  }
+  return thd;
+}
+
+}  // namespace
+
+uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
+                      const Open_report &to) {
+  const uint32_t client = CommonApi::calling_client();
+  void *thd = session_for(to);
+  return thd != nullptr ? open_in(thd, client, request, make, to) : 0;
+}
+
+uint32_t open_donor(const Open_report &to) {
+  void *thd = session_for(to);
+  if (thd == nullptr) return 0;
+  Opening opening(thd);
+  try {
+    const uint32_t id = CommonApi::make_donor(thd);
+    opening.session_of_donor();
+    return id;
+  } catch (...) {
+    report(to, ER_OOM, "Out of memory");
     return 0;
   }
-  return open_in(thd, request, make, to);
+}
+
+void close_donor(uint32_t id) {
+  void *thd = CommonApi::drop_donor(id);
+  if (thd == nullptr) return;
+  CommonApi::thd_attach(thd, nullptr);
+  CommonApi::close_thd(thd);
 }

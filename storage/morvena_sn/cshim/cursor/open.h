@@ -17,12 +17,14 @@
 
 #include <functional>
 
+#include "cursor.h"
 #include "cursor/handles.h"
 
 /** What to open. */
 struct Open_request {
   const char *db_name;
   const char *table_name;
+  uint32_t donor;
   int timeout_sec;
 };
 
@@ -32,13 +34,34 @@ struct Open_report {
   char *message;
 };
 
-/** Makes a cursor's wrapper on a locked table in an attached session; null when
-    there is no such cursor. May throw. */
-using Make_wrapper = std::function<CursorWrapper *(void *thd, void *table)>;
+/** Makes a cursor's wrapper; null when there is no such cursor, with the reason
+    in the session's diagnostics area. May throw. */
+using Make_wrapper = std::function<CursorWrapper *(const Opened &opened)>;
 
 /** @return the handle, 0 on failure. Throws nothing. */
 uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
                       const Open_report &report);
+
+/** The same for a session that is a donor of its own.
+    @return the id to name it by, 0 on failure. Throws nothing. */
+uint32_t open_donor(const Open_report &report);
+/** Nothing for an id that names no such donor. */
+void close_donor(uint32_t id);
+
+/** Read a cursor of either kind in parallel. @return whether the read is
+    complete */
+template <class Cursor>
+bool read_in_parallel(CursorWrapper *wrapper, Cursor *cursor, size_t n_threads,
+                      Parallel_load_func fn, void *argument) {
+  Call call(wrapper);
+  if (!call) return false;
+  if (fn == nullptr) {
+    wrapper->state.failure.set_wrong_argument("a callback");
+    return false;
+  }
+  return call.run(
+      false, [&] { return cursor->advance_parallel(n_threads, fn, argument); });
+}
 
 /** Run a function that may throw; what it throws becomes the failure result. */
 template <class Result, class Function>

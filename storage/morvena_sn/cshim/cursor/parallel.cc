@@ -9,6 +9,7 @@
 // The exported sequential-scan functions, and the reads of a batch.
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -23,13 +24,13 @@ namespace {
 struct SeqCursorWrapper final : CursorWrapper {
   static constexpr Handle_kind handle_kind = Handle_kind::SEQSCAN;
 
-  SeqCursorWrapper(void *session, void *open_table,
-                   std::unique_ptr<SeqScanCursor> scan)
-      : CursorWrapper(handle_kind, session, open_table),
-        cursor(std::move(scan)) {}
+  SeqCursorWrapper(const Opened &opened, std::unique_ptr<SeqScanCursor> scan)
+      : CursorWrapper(handle_kind, opened), cursor(std::move(scan)) {
+    cursor->report_to(&state);
+  }
   void drop_cursor() override { cursor.reset(); }
 
-  std::shared_ptr<SeqScanCursor> cursor;
+  std::unique_ptr<SeqScanCursor> cursor;
 };
 
 using Scan_look = Handle_use<SeqCursorWrapper, Use::LOOK>;
@@ -55,14 +56,14 @@ bool can_be_read(uintptr_t ctx, Outputs *...outputs) {
 uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
                               uint32_t snapshot_donor, int timeout_sec,
                               unsigned int *error, char *message) {
-  const auto make = [&](void *thd, void *table) -> CursorWrapper * {
+  const auto make = [&](const Opened &opened) -> CursorWrapper * {
     std::unique_ptr<SeqScanCursor> cursor(
-        SeqScanCursor::open(static_cast<TABLE *>(table), snapshot_donor));
+        SeqScanCursor::open(static_cast<TABLE *>(opened.table), opened.donor));
     if (cursor == nullptr) return nullptr;
-    return new SeqCursorWrapper(thd, table, std::move(cursor));
+    return new SeqCursorWrapper(opened, std::move(cursor));
   };
-  return open_handle({db_name, table_name, timeout_sec}, make,
-                     {error, message});
+  return open_handle({db_name, table_name, snapshot_donor, timeout_sec},
+                     std::cref(make), {error, message});
 }
 
 void close_seqscan_cursor(uintptr_t cursor) {
@@ -93,11 +94,8 @@ void seqscan_cursor_set_readset(uintptr_t cursor, size_t ncols,
 bool seqscan_cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
                                      Parallel_load_func fn, void *argument) {
   const Scan_parallel_use use(cursor);
-  if (!use || fn == nullptr) return false;
-  CommonApi::thd_attach(use->thd, nullptr);
-  return guarded(false, [&] {
-    return use->cursor->advance_parallel(nthreads, fn, argument);
-  });
+  return use &&
+         read_in_parallel(use.get(), use->cursor.get(), nthreads, fn, argument);
 }
 
 uint64_t pread_n_tuples(uintptr_t ctx) {

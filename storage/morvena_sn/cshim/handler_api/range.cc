@@ -11,7 +11,7 @@
 // only when it reads backwards.
 
 #include <algorithm>
-#include <iostream>
+#include <string>
 
 #include "handler_api.h"
 #include "host/innodb.h"
@@ -83,9 +83,26 @@ void swap_sets(TABLE *table, std::vector<my_bitmap_map> *sets) {
 bool IndexCursor::no_row(int error) {
   if (error == 0) return false;
   if (error != HA_ERR_END_OF_FILE && error != HA_ERR_KEY_NOT_FOUND) {
-    std::cerr << "got error while scan index :" << error << std::endl;
+    write_to_log(("got error while scan index :" + std::to_string(error)).c_str());
+    fail(error);
   }
   return true;
+}
+
+// In the host's words. The statement's error is the call's alone: the next one
+// begins without it.
+void IndexCursor::fail(int error) {
+  THD *thd = table()->in_use;
+  if (thd->killed != THD::NOT_KILLED) {
+    state_->failure.set_interrupted();
+  } else {
+    table()->file->print_error(error, MYF(0));
+    if (!state_->failure.take_from(thd)) {
+      const std::string text = "Got error " + std::to_string(error);
+      state_->failure.set(ER_GET_ERRNO, text.c_str());
+    }
+  }
+  thd->clear_error();
 }
 
 size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
@@ -176,7 +193,10 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
                                  bool closed_begin, bool closed_end,
                                  bool reverse) {
   has_row_ = false;
-  if (!can_be_read(begin) || !can_be_read(end)) return true;
+  if (!can_be_read(begin) || !can_be_read(end)) {
+    state_->failure.set_wrong_argument("a bound");
+    return true;
+  }
   const ha_rkey_function closed_end_flag =
       reverse ? HA_READ_PREFIX_LAST_OR_PREV : HA_READ_KEY_OR_PREV;
   from_ = make_bound(&rangebuf[0], begin,
@@ -190,11 +210,14 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   // The host compares an array with a value for membership, not for order.
   if ((key()->flags & HA_MULTI_VALUED_KEY) != 0 && !equal_range_ &&
       (from_ != nullptr || end_ != nullptr)) {
-    std::cerr << "Cannot read a range of several keys of a multi-valued index"
-              << std::endl;
+    state_->failure.raise(
+        ER_CHECK_NOT_IMPLEMENTED,
+        "Cannot read a range of several keys of a multi-valued index");
     return true;
   }
+  state_->progress.restart(0);
   has_row_ = find_row();
+  count_row();
   let_others_in();
   return !has_row_;
 }
@@ -259,9 +282,20 @@ bool IndexCursor::is_before_range() {
 // The handler is asked no more once the range has ended or failed: it may have
 // no position then, and steps from wherever it last was, or stops the server.
 bool IndexCursor::advance() {
-  if (has_row_) has_row_ = next_row();
+  if (has_row_) {
+    has_row_ = next_row();
+    count_row();
+  }
   let_others_in();
   return !has_row_;
+}
+
+// A cursor is used by one thread at a time: others only look.
+void IndexCursor::count_row() {
+  if (!has_row_) return;
+  std::atomic<uint64_t> &rows = state_->progress.rows;
+  rows.store(rows.load(std::memory_order_relaxed) + 1,
+             std::memory_order_relaxed);
 }
 
 // Where the server limits how many threads are in InnoDB at once

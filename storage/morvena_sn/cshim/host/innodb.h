@@ -60,6 +60,22 @@ inline void start_read_transaction(trx_t *trx) {
   trx_start_if_not_started_xa_low(trx, false);
 }
 
+// The leaf pages of an index by the table's statistics. 9.7 keeps them in a
+// structure of their own.
+template <class Index>
+auto n_leaf_pages(const Index *index, int)
+    -> decltype(index->stat_n_leaf_pages) {
+  return index->stat_n_leaf_pages;
+}
+template <class Index>
+auto n_leaf_pages(const Index *index, long)
+    -> decltype(index->stats.n_leaf_pages) {
+  return index->stats.n_leaf_pages;
+}
+inline uint64_t n_leaf_pages(const dict_index_t *index) {
+  return n_leaf_pages(index, 0);
+}
+
 // Gives back the place of a thread in InnoDB, if the transaction has one.
 inline void leave_innodb(trx_t *trx) {
   if (trx->declared_to_be_inside_innodb) srv_conc_force_exit_innodb(trx);

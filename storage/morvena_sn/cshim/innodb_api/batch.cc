@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iostream>
 #include <new>
 
 #include "innodb_api.h"
@@ -152,6 +151,9 @@ dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
   dberr_t err = DB_SUCCESS;
   if (slot == tctx->batch_size_) {
     err = send_batch(tctx);
+    if (err != DB_SUCCESS) {
+      state_->failure.set(er_callback_stopped, "The callback stopped the read");
+    }
     mem_heap_empty(tctx->blob_heap_);
     slot = 0;
   }
@@ -214,7 +216,8 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
     data = fetch_extern(prebuilt_, ctx, index, column.rec_field_no,
                         ctx->thread_ctx_->blob_heap_, &bytes);
     if (data == nullptr) {
-      std::cerr << "Cannot read a value that the donor is writing" << std::endl;
+      state_->failure.raise(ER_CHECKREAD,
+                            "Cannot read a value that the donor is writing");
       return false;
     }
   } else {

@@ -58,6 +58,7 @@ dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
         tctx->fn_(reinterpret_cast<uint64_t>(tctx), tctx->id_, tctx->argument_);
   } catch (...) {
     // Also where the answer is not looked at: the rows were not taken.
+    state_->failure.set(er_callback_stopped, "The callback threw an exception");
     set_error(DB_ERROR);
   }
   CommonApi::attach_over_own(tctx->thd_);

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <iostream>
 #include <new>
+#include <string>
 
 #include "common.h"
 #include "innodb_api.h"
@@ -83,6 +84,7 @@ void report(const std::vector<ThreadCtx *> &workers, size_t n_threads) {
 }  // namespace
 
 bool ParallelIndexReader::run(size_t n_threads) {
+  state_->progress.restart(host::n_leaf_pages(index_));
   const Reserved_threads threads(n_threads);
   index_s_lock();
   try {
@@ -95,13 +97,45 @@ bool ParallelIndexReader::run(size_t n_threads) {
   }
   for (std::future<void> &worker : parallel_threads_) worker.wait();
   if (threads.count() > 0) report(thread_ctxs_, threads.count());
-  const dberr_t err = get_error();
-  // A callback knows that it has stopped the read, and a kill is asked for.
-  if (err != DB_SUCCESS && err != DB_ERROR && err != DB_INTERRUPTED) {
-    std::cerr << "Parallel scan failed: " << ut_strerr(err) << std::endl;
+  // A kill counts also where there was nothing to read.
+  if (get_error() == DB_SUCCESS && trx_is_interrupted(trx_)) {
+    set_error(DB_INTERRUPTED);
   }
+  const dberr_t err = get_error();
+  tell_end(err);
   index_s_unlock();
   return err == DB_SUCCESS;
+}
+
+// In words. What a callback or a value's reading has reported stays.
+void ParallelIndexReader::tell_end(dberr_t err) {
+  Failure &failure = state_->failure;
+  if (err == DB_SUCCESS) {
+    // The answer to a last batch stops nothing.
+    failure.clear();
+    return;
+  }
+  if (err == DB_INTERRUPTED) {
+    failure.set_interrupted();
+    return;
+  }
+  const std::string text =
+      std::string("Parallel scan failed: ") + ut_strerr(err);
+  if (err != DB_ERROR) write_to_log(text.c_str());
+  if (err == DB_OUT_OF_MEMORY) {
+    failure.set(ER_OOM, "Out of memory");
+  } else {
+    failure.set(ER_GET_ERRNO, text.c_str());
+  }
+}
+
+// Once a page: workers share what they add to.
+void ParallelIndexReader::tell_progress(ThreadCtx *tctx, uint64_t n_pages) {
+  Progress &progress = state_->progress;
+  progress.pages.fetch_add(n_pages, std::memory_order_relaxed);
+  progress.rows.fetch_add(tctx->n_read_ - tctx->n_told_,
+                          std::memory_order_relaxed);
+  tctx->n_told_ = tctx->n_read_;
 }
 
 // Under the read's latch, but others may add pages at any time.

@@ -7,14 +7,14 @@
 */
 
 // open: which index, and how are its records converted?
-// In: an open, locked table and an index name. Out: a reader, or a refusal on
-// standard error. Holds: the dictionary table and the row-conversion state,
+// In: an open, locked table and an index name. Out: a reader, or a refusal in
+// words. Holds: the dictionary table and the row-conversion state,
 // until the reader's destruction. Threads: the caller's. Fails: no such index,
 // an index that has no B-tree of whole keys.
 
 #include <algorithm>
-#include <iostream>
 #include <new>
+#include <string>
 
 #include "innodb_api.h"
 
@@ -67,27 +67,37 @@ bool has_virtual_field(const dict_index_t *index, const TABLE *table) {
   return false;
 }
 
-// @return why the index cannot be scanned, null if it can.
-const char *refusal(const dict_index_t *index, const TABLE *table,
-                    const trx_t *trx) {
+struct Refusal {
+  unsigned int code;  // 0: none
+  const char *text;
+};
+
+// @return why the index cannot be scanned.
+Refusal refusal(const dict_index_t *index, const TABLE *table,
+                const trx_t *trx) {
   if (dict_table_is_discarded(index->table) || index->table->ibd_file_missing) {
-    return "Cannot do parallel scan on table without its tablespace";
+    return {ER_TABLESPACE_DISCARDED,
+            "Cannot do parallel scan on table without its tablespace"};
   }
   if ((index->type & DICT_FTS) != 0) {
-    return "Cannot do parallel scan on full-text index";
+    return {ER_CHECK_NOT_IMPLEMENTED,
+            "Cannot do parallel scan on full-text index"};
   }
   if (dict_index_is_spatial(index)) {
-    return "Cannot do parallel scan on spatial index";
+    return {ER_CHECK_NOT_IMPLEMENTED,
+            "Cannot do parallel scan on spatial index"};
   }
   if (index->is_corrupted())
-    return "Cannot do parallel scan on corrupted index";
+    return {ER_INDEX_CORRUPT, "Cannot do parallel scan on corrupted index"};
   if (!index->is_usable(trx)) {
-    return "Cannot do parallel scan on index newer than the snapshot";
+    return {ER_TABLE_DEF_CHANGED,
+            "Cannot do parallel scan on index newer than the snapshot"};
   }
   if (has_virtual_field(index, table)) {
-    return "Cannot do parallel scan on index with virtual field";
+    return {ER_CHECK_NOT_IMPLEMENTED,
+            "Cannot do parallel scan on index with virtual field"};
   }
-  return nullptr;
+  return {0, nullptr};
 }
 
 // A partitioned table has a B-tree for each partition and no dictionary table
@@ -128,26 +138,30 @@ void fill_column(mysql_row_templ_t *templ, const TABLE *table,
 
 ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
                                                const char *index_name,
-                                               bool indexonly_scan) {
+                                               bool indexonly_scan,
+                                               Call_state *state) {
+  Call_state nobodys;
+  Failure *failure = &(state != nullptr ? state : &nobodys)->failure;
   if (!has_one_tree(table)) {
-    std::cerr << "Cannot do parallel scan on table without a single B-tree"
-              << std::endl;
+    failure->raise(ER_CHECK_NOT_IMPLEMENTED,
+                   "Cannot do parallel scan on table without a single B-tree");
     return nullptr;
   }
   Dictionary_table dict_table(table);
   dict_index_t *index = find_index(dict_table.get(), index_name);
   if (index == nullptr) {
-    std::cerr << "Cannot find a index \""
-              << (index_name != nullptr ? index_name : "") << "\".";
+    const std::string name = index_name != nullptr ? index_name : "";
+    failure->raise(ER_KEY_DOES_NOT_EXITS,
+                   ("Cannot find a index \"" + name + "\".").c_str());
     return nullptr;
   }
-  const char *why = refusal(index, table, thd_to_trx(current_thd));
-  if (why != nullptr) {
-    std::cerr << why << std::endl;
+  const Refusal why = refusal(index, table, thd_to_trx(current_thd));
+  if (why.code != 0) {
+    failure->raise(why.code, why.text);
     return nullptr;
   }
-  std::unique_ptr<ParallelIndexReader> reader(
-      new ParallelIndexReader(table, dict_table.get(), index, indexonly_scan));
+  std::unique_ptr<ParallelIndexReader> reader(new ParallelIndexReader(
+      table, dict_table.get(), index, indexonly_scan, state));
   dict_table.taken_over();
   reader->build_template(table, reader->prebuilt_, false);
   reader->plan_columns();
@@ -160,8 +174,9 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
 // destructor to give it back.
 ParallelIndexReader::ParallelIndexReader(TABLE *table, dict_table_t *dict_table,
                                          dict_index_t *index,
-                                         bool indexonly_scan)
-    : trx_(thd_to_trx(current_thd)),
+                                         bool indexonly_scan, Call_state *state)
+    : state_(state != nullptr ? state : &own_state_),
+      trx_(thd_to_trx(current_thd)),
       mysql_table_(table),
       table_(dict_table),
       index_(index),

@@ -44,10 +44,6 @@ bool has_multi_value_field(const dtuple_t *tuple) {
 // A secondary record of the page in hand, and the key of its clustered record.
 using Pending_pair = std::pair<const rec_t *, dtuple_t *>;
 
-// A kill is looked for once in so many rows whose version has to be built. They
-// may be the only rows there are, and each may take thousands of steps back.
-constexpr size_t versions_between_checks = 16;
-
 // Records lie on a page in the order in which they came. Where that is not the
 // key's, the processor cannot tell which lines come next.
 void prefetch_page(const buf_block_t *block) {
@@ -124,7 +120,6 @@ class Traversal {
   bool at_page_start_ = true;
   bool check_end_ = true;  // whether the unit may end on the page in hand
   std::vector<Pending_pair> pairs_;
-  size_t n_handled_ = 0;
   ReadView *view_ = nullptr;   // if records may be read by the layout
   bool page_visible_ = false;  // of a secondary index: all of the page in hand
   std::vector<Located_field> located_;
@@ -225,10 +220,8 @@ dberr_t Traversal::read_index_only(const rec_t *rec, ulint *offsets) {
   dberr_t err = visible ? deliver(rec, offsets) : DB_SUCCESS;
   row_mtr_.commit();
   const bool version_built = offsets != in_place || !visible;
-  if (err == DB_SUCCESS && version_built &&
-      ++n_handled_ % versions_between_checks == 0) {
-    is_stopped(&err);
-  }
+  // Building a version may take thousands of steps back.
+  if (err == DB_SUCCESS && version_built) is_stopped(&err);
   return err;
 }
 
@@ -270,7 +263,7 @@ dberr_t Traversal::look_up_pending() {
     if (found != nullptr) err = deliver(found, offsets);
     row_mtr_.commit();
     if (err != DB_SUCCESS) break;
-    if (++n_handled_ % versions_between_checks == 0 && is_stopped(&err)) break;
+    if (is_stopped(&err)) break;
   }
   pairs_.clear();
   return err;
@@ -293,6 +286,7 @@ dberr_t Traversal::end_page() {
   if (err != DB_SUCCESS) return err;
   offsets_.forget_heap();
   heap_.clear();
+  reader_.tell_progress(ctx_->thread_ctx_, 1);
   if (is_stopped(&err)) return err;
   return pcur_move_to_next_node();
 }
@@ -347,5 +341,7 @@ std::atomic<void (*)()> ParallelIndexReader::s_yield{[] { sched_yield(); }};
 dberr_t ParallelIndexReader::traverse(Ctx *ctx) {
   const Index_latch::In_tree in_tree(&latch_);
   Traversal traversal(this, ctx);
-  return traversal.run();
+  const dberr_t err = traversal.run();
+  tell_progress(ctx->thread_ctx_, 0);
+  return err;
 }

@@ -1,0 +1,113 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Failures in words.
+
+#include "common/failure.h"
+
+#include <sys/time.h>
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <string>
+
+#include "host.h"
+
+namespace {
+
+// As the server's log has it: UTC, to the microsecond.
+std::string time_stamp() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  tm utc;
+  gmtime_r(&now.tv_sec, &utc);
+  char text[64];
+  snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06ldZ",
+           utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,
+           utc.tm_min, utc.tm_sec, static_cast<long>(now.tv_usec));
+  return text;
+}
+
+// How many bytes a character of UTF-8 has, by its first one; 1 for a byte that
+// begins none.
+size_t character_bytes(char first) {
+  const auto byte = static_cast<unsigned char>(first);
+  if (byte >= 0xf0) return 4;
+  if (byte >= 0xe0) return 3;
+  return byte >= 0xc0 ? 2 : 1;
+}
+
+// The length without a last character that is cut.
+size_t whole_characters(const char *text, size_t length) {
+  size_t last = length;
+  while (last > 0 && length - last < 4) {
+    --last;
+    if ((static_cast<unsigned char>(text[last]) & 0xc0) == 0x80) continue;
+    return last + character_bytes(text[last]) > length ? last : length;
+  }
+  return length;
+}
+
+}  // namespace
+
+// In one piece: several workers may fail at the same time.
+void write_to_log(const char *text) {
+  try {
+    std::cerr << time_stamp() + " 0 [Note] [morvena_sn] " + text + "\n"
+              << std::flush;
+  } catch (...) {
+    // Without memory the line is lost; the failure is reported all the same.
+  }
+}
+
+void copy_text(char *to, size_t bytes, const char *text) {
+  size_t length = strnlen(text, bytes - 1);
+  // Also where the server has cut the text before.
+  if (length == bytes - 1) length = whole_characters(text, length);
+  memcpy(to, text, length);
+  to[length] = '\0';
+}
+
+void Failure::clear() {
+  if (!is_set()) return;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  code_ = 0;
+}
+
+void Failure::set(unsigned int code, const char *text) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (is_set()) return;
+  copy_text(text_, sizeof text_, text);
+  code_.store(code, std::memory_order_release);
+}
+
+void Failure::raise(unsigned int code, const char *text) {
+  write_to_log(text);
+  set(code, text);
+}
+
+void Failure::set_interrupted() {
+  set(ER_QUERY_INTERRUPTED, "Query execution was interrupted");
+}
+
+void Failure::set_wrong_argument(const char *what) {
+  char text[text_bytes];
+  snprintf(text, sizeof text, "Incorrect arguments to %s", what);
+  set(ER_WRONG_ARGUMENTS, text);
+}
+
+bool Failure::is_interruption() const { return code() == ER_QUERY_INTERRUPTED; }
+
+bool Failure::take_from(const THD *thd) {
+  const Diagnostics_area *state = thd->get_stmt_da();
+  if (!state->is_error()) return false;
+  set(state->mysql_errno(), state->message_text());
+  return true;
+}

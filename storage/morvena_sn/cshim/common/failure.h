@@ -1,0 +1,66 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file common/failure.h
+  Why a call failed, as its caller gets it, and the lines of the log.
+*/
+
+#ifndef MORVENA_SN_COMMON_FAILURE_H
+#define MORVENA_SN_COMMON_FAILURE_H
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+
+class THD;
+
+/** Our own error number beside the server's: a callback ended its read. */
+constexpr unsigned int er_callback_stopped = 10135;
+
+/** Write a line with a time stamp to standard error. */
+void write_to_log(const char *text);
+
+/** Copy a text into a buffer of that many bytes; one that is too long is cut
+    between two characters of UTF-8. */
+void copy_text(char *to, size_t bytes, const char *text);
+
+/**
+  The error of a handle's last call. Of several failures in one call, those of
+  several workers perhaps, the first stays.
+*/
+class Failure {
+ public:
+  static constexpr size_t text_bytes = 512;
+
+  /** A call begins. */
+  void clear();
+  void set(unsigned int code, const char *text);
+  /** The same with a line in the log. */
+  void raise(unsigned int code, const char *text);
+  /** The call was killed or cancelled. */
+  void set_interrupted();
+  bool is_interruption() const;
+  /** An argument is missing or impossible. */
+  void set_wrong_argument(const char *what);
+  /** Take over what a session's statement has reported. @return whether it has
+      reported an error */
+  bool take_from(const THD *thd);
+
+  bool is_set() const { return code() != 0; }
+  unsigned int code() const { return code_.load(std::memory_order_acquire); }
+  /** Until clear(); empty without a failure. */
+  const char *text() const { return is_set() ? text_ : ""; }
+
+ private:
+  std::mutex mutex_;
+  std::atomic<unsigned int> code_{0};  // set under mutex_, after text_
+  char text_[text_bytes] = "";
+};
+
+#endif  // MORVENA_SN_COMMON_FAILURE_H

@@ -1,0 +1,379 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// How a call is ended from outside: cursor_cancel(), and the kill of the client
+// for whom it runs. And how far it has come.
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "client_call.h"
+#include "common.h"
+#include "parallel_test.h"
+#include "session.h"
+
+namespace {
+
+using namespace harness;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+unsigned int error_of(uintptr_t handle) {
+  return cursor_error(handle, nullptr);
+}
+
+class Ending : public Parallel_test {
+ protected:
+  void make(size_t n_rows) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
+    fill("t", n_rows, "i, i");
+  }
+  /** A read that does not end by itself within the case. */
+  static bool take_time(const Batch &) {
+    std::this_thread::sleep_for(milliseconds(100));
+    return false;
+  }
+  static long long ms_since(steady_clock::time_point from) {
+    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - from)
+        .count();
+  }
+};
+
+TEST_F(Ending, CancelEndsAParallelRead) {
+  make(400000);
+  for (const size_t threads : {0, 2, 4}) {
+    Scan scan;
+    std::atomic<bool> begun{false};
+    steady_clock::time_point cancelled;
+    auto canceller = on_own_thread([&] {
+      EXPECT_TRUE(wait_until([&] { return begun.load(); }));
+      cancelled = steady_clock::now();
+      cursor_cancel(scan.handle);
+    });
+    EXPECT_FALSE(read_parallel(scan, threads, [&](const Batch &batch) {
+      begun = true;
+      return take_time(batch);
+    }));
+    canceller.get();
+    EXPECT_LT(ms_since(cancelled), 1000);
+    EXPECT_EQ(error_of(scan.handle), 1317u);
+    // The handle can be read again.
+    EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 400000u);
+    EXPECT_EQ(error_of(scan.handle), 0u);
+  }
+}
+
+TEST_F(Ending, CancelOfAnIdleCursorEndsItsNextCall) {
+  make(10);
+  Cursor cursor;
+  for (int i = 0; i < 3; ++i) {
+    cursor_cancel(cursor.handle);
+    cursor_cancel(cursor.handle);  // counts once
+    EXPECT_FALSE(cursor.set_range());
+    EXPECT_EQ(error_of(cursor.handle), 1317u);
+    EXPECT_EQ(cursor.ints(0).size(), 10u);
+  }
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  cursor_cancel(cursor.handle);
+  EXPECT_FALSE(cursor.next());
+  EXPECT_EQ(error_of(cursor.handle), 1317u);
+  // The position stays.
+  ASSERT_TRUE(cursor.next());
+  EXPECT_EQ(cursor.read_int(0), 2);
+}
+
+TEST_F(Ending, CancelledCursorStillComputesVirtualColumns) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, w INT AS (id * 2) VIRTUAL)");
+  sql.exec("INSERT INTO t (id) VALUES (1), (2), (3)");
+  Cursor cursor;
+  cursor_cancel(cursor.handle);
+  EXPECT_FALSE(cursor.set_range());
+  EXPECT_EQ(cursor.ints(1), (std::vector<long long>{2, 4, 6}));
+}
+
+TEST_F(Ending, CancelOfWhatIsNoCursorDoesNothing) {
+  make(10);
+  cursor_cancel(0);
+  Cursor first;
+  const uintptr_t closed = first.handle;
+  first.close();
+  // Its session serves the next cursor.
+  Cursor second;
+  cursor_cancel(closed);
+  EXPECT_EQ(second.ints(0).size(), 10u);
+}
+
+TEST_F(Ending, CancelComesFromManyThreadsAtOnce) {
+  make(1000);
+  Cursor cursor;
+  std::atomic<bool> stop{false};
+  std::vector<std::future<void>> cancellers;
+  for (int i = 0; i < 4; ++i) {
+    cancellers.push_back(on_own_thread([&] {
+      while (!stop) cursor_cancel(cursor.handle);
+    }));
+  }
+  size_t n_cancelled = 0;
+  for (int i = 0; i < 2000; ++i) {
+    cursor.set_range();
+    while (cursor.next()) {
+    }
+    if (error_of(cursor.handle) == 1317) ++n_cancelled;
+  }
+  stop = true;
+  for (auto &canceller : cancellers) canceller.get();
+  EXPECT_GT(n_cancelled, 0u);
+  // One may be left for the next call.
+  cursor.set_range();
+  EXPECT_EQ(cursor.ints(0).size(), 1000u);
+}
+
+// A statement of the client, its call on the client's thread, and what kills
+// it.
+TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
+  make(400000);
+  Client client;
+  client.exec("USE db");
+  const auto end_by = [&](const std::string &statement,
+                          const std::string &hint) {
+    std::atomic<bool> begun{false};
+    unsigned int code = 0;
+    bool complete = true;
+    // A client that is killed for good gets its answer at once.
+    std::promise<void> ended;
+    auto reply = call_on_client_thread(
+        client,
+        [&] {
+          Scan scan;
+          complete = read_parallel(scan, 2, [&](const Batch &batch) {
+            begun = true;
+            return take_time(batch);
+          });
+          code = error_of(scan.handle);
+          scan.close();
+          ended.set_value();
+        },
+        hint);
+    EXPECT_TRUE(wait_until([&] { return begun.load(); }));
+    const auto killed = steady_clock::now();
+    if (!statement.empty()) sql.exec(statement);
+    ended.get_future().get();
+    reply.get();
+    const bool by_sql = !statement.empty();
+    if (by_sql) {
+      EXPECT_LT(ms_since(killed), 1000);
+    }
+    EXPECT_FALSE(complete) << statement;
+    EXPECT_EQ(code, 1317u) << statement;
+  };
+  end_by("KILL QUERY " + std::to_string(client.id()), "");
+  end_by("", "/*+ MAX_EXECUTION_TIME(300) */");
+  // The next statement is not ended by the kill of the one before.
+  bool complete = false;
+  call_on_client_thread(client, [&] {
+    const Scan scan;
+    complete = read_parallel(scan, 2, [](const Batch &) { return false; });
+  }).get();
+  EXPECT_TRUE(complete);
+  end_by("KILL " + std::to_string(client.id()), "");
+}
+
+// A cursor that a client opened with its own snapshot, read by a thread of the
+// embedder's.
+TEST_F(Ending, KillOfTheClientEndsTheReadOfItsOwnSnapshotOnAnyThread) {
+  make(400000);
+  Client client;
+  client.exec("USE db");
+  client.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  std::atomic<bool> begun{false};
+  auto reply = call_on_client_thread(client, [&] {
+    const Scan scan({.donor = client.id()});
+    EXPECT_EQ(cursor_snapshot(scan.handle), 1);
+    on_own_thread([&] {
+      EXPECT_FALSE(read_parallel(scan, 2, [&](const Batch &batch) {
+        begun = true;
+        return take_time(batch);
+      }));
+      EXPECT_EQ(error_of(scan.handle), 1317u);
+    }).get();
+  });
+  ASSERT_TRUE(wait_until([&] { return begun.load(); }));
+  const auto killed = steady_clock::now();
+  sql.exec("KILL QUERY " + std::to_string(client.id()));
+  reply.get();
+  EXPECT_LT(ms_since(killed), 1000);
+}
+
+TEST_F(Ending, KillOfAnotherDonorEndsNothing) {
+  make(50000);
+  Client other;
+  other.exec("USE db");
+  other.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  const Scan scan({.donor = other.id()});
+  std::atomic<bool> killed{false};
+  EXPECT_TRUE(read_parallel(scan, 2, [&](const Batch &) {
+    if (!killed.exchange(true)) {
+      sql.exec("KILL " + std::to_string(other.id()));
+      std::this_thread::sleep_for(milliseconds(300));
+    }
+    return false;
+  }));
+  EXPECT_TRUE(killed);
+}
+
+TEST_F(Ending, KillOfTheClientEndsAnOpeningThatWaitsForALock) {
+  make(10);
+  Client locker, client;
+  locker.exec("USE db");
+  client.exec("USE db");
+  locker.exec("LOCK TABLES t WRITE");
+  unsigned int code = 0;
+  bool opened = true;
+  auto reply = call_on_client_thread(client, [&] {
+    const Cursor cursor({.timeout = 60});
+    opened = cursor.is_open();
+    code = cursor.error;
+  });
+  ASSERT_TRUE(wait_until([&] {
+    return sql.number(
+               "SELECT COUNT(*) FROM performance_schema.metadata_locks WHERE"
+               " OBJECT_SCHEMA = 'db' AND LOCK_STATUS = 'PENDING'") == 1;
+  }));
+  const auto killed = steady_clock::now();
+  sql.exec("KILL QUERY " + std::to_string(client.id()));
+  reply.get();
+  EXPECT_LT(ms_since(killed), 1000);
+  EXPECT_FALSE(opened);
+  EXPECT_EQ(code, 1317u);
+}
+
+// A new session waits as the server is set, one of the pool as its last user.
+TEST_F(Ending, OpeningWaitsNoLongerThanItWasTold) {
+  make(10);
+  sql.exec("SET GLOBAL lock_wait_timeout = 60");
+  Client locker;
+  locker.exec("USE db");
+  locker.exec("LOCK TABLES t WRITE");
+  CommonApi::destroy_idle_sessions();
+  const auto begun = steady_clock::now();
+  const Cursor cursor({.timeout = 1});
+  sql.exec("SET GLOBAL lock_wait_timeout = DEFAULT");
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 1205u);
+  EXPECT_GE(ms_since(begun), 900);
+  EXPECT_LT(ms_since(begun), 10000);
+}
+
+TEST_F(Ending, ProgressIsKnownWhileAReadRuns) {
+  make(200000);
+  sql.exec("ANALYZE TABLE t");
+  uint64_t rows = 1, pages = 1, estimated = 1;
+  EXPECT_FALSE(cursor_progress(0, &rows, &pages, &estimated));
+  Scan scan;
+  ASSERT_TRUE(cursor_progress(scan.handle, &rows, &pages, &estimated));
+  EXPECT_EQ(rows, 0u);
+  for (const size_t threads : {0, 3}) {
+    std::atomic<uint64_t> largest{0};
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &) {
+      uint64_t seen = 0;
+      EXPECT_TRUE(cursor_progress(scan.handle, &seen, nullptr, nullptr));
+      largest = std::max(largest.load(), seen);
+      return false;
+    }));
+    EXPECT_GT(largest, 4096u);
+    ASSERT_TRUE(cursor_progress(scan.handle, &rows, &pages, &estimated));
+    EXPECT_EQ(rows, 200000u);
+    const auto leaves = static_cast<uint64_t>(
+        sql.number("SELECT stat_value FROM mysql.innodb_index_stats WHERE"
+                   " database_name = 'db' AND table_name = 't' AND index_name"
+                   " = 'PRIMARY' AND stat_name = 'n_leaf_pages'"));
+    EXPECT_EQ(estimated, leaves);
+    EXPECT_GE(pages, leaves / 2);
+    EXPECT_LE(pages, leaves * 2);
+  }
+  const uintptr_t closed = scan.handle;
+  scan.close();
+  EXPECT_FALSE(cursor_progress(closed, &rows, &pages, &estimated));
+  Cursor cursor;
+  ASSERT_EQ(cursor.ints(0).size(), 200000u);
+  ASSERT_TRUE(cursor_progress(cursor.handle, &rows, nullptr, nullptr));
+  EXPECT_EQ(rows, 200000u);
+}
+
+class Own_snapshot : public Parallel_test {
+ protected:
+  Own_snapshot() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
+    sql.exec("CREATE TABLE u (id INT PRIMARY KEY, v INT)");
+    sql.exec("INSERT INTO t VALUES (1, 10)");
+    sql.exec("INSERT INTO u VALUES (1, 10)");
+  }
+};
+
+TEST_F(Own_snapshot, IsOneMomentForSeveralTables) {
+  unsigned int error = 5;
+  char message[512] = "";
+  const uint32_t moment = open_snapshot(&error, message);
+  ASSERT_NE(moment, 0u) << message;
+  EXPECT_EQ(error, 0u);
+  sql.exec("UPDATE t SET v = 11");
+  sql.exec("UPDATE u SET v = 11");
+  Cursor of_t({.donor = moment});
+  sql.exec("UPDATE u SET v = 12");
+  Cursor of_u({.table = "u", .donor = moment});
+  const Scan scan_u({.table = "u", .donor = moment});
+  EXPECT_EQ(cursor_snapshot(of_t.handle), 1);
+  EXPECT_EQ(of_t.ints(1), (std::vector<long long>{10}));
+  EXPECT_EQ(of_u.ints(1), (std::vector<long long>{10}));
+  close_snapshot(moment);
+  // The cursors keep what they copied.
+  EXPECT_EQ(of_u.ints(1), (std::vector<long long>{10}));
+  EXPECT_EQ(collect_ints(scan_u, 2, 1), (std::vector<long long>{10}));
+}
+
+TEST_F(Own_snapshot, IsUnknownAfterItsEnd) {
+  const uint32_t moment = open_snapshot(nullptr, nullptr);
+  close_snapshot(moment);
+  close_snapshot(moment);
+  close_snapshot(0);
+  close_snapshot(sql.id());
+  const Cursor cursor({.donor = moment});
+  EXPECT_TRUE(cursor.is_open());
+  EXPECT_EQ(session_error(current_session()).number, 1094u);
+  EXPECT_EQ(cursor_snapshot(cursor.handle), 0);
+  EXPECT_EQ(sql.number("SELECT 1"), 1);
+}
+
+TEST_F(Own_snapshot, HoldsBackPurgeUntilItsEnd) {
+  const uint32_t moment = open_snapshot(nullptr, nullptr);
+  sql.exec("DELETE FROM t");
+  for (int i = 0; i < 200; ++i) sql.exec("UPDATE u SET v = v + 1");
+  std::this_thread::sleep_for(milliseconds(300));
+  Cursor cursor({.donor = moment});
+  EXPECT_EQ(cursor.ints(1), (std::vector<long long>{10}));
+  close_snapshot(moment);
+}
+
+TEST_F(Own_snapshot, CursorsTellWhoseTheyHave) {
+  const Cursor own;
+  EXPECT_EQ(cursor_snapshot(own.handle), 2);
+  take_snapshot();
+  const Cursor donors({.donor = donor.id()});
+  EXPECT_EQ(cursor_snapshot(donors.handle), 1);
+  Client idle;
+  Cursor fresh({.donor = idle.id()});
+  EXPECT_EQ(cursor_snapshot(fresh.handle), 0);
+  EXPECT_EQ(fresh.ints(1), (std::vector<long long>{10}));
+  EXPECT_EQ(cursor_snapshot(fresh.handle), 2);
+  EXPECT_EQ(cursor_snapshot(0), 0);
+}
+
+}  // namespace
