@@ -13,6 +13,8 @@
 
 #include "common.h"
 #include "cursor_test.h"
+#include "global_setting.h"
+#include "purge.h"
 
 namespace {
 
@@ -26,47 +28,11 @@ class Snapshot : public Cursor_test {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, pad VARCHAR(200),"
         " KEY by_v (v))");
-    sql.exec("CREATE TABLE noise (id INT PRIMARY KEY)");
     sql.exec("SET cte_max_recursion_depth = 100000");
     sql.exec(
         "INSERT INTO t WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL"
         " SELECT i + 1 FROM n WHERE i < 1000)"
         " SELECT i, i * 10, REPEAT('p', 200) FROM n");
-    sql.exec("SET GLOBAL innodb_purge_rseg_truncate_frequency = 1");
-    sql.exec("SET GLOBAL innodb_monitor_enable = 'purge_invoked'");
-  }
-  ~Snapshot() override {
-    sql.attempt("SET GLOBAL innodb_purge_rseg_truncate_frequency = DEFAULT");
-    sql.attempt("SET GLOBAL innodb_monitor_disable = 'purge_invoked'");
-  }
-
-  int64_t metric(const std::string &name) {
-    return sql.number(
-        "SELECT count FROM information_schema.innodb_metrics"
-        " WHERE name = '" +
-        name + "'");
-  }
-  int64_t history() { return metric("trx_rseg_history_len"); }
-
-  /** Wakes purge, which sleeps while nothing is committed. */
-  void commit_something() {
-    sql.exec("INSERT INTO noise VALUES (1)");
-    sql.exec("DELETE FROM noise");
-  }
-
-  bool purge_has_run(int times) {
-    const int64_t before = metric("purge_invoked");
-    return wait_until([&] {
-      commit_something();
-      return metric("purge_invoked") >= before + times;
-    });
-  }
-
-  bool history_shrinks_below(int64_t length) {
-    return wait_until([&] {
-      commit_something();
-      return history() < length;
-    });
   }
 
   /** As many transactions as there are rows to delete. */
@@ -74,12 +40,14 @@ class Snapshot : public Cursor_test {
     for (int i = 1; i <= rows; ++i)
       sql.exec("DELETE FROM t WHERE id = " + std::to_string(i));
   }
+
+  Purge purge{&sql};
 };
 
 // Purge stops at the copy of the donor's view, also when the donor is gone, and
 // goes on when the cursor closes.
 TEST_F(Snapshot, PurgeKeepsWhatTheCursorSees) {
-  ASSERT_TRUE(history_shrinks_below(100));
+  ASSERT_TRUE(purge.shrinks_history_below(100));
   const Ints all = as_ints(sql.query("SELECT v FROM t ORDER BY id"));
   auto donor = std::make_unique<Client>();
   donor->exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
@@ -87,93 +55,93 @@ TEST_F(Snapshot, PurgeKeepsWhatTheCursorSees) {
   Cursor by_v({.index = "by_v", .donor = donor->id()});
   donor.reset();
   delete_one_by_one(300);
-  ASSERT_TRUE(purge_has_run(5));
-  EXPECT_GE(history(), 300);
+  ASSERT_TRUE(purge.has_run(5));
+  EXPECT_GE(purge.history(), 300);
   EXPECT_EQ(cursor.ints(1), all);
   EXPECT_EQ(by_v.ints(1), all);
   cursor.close();
-  ASSERT_TRUE(purge_has_run(5));
-  EXPECT_GE(history(), 300);
+  ASSERT_TRUE(purge.has_run(5));
+  EXPECT_GE(purge.history(), 300);
   EXPECT_EQ(by_v.ints(1), all);
   by_v.close();
-  EXPECT_TRUE(history_shrinks_below(300));
+  EXPECT_TRUE(purge.shrinks_history_below(300));
 }
 
 TEST_F(Snapshot, PurgeKeepsWhatACursorWithoutADonorSees) {
-  ASSERT_TRUE(history_shrinks_below(100));
+  ASSERT_TRUE(purge.shrinks_history_below(100));
   const Ints all = as_ints(sql.query("SELECT v FROM t ORDER BY id"));
   Cursor cursor;
   delete_one_by_one(300);
-  ASSERT_TRUE(purge_has_run(5));
-  EXPECT_GE(history(), 300);
+  ASSERT_TRUE(purge.has_run(5));
+  EXPECT_GE(purge.history(), 300);
   EXPECT_EQ(cursor.ints(1), all);
   cursor.close();
-  EXPECT_TRUE(history_shrinks_below(300));
+  EXPECT_TRUE(purge.shrinks_history_below(300));
 }
 
 TEST_F(Snapshot, ClosedCursorKeepsNothing) {
-  ASSERT_TRUE(history_shrinks_below(100));
+  ASSERT_TRUE(purge.shrinks_history_below(100));
   Client donor;
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   for (int i = 0; i < 10; ++i) Cursor({.donor = donor.id()}).ints(0);
   donor.exec("COMMIT");
   delete_one_by_one(200);
-  EXPECT_TRUE(history_shrinks_below(200));
+  EXPECT_TRUE(purge.shrinks_history_below(200));
 }
 
 TEST_F(Snapshot, FailedOpeningKeepsNothing) {
-  ASSERT_TRUE(history_shrinks_below(100));
+  ASSERT_TRUE(purge.shrinks_history_below(100));
   Client donor;
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   EXPECT_FALSE(Cursor({.index = "nothing", .donor = donor.id()}).is_open());
   EXPECT_FALSE(Cursor({.index = "nothing"}).is_open());
   donor.exec("COMMIT");
   delete_one_by_one(200);
-  EXPECT_TRUE(history_shrinks_below(200));
+  EXPECT_TRUE(purge.shrinks_history_below(200));
 }
 
 // With autocommit off, the end of a statement would not be the end of a
 // transaction: a session would keep its view in the pool.
 TEST_F(Snapshot, GlobalAutocommitOffChangesNothing) {
   CommonApi::destroy_idle_sessions();
-  sql.exec("SET GLOBAL autocommit = 0");
   Client donor;
-  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  sql.exec("UPDATE t SET v = -1 WHERE id = 1");
-  EXPECT_EQ(Cursor().ints(1)[0], -1);
-  EXPECT_EQ(Cursor({.donor = donor.id()}).ints(1)[0], 10);
-  EXPECT_EQ(Cursor().ints(1)[0], -1);
-  sql.exec("SET GLOBAL autocommit = 1");
+  {
+    const Global_setting off("autocommit", "0");
+    donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+    sql.exec("UPDATE t SET v = -1 WHERE id = 1");
+    EXPECT_EQ(Cursor().ints(1).at(0), -1);
+    EXPECT_EQ(Cursor({.donor = donor.id()}).ints(1).at(0), 10);
+    EXPECT_EQ(Cursor().ints(1).at(0), -1);
+  }
   donor.exec("COMMIT");
-  ASSERT_TRUE(history_shrinks_below(100));
+  ASSERT_TRUE(purge.shrinks_history_below(100));
   delete_one_by_one(200);
-  EXPECT_TRUE(history_shrinks_below(200));
+  EXPECT_TRUE(purge.shrinks_history_below(200));
 }
 
 TEST_F(Snapshot, GlobalReadUncommittedKeepsNone) {
-  sql.exec("SET GLOBAL TRANSACTION ISOLATION LEVEL READ UNCOMMITTED");
   Client writer;
   writer.exec("BEGIN");
   writer.exec("UPDATE db.t SET v = -5 WHERE id = 1");
-  EXPECT_EQ(Cursor().ints(1)[0], -5);
-  writer.exec("ROLLBACK");
-  sql.exec("SET GLOBAL TRANSACTION ISOLATION LEVEL REPEATABLE READ");
-  EXPECT_EQ(Cursor().ints(1)[0], 10);
+  {
+    const Global_setting level("transaction_isolation", "'READ-UNCOMMITTED'");
+    EXPECT_EQ(Cursor().ints(1).at(0), -5);
+  }
+  EXPECT_EQ(Cursor().ints(1).at(0), 10);
 }
 
 TEST_F(Snapshot, GlobalReadCommittedKeepsTheDonors) {
-  sql.exec("SET GLOBAL TRANSACTION ISOLATION LEVEL READ COMMITTED");
+  const Global_setting level("transaction_isolation", "'READ-COMMITTED'");
   Client donor;
   donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL REPEATABLE READ");
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   Cursor cursor({.donor = donor.id()}), own;
   sql.exec("UPDATE t SET v = -1 WHERE id = 1");
-  EXPECT_EQ(cursor.ints(1)[0], 10);
-  EXPECT_EQ(own.ints(1)[0], 10);
+  EXPECT_EQ(cursor.ints(1).at(0), 10);
+  EXPECT_EQ(own.ints(1).at(0), 10);
   sql.exec("UPDATE t SET v = -2 WHERE id = 1");
-  EXPECT_EQ(cursor.ints(1)[0], 10);
-  EXPECT_EQ(own.ints(1)[0], 10);
-  sql.exec("SET GLOBAL TRANSACTION ISOLATION LEVEL REPEATABLE READ");
+  EXPECT_EQ(cursor.ints(1).at(0), 10);
+  EXPECT_EQ(own.ints(1).at(0), 10);
 }
 
 TEST_F(Snapshot, StaysTheSameThroughEveryRange) {

@@ -8,6 +8,7 @@
 
 // Values of dates and times.
 
+#include "global_setting.h"
 #include "value_test.h"
 
 namespace {
@@ -138,25 +139,23 @@ TEST_F(Temporal_value, ZeroTimestamp) {
 
 // The limits of the type, in a time zone where they are known.
 TEST_F(Temporal_value, TimestampLimits) {
-  sql.exec("SET GLOBAL time_zone = '+00:00'");
+  const Global_setting zone("time_zone", "'+00:00'");
   sql.exec("SET time_zone = '+00:00'");
   check("TIMESTAMP(6) NULL",
         {"'1970-01-01 00:00:01.000000'", "'2038-01-19 03:14:07.999999'"},
         datetimes());
-  sql.exec("SET GLOBAL time_zone = 'SYSTEM'");
 }
 
 TEST_F(Temporal_value, TimestampReadsInTheGlobalTimeZone) {
   sql.exec("SET time_zone = '+00:00'");
   store("TIMESTAMP NOT NULL", {"'2000-01-01 00:00:00'"});
   for (const int hours : {3, -5}) {
-    sql.exec("SET GLOBAL time_zone = '" + std::string(hours > 0 ? "+" : "") +
-             std::to_string(hours) + ":00'");
+    const Global_setting zone(
+        "time_zone", (hours > 0 ? "'+" : "'") + std::to_string(hours) + ":00'");
     Cursor cursor;
     EXPECT_TRUE(cursor.set_range());
     EXPECT_EQ(cursor.read_datetime(1), hours * 3600000000) << hours;
   }
-  sql.exec("SET GLOBAL time_zone = 'SYSTEM'");
 }
 
 TEST_F(Temporal_value, TimeOfEachPrecision) {
