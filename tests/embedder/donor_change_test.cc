@@ -10,12 +10,16 @@
 // does to the donor.
 
 #include "donor_test.h"
+#include "purge.h"
 
 namespace {
 
 using namespace harness;
 
-class Changing_donor : public Donor_test {};
+class Changing_donor : public Donor_test {
+ protected:
+  Purge purge{&sql};
+};
 
 TEST_F(Changing_donor, CommitsWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
@@ -23,8 +27,11 @@ TEST_F(Changing_donor, CommitsWhileTheCursorReads) {
   Cursor cursor({.donor = donor.id()});
   ASSERT_TRUE(cursor.set_range());
   donor.exec("COMMIT");
+  // The deleted row is gone for good once purge has passed it.
+  ASSERT_TRUE(purge.has_run(5));
   EXPECT_EQ(cursor.ints(1), before);
   donor.exec("UPDATE t SET v = 99");
+  ASSERT_TRUE(purge.has_run(5));
   EXPECT_EQ(cursor.ints(1), before);
 }
 
@@ -58,6 +65,7 @@ TEST_F(Changing_donor, DisconnectsWhileTheCursorReads) {
                " WHERE id = " +
                std::to_string(id)) == 0;
   }));
+  ASSERT_TRUE(purge.has_run(5));
   EXPECT_EQ(cursor.ints(1), before);
 }
 
