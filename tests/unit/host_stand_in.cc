@@ -8,6 +8,8 @@
 
 #include "host_stand_in.h"
 
+#include <thread>
+
 #include "univ.i"
 
 #include "gtest/gtest.h"
@@ -16,8 +18,10 @@
 
 std::atomic<int> threads_set_up{0};
 std::atomic<int> threads_ever_set_up{0};
+std::atomic<bool> threads_are_held{false};
 
 bool my_thread_init() {
+  while (threads_are_held) std::this_thread::yield();
   ++threads_set_up;
   ++threads_ever_set_up;
   return false;

@@ -22,6 +22,9 @@ extern std::atomic<int> threads_set_up;
 /** Threads that were ever set up. */
 extern std::atomic<int> threads_ever_set_up;
 
+/** While it is true, threads that begin wait before they do anything. */
+extern std::atomic<bool> threads_are_held;
+
 /** An InnoDB assertion, which would stop a server. */
 struct Assertion : std::logic_error {
   using std::logic_error::logic_error;
