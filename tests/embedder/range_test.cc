@@ -345,6 +345,18 @@ TEST_F(Range_of_several_parts, VeryManyValues) {
 // The server fills up with the primary key's parts, which no value is for.
 TEST_F(Range_of_several_parts, PrimaryKeyPartsTakeNoValue) {
   EXPECT_EQ(cursor_idx_user_col_num(cursor.handle), 3u);
+  sql.exec("INSERT INTO t (a, b, c) VALUES (2, 3, 'b'), (2, 3, 'b')");
+  const Ints all = select("WHERE a = 2 AND b = 3 AND c = 'b' ORDER BY id");
+  ASSERT_EQ(all.size(), 3u);
+  Cursor later({.index = "k"});
+  for (const long long id : all) {
+    const Keys keys = Keys().number(2).number(3).text("b").number(id);
+    EXPECT_EQ(later.ints(0, {keys, keys}), all) << id;
+    EXPECT_EQ(later.ints(0, {keys, {}, false}),
+              select("WHERE (a = 2 AND b = 3 AND c = 'c') OR a = 3"
+                     " ORDER BY a, b, c, id"))
+        << id;
+  }
 }
 
 TEST_F(Range_of_several_parts, DescendingPart) {
