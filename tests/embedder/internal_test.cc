@@ -93,6 +93,9 @@ TEST_F(Internal, ReadModeTakesSharedLocks) {
   EXPECT_TRUE(opened.holds(MDL_SHARED_READ));
   EXPECT_FALSE(opened.holds(MDL_SHARED_WRITE));
   EXPECT_EQ(opened.table->reginfo.lock_type, TL_READ);
+  EXPECT_EQ(opened.table->file->get_lock_type(), F_RDLCK);
+  sql.exec("LOCK TABLES t READ");
+  sql.exec("UNLOCK TABLES");
 }
 
 TEST_F(Internal, WriteModeTakesWriteLocks) {
@@ -101,6 +104,9 @@ TEST_F(Internal, WriteModeTakesWriteLocks) {
   EXPECT_TRUE(opened.holds(MDL_SHARED_WRITE));
   EXPECT_FALSE(opened.holds(MDL_EXCLUSIVE));
   EXPECT_EQ(opened.table->reginfo.lock_type, TL_WRITE);
+  EXPECT_EQ(opened.table->file->get_lock_type(), F_WRLCK);
+  sql.exec("SET lock_wait_timeout = 1");
+  EXPECT_EQ(sql.attempt("LOCK TABLES t READ").error, 1205u);
 }
 
 // Nobody else may use the table, yet the lock on it is one for reading.
@@ -116,6 +122,22 @@ TEST_F(Internal, FlushModeTakesTheTableAndAReadLock) {
 TEST_F(Internal, EveryColumnIsReadWhenATableIsOpened) {
   Opened opened(HDL_READ);
   EXPECT_TRUE(bitmap_is_set_all(opened.table->read_set));
+}
+
+// The table's next user may need columns that the index does not hold.
+TEST_F(Internal, IndexOnlyEndsWithTheCursor) {
+  Opened opened(HDL_READ);
+  std::unique_ptr<IndexCursor> cursor(
+      IndexCursor::open(opened.table, "k", true, 0));
+  ASSERT_NE(cursor, nullptr);
+  ASSERT_TRUE(opened.table->key_read);
+  cursor.reset();
+  EXPECT_FALSE(opened.table->key_read);
+  cursor.reset(IndexCursor::open(opened.table, "k", false, 0));
+  ASSERT_FALSE(cursor->set_read_range(nullptr, nullptr, true, true, false));
+  longlong c;
+  ASSERT_FALSE(cursor->read_field_int(3, &c));
+  EXPECT_EQ(c, 7);
 }
 
 TEST_F(Internal, UnlockAnswersSuccessAndClosesTheTable) {

@@ -109,14 +109,6 @@ TEST_F(Read_set, EachSetAfterEachOther) {
   }
 }
 
-TEST_F(Read_set, DoesNotLastBeyondTheCursor) {
-  Cursor narrow;
-  narrow.set_columns({0});
-  EXPECT_EQ(narrow.ints(0), (Ints{1, 2, 3}));
-  narrow.close();
-  EXPECT_EQ(Cursor().ints(4), (Ints{100, 200, 300}));
-}
-
 TEST_F(Read_set, OfOneCursorIsNotOfAnother) {
   Cursor narrow, wide;
   narrow.set_columns({0});
@@ -231,11 +223,6 @@ TEST_F(Read_set, IndexOnlyFetchesAColumnOfWhichTheIndexHoldsAPrefix) {
   Cursor cursor({.index = "by_b", .index_only = true});
   EXPECT_EQ(cursor.ints(0), (Ints{1, 2, 3}));
   EXPECT_EQ(cursor.texts({2}), (Rows{{"xxx"}, {"yyy"}, {"zzz"}}));
-}
-
-TEST_F(Read_set, IndexOnlyEndsWithTheCursor) {
-  Cursor({.index = "by_a", .index_only = true}).ints(1);
-  EXPECT_EQ(Cursor({.index = "by_a"}).ints(4), (Ints{300, 200, 100}));
 }
 
 TEST_F(Read_set, IndexOnlyOnThePrimaryKeyReadsAll) {
