@@ -14,6 +14,8 @@
 
 #include "common.h"
 #include "cursor_test.h"
+#include "innodb_api/pool.h"
+#include "process.h"
 #include "session.h"
 
 namespace {
@@ -232,8 +234,13 @@ TEST_F(Session, DeinitLeavesTheClientsInPlace) {
 }
 
 TEST_F(Session, SecondInitDoesNothing) {
+  const ThreadPool *pool = ThreadPool::get_instance();
+  ASSERT_NE(pool, nullptr);
+  const size_t threads = of_process("Threads");
   init_common();
   init_common();
+  EXPECT_EQ(ThreadPool::get_instance(), pool);
+  EXPECT_LT(of_process("Threads"), threads + ThreadPool::n_workers);
   EXPECT_EQ(Cursor().ints(1), (Ints{10, 20, 30}));
 }
 
