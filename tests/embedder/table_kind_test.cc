@@ -250,23 +250,6 @@ TEST_F(Table_kind, ColumnsAddedAtOnce) {
   expect_same({.index = "k"}, "a");
 }
 
-TEST_F(Table_kind, ColumnsAddedFirstAndDroppedAtOnce) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b INT, KEY k (a))");
-  sql.exec("INSERT INTO t VALUES (1, 3, 10), (2, 2, 20)");
-  // 8.0.27 cannot; the table is then rebuilt, which reads the same.
-  if (sql.attempt("ALTER TABLE t ADD COLUMN z INT DEFAULT 9 FIRST,"
-                  " ALGORITHM = INSTANT")
-          .error != 0)
-    sql.exec("ALTER TABLE t ADD COLUMN z INT DEFAULT 9 FIRST");
-  sql.exec("INSERT INTO t VALUES (8, 3, 1, 30)");
-  if (sql.attempt("ALTER TABLE t DROP COLUMN b, ALGORITHM = INSTANT").error !=
-      0)
-    sql.exec("ALTER TABLE t DROP COLUMN b");
-  sql.exec("INSERT INTO t VALUES (7, 4, 0)");
-  expect_same({}, "id");
-  expect_same({.index = "k"}, "a");
-}
-
 TEST_F(Table_kind, LargeObjectsBesideEachOther) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a LONGBLOB, b LONGTEXT, c JSON,"
