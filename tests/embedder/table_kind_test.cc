@@ -263,15 +263,6 @@ TEST_F(Table_kind, LargeObjectsBesideEachOther) {
   expect_same({.index = "k"}, "id");
 }
 
-TEST_F(Table_kind, GeneralTablespace) {
-  sql.exec("CREATE TABLESPACE own ADD DATAFILE 'own.ibd'");
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT) TABLESPACE own");
-  sql.exec("INSERT INTO t VALUES (1, 2)");
-  EXPECT_EQ(Cursor().ints(1), (Ints{2}));
-  sql.exec("DROP TABLE t");
-  sql.exec("DROP TABLESPACE own");
-}
-
 TEST_F(Table_kind, SystemTable) {
   Cursor cursor({.db = "mysql", .table = "user"});
   EXPECT_EQ(cursor.texts({0, 1}),

@@ -1,0 +1,83 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Tables that share a file, and tables in the system's.
+
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+/** A general tablespace. Its tables are to be gone when it goes. */
+class Tablespace {
+ public:
+  explicit Tablespace(const std::string &options = "") {
+    // What a case that was given up may have left.
+    sql_.attempt("DROP TABLESPACE own");
+    sql_.exec("CREATE TABLESPACE own ADD DATAFILE 'own.ibd' " + options);
+  }
+  ~Tablespace() {
+    sql_.attempt("DROP DATABASE db");
+    sql_.attempt("DROP TABLESPACE own");
+  }
+  Tablespace(const Tablespace &) = delete;
+  Tablespace &operator=(const Tablespace &) = delete;
+
+ private:
+  Client sql_;
+};
+
+class Shared_tablespace : public Parallel_test {
+ protected:
+  /** t has a neighbour whose pages lie between its own. */
+  void check(const std::string &options) {
+    for (const char *table : {"t", "neighbour"})
+      sql.exec(std::string("CREATE TABLE ") + table +
+               " (id INT PRIMARY KEY, a INT, b VARCHAR(300), c LONGTEXT,"
+               " KEY k (a)) " +
+               options);
+    for (int part = 0; part < 4; ++part) {
+      const std::string id = std::to_string(part * 500) + " + i";
+      fill("t", 500, id + ", i % 100, 'mine', REPEAT('m', i * 37 % 12000)");
+      fill("neighbour", 500, id + ", 7, 'other', REPEAT('o', i * 41 % 12000)");
+    }
+    ASSERT_EQ(sql.number("SELECT COUNT(DISTINCT space) FROM"
+                         " information_schema.innodb_tables WHERE"
+                         " name LIKE 'db/%'"),
+              1);
+    take_snapshot();
+    sql.exec("UPDATE t SET b = 'later', c = 'short' WHERE id % 3 = 0");
+    sql.exec("DELETE FROM t WHERE id % 7 = 0");
+    expect_whole_table();
+    expect_range({.index = "k", .index_only = true}, {Keys().number(50), {}},
+                 {1, 0}, "SELECT a, id FROM t WHERE a >= 50");
+    {
+      Cursor cursor({.index = "k", .donor = donor.id()});
+      expect_rows(cursor.texts({0, 1, 2, 3}),
+                  donor.query("SELECT * FROM t ORDER BY a, id"));
+    }
+    donor.exec("ROLLBACK");
+  }
+};
+
+TEST_F(Shared_tablespace, GeneralTablespaceReadsLikeAFileOfItsOwn) {
+  const Tablespace own;
+  check("TABLESPACE own");
+}
+
+TEST_F(Shared_tablespace, GeneralTablespaceOfCompressedPages) {
+  const Tablespace own("FILE_BLOCK_SIZE = 8192");
+  check("TABLESPACE own ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 8");
+}
+
+TEST_F(Shared_tablespace, SystemTablespaceReadsLikeAFileOfItsOwn) {
+  check("TABLESPACE innodb_system");
+}
+
+}  // namespace
