@@ -263,6 +263,17 @@ TEST_F(Table_kind, LargeObjectsBesideEachOther) {
   expect_same({.index = "k"}, "id");
 }
 
+TEST_F(Table_kind, NamesThatDifferInCaseAreTwoTables) {
+  ASSERT_EQ(sql.number("SELECT @@lower_case_table_names"), 0);
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
+  sql.exec("CREATE TABLE T (id INT PRIMARY KEY)");
+  sql.exec("INSERT INTO t VALUES (1)");
+  sql.exec("INSERT INTO T VALUES (2)");
+  EXPECT_EQ(Cursor({.table = "t"}).ints(0), (Ints{1}));
+  EXPECT_EQ(Cursor({.table = "T"}).ints(0), (Ints{2}));
+  EXPECT_EQ(Cursor({.db = "DB"}).error, 1049u);
+}
+
 TEST_F(Table_kind, SystemTable) {
   Cursor cursor({.db = "mysql", .table = "user"});
   EXPECT_EQ(cursor.texts({0, 1}),

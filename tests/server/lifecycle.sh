@@ -59,14 +59,15 @@ names_are_lowered_where_the_server_stores_them_so() {
   run=$run.lower
   prepare --lower-case-table-names=1
   start --lower-case-table-names=1
-  expect 'names in mixed case' "$(act count_in_mixed_case)" '5000 rows, Db.T'
+  expect 'names in mixed case' "$(act count_in_mixed_case)" \
+    '5000 rows, 5000 rows, Db.T'
   stop
 }
 
 names_keep_their_case_where_the_server_does() {
   start
   expect 'names in mixed case' "$(act count_in_mixed_case)" \
-    "1049 Unknown database 'Db', Db.T"
+    "1049 Unknown database 'Db', 1049 Unknown database 'Db', Db.T"
   stop
 }
 

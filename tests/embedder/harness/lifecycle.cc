@@ -35,6 +35,7 @@
 #include "my_thread.h"
 #include "mysql.h"
 #include "mysql/plugin.h"
+#include "session.h"
 #include "udf_text.h"
 
 namespace harness {
@@ -54,11 +55,12 @@ void on_own_thread(F f) {
   }).join();
 }
 
-std::string open_cursor(const char *db, const char *table, uintptr_t *cursor) {
+std::string open_cursor(const char *db, const char *table, uintptr_t *cursor,
+                        uint32_t donor = 0) {
   unsigned int error = 12345;
   char message[512] = "untouched";
   *cursor =
-      open_index_cursor(db, table, "PRIMARY", false, 0, 5, &error, message);
+      open_index_cursor(db, table, "PRIMARY", false, donor, 5, &error, message);
   if (*cursor != 0) return "open " + std::to_string(error);
   return std::to_string(error) + " " + message;
 }
@@ -120,11 +122,11 @@ std::string leave_open() {
 }
 
 /** Opens a table and counts its rows; the session stays in the pool. */
-std::string count_rows(const char *db, const char *table) {
+std::string count_rows(const char *db, const char *table, uint32_t donor = 0) {
   std::string result;
   on_own_thread([&] {
     uintptr_t cursor;
-    result = open_cursor(db, table, &cursor);
+    result = open_cursor(db, table, &cursor, donor);
     if (cursor == 0) return;
     int rows = 0;
     if (cursor_set_read_range(cursor, nullptr, nullptr, true, true, false))
@@ -135,11 +137,45 @@ std::string count_rows(const char *db, const char *table) {
   return result;
 }
 
+bool count_batch(uint64_t batch, uint64_t, void *rows) {
+  *static_cast<uint64_t *>(rows) += pread_n_tuples(batch);
+  return false;
+}
+
+/** The same by a sequential scan. */
+std::string scan_rows(const char *db, const char *table, uint32_t donor = 0) {
+  std::string result;
+  on_own_thread([&] {
+    unsigned int error;
+    char message[512];
+    const uintptr_t cursor =
+        open_seqscan_cursor(db, table, donor, 5, &error, message);
+    if (cursor == 0) {
+      result = std::to_string(error) + " " + message;
+      return;
+    }
+    uint64_t rows = 0;
+    const bool complete =
+        seqscan_cursor_advance_parallel(cursor, 1, count_batch, &rows);
+    close_seqscan_cursor(cursor);
+    result = std::to_string(rows) + " rows";
+    if (!complete) result += " and no more";
+  });
+  return result;
+}
+
 /** The names are in letters of both cases, and stay so. */
 std::string count_in_mixed_case() {
   char db[] = "Db", table[] = "T";
   const std::string result = count_rows(db, table);
-  return result + ", " + db + "." + table;
+  return result + ", " + scan_rows(db, table) + ", " + db + "." + table;
+}
+
+/** What the client sees that asks. */
+std::string count_for_client() {
+  const uint32_t donor = session_id(current_session());
+  const std::string result = count_rows("db", "t", donor);
+  return result + ", " + scan_rows("db", "t", donor);
 }
 
 /** Reads t again and again until its cursor is taken away.
@@ -191,6 +227,7 @@ std::string act(const std::string &name) {
       {"read_on", read_on},
       {"count", [] { return count_rows("db", "t"); }},
       {"count_in_mixed_case", count_in_mixed_case},
+      {"count_for_client", count_for_client},
   };
   const auto found = acts.find(name);
   return found == acts.end() ? "no such act" : found->second();
