@@ -11,6 +11,7 @@
 #include <chrono>
 
 #include "donor_test.h"
+#include "global_setting.h"
 #include "session.h"
 
 namespace {
@@ -198,6 +199,18 @@ TEST_F(Donor, SavepointRolledBack) {
   donor.exec("INSERT INTO t VALUES (6, 60)");
   donor.exec("ROLLBACK TO s");
   EXPECT_EQ(read(donor.id()), (Ints{10, 20, 30, 50}));
+}
+
+// Turning the second off leaves the first on.
+TEST_F(Donor, OfAServerThatTakesNoChangesGivesItsSnapshot) {
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  change();
+  const Global_setting read_only("read_only", "1");
+  const Global_setting super_read_only("super_read_only", "1");
+  ASSERT_EQ(sql.attempt("DELETE FROM t").error, 1290u);
+  EXPECT_EQ(read(donor.id()), before);
+  EXPECT_EQ(read(donor.id(), "by_v"), before);
+  EXPECT_EQ(read(0), after);
 }
 
 TEST_F(Donor, ReadCommittedBetweenStatementsGivesAFreshSnapshot) {

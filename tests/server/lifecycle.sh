@@ -217,10 +217,23 @@ tables_of_a_read_only_server() {
   stop
 }
 
+donors_of_a_read_only_server() {
+  start --innodb-read-only
+  local rows='5000 rows, 5000 rows'
+  expect 'without a transaction' "$(act count_for_client)" "$rows"
+  for begin in 'START TRANSACTION WITH CONSISTENT SNAPSHOT' \
+    'BEGIN; DO (SELECT COUNT(*) FROM db.t)'; do
+    expect "$begin" "$(sql "$run" "$begin;
+      SELECT morvena_act('count_for_client')")" "$rows"
+  done
+  stop
+}
+
 super_read_only_server() {
   start
   sql "$run" 'SET GLOBAL super_read_only = 1'
   expect 'rows' "$(act count)" '5000 rows'
+  expect 'rows of a donor' "$(act count_for_client)" '5000 rows, 5000 rows'
   stop
 }
 
