@@ -1,0 +1,63 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// What standard error says of a read that fails.
+
+#include "parallel_test.h"
+#include "session.h"
+
+#include "my_base.h"
+
+namespace {
+
+using namespace harness;
+
+const std::string words = "got error while scan index :";
+
+class Failing_read : public Parallel_test {
+ protected:
+  // More rows than are fetched ahead.
+  Failing_read() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
+    fill("t", 20000, "i");
+  }
+};
+
+TEST_F(Failing_read, SaysItsCodeOnce) {
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  kill_session(current_session());
+  const Server_log log(sql);
+  int rows = 0;
+  while (cursor.next()) ++rows;
+  ASSERT_LT(rows, 20000);
+  EXPECT_EQ(log.count(words + std::to_string(HA_ERR_GENERIC) + "\n"), 1u);
+  EXPECT_FALSE(cursor.next());
+  EXPECT_EQ(log.count(words), 1u);
+}
+
+TEST_F(Failing_read, SaysItsCodeWhereARangeDoesNotBegin) {
+  Cursor cursor;
+  kill_session(current_session());
+  const Server_log log(sql);
+  EXPECT_FALSE(cursor.set_range());
+  EXPECT_EQ(log.count(words + std::to_string(HA_ERR_GENERIC) + "\n"), 1u);
+}
+
+TEST_F(Failing_read, EndOfARangeSaysNothing) {
+  const Server_log log(sql);
+  Cursor cursor;
+  EXPECT_EQ(cursor.ints(0).size(), 20000u);
+  EXPECT_EQ(cursor.ints(0, {.reverse = true}).size(), 20000u);
+  const Keys beyond = Keys().number(30000);
+  EXPECT_FALSE(cursor.set_range({beyond, {}}));
+  EXPECT_FALSE(cursor.set_range({beyond, beyond}));
+  EXPECT_EQ(log.count(words), 0u);
+}
+
+}  // namespace
