@@ -222,6 +222,42 @@ TEST_F(Fault, MemoryOfIndexReadsWithThreads) {
   fail_each("index, threads", read_an_index_with_threads);
 }
 
+TEST_F(Fault, OpeningWithoutMemorySaysSo) {
+  using Open_call = uintptr_t (*)(unsigned int *, char *);
+  const Open_call calls[] = {
+      [](unsigned int *error, char *message) {
+        return open_index_cursor("db", "t", "by_v", false, 0, 5, error,
+                                 message);
+      },
+      [](unsigned int *error, char *message) {
+        return open_seqscan_cursor("db", "t", 0, 5, error, message);
+      }};
+  for (const Open_call open : calls) {
+    size_t refused = 0;
+    for (size_t n = 1; n == 1 || fault::has_failed(); ++n) {
+      CommonApi::destroy_idle_sessions();
+      unsigned int error = 12345;
+      char message[512] = "untouched";
+      uintptr_t cursor;
+      {
+        const fault::Failing_allocation failing(n);
+        cursor = open(&error, message);
+      }
+      if (cursor == 0) {
+        ++refused;
+        EXPECT_EQ(error, 10134u) << "allocation " << n;
+        EXPECT_STREQ(message, "Out of memory") << "allocation " << n;
+      } else {
+        EXPECT_EQ(error, 0u) << "allocation " << n;
+      }
+      close_index_cursor(cursor);
+      close_seqscan_cursor(cursor);
+      expect_nothing_left(n);
+    }
+    EXPECT_GT(refused, 0u);
+  }
+}
+
 TEST_F(Fault, MemoryOfTheStart) {
   size_t n = 0;
   for (size_t without = 0; without < 3 && !HasFatalFailure(); ++n) {
