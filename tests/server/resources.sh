@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Cases of tests/resource, each in a server that is short of something.
+# Cases of tests/resource, each in a server that is short of something, or has
+# pages of another size.
 #   resources.sh prepare DIR              makes the servers' data
 #   resources.sh case DIR SUITE.CASE      runs a case, prints what it measured
 #   resources.sh compare_list DIR FILE    whether FILE names all cases
@@ -11,7 +12,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 plugins=(--plugin-load-add=morvena_sn.so
   --plugin-load-add=morvena_sn_resource.so)
 
-# What the server of a case has little of.
+# What the server of a case has little of, or has otherwise.
 set_options() {
   case $1 in
     Temporary_space.*)
@@ -31,6 +32,11 @@ set_options() {
       options=(--innodb-buffer-pool-size="${POOL_MB:-5}M"
         --innodb-buffer-pool-chunk-size=1M --innodb-buffer-pool-instances=1)
       ;;
+    Page_size_*)
+      local kb=${1#Page_size_}
+      own_data=yes
+      options=(--innodb-page-size="${kb%%k.*}K")
+      ;;
     *) options=() ;;
   esac
 }
@@ -46,12 +52,16 @@ stop() {
   expect_clean_end "$run"
 }
 
+make_function() {
+  sql "$run" "CREATE FUNCTION morvena_test RETURNS STRING
+    SONAME 'morvena_sn_resource.so'"
+}
+
 prepare() {
   rm -rf "$run"
   mkdir -p "$run"
   start
-  sql "$run" "CREATE FUNCTION morvena_test RETURNS STRING
-    SONAME 'morvena_sn_resource.so'"
+  make_function
   stop
 }
 
@@ -60,12 +70,20 @@ run_case() {
   local answer seconds=300
   [[ -z ${TABLE_MB-} ]] || seconds=3500
   set_options "$1"
+  if [[ -n ${own_data-} ]]; then
+    run=$run.own/data
+    server kill "$run" >/dev/null
+    rm -rf "$run"
+    mkdir -p "$run"
+  fi
   start "${options[@]}"
+  [[ -z ${own_data-} ]] || make_function
   answer=$(TIMEOUT=$seconds sql "$run" "SELECT morvena_test('$1')" 2>&1) ||
     fail "the case did not end: $answer"
   log_since_mark "$run" | sed -n 's/^figure: //p'
   expect "$1" "$answer" PASS
   stop
+  [[ -z ${own_data-} ]] || rm -rf "${run%/data}"
 }
 
 run=$2
