@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Cases of tests/resource, each in a server that is short of something, or has
-# pages of another size.
+# pages of another size, or encrypts.
 #   resources.sh prepare DIR              makes the servers' data
 #   resources.sh case DIR SUITE.CASE      runs a case, prints what it measured
 #   resources.sh compare_list DIR FILE    whether FILE names all cases
@@ -37,8 +37,42 @@ set_options() {
       own_data=yes
       options=(--innodb-page-size="${kb%%k.*}K")
       ;;
+    Encryption.*)
+      own_data=yes
+      options=()
+      use_keyring
+      ;;
     *) options=() ;;
   esac
+}
+
+# The server reads what components to load beside the program that it was started
+# as, and a component its settings beside itself: BUILD becomes a folder of links
+# in which both are our own.
+use_keyring() {
+  local file program reference keyring own=$run.own/build
+  program=$(cat "$BUILD/host/exports.of")
+  reference=$(readlink -f "$BUILD/plugin/component_reference_cache.so")
+  keyring=${reference%/*}/component_keyring_file.so
+  if [[ ! -e $keyring ]]; then
+    echo "the host has no component_keyring_file"
+    exit 77
+  fi
+  rm -rf "$run.own"
+  mkdir -p "$own/host/bin" "$own/plugin"
+  for file in "$BUILD"/host/*; do
+    [[ $file = */bin ]] || ln -s "$file" "$own/host/"
+  done
+  ln -s "$BUILD"/host/bin/{mysql,mysqladmin} "$own/host/bin/"
+  ln -s "$BUILD"/plugin/*.so "$keyring" "$own/plugin/"
+  [[ ! -e $BUILD/sanitizer.env ]] || ln -s "$BUILD/sanitizer.env" "$own/"
+  ln -s "$program" "$own/mysqld"
+  sed "s#$program#$own/mysqld#g" "$BUILD/host/bin/mysqld" >"$own/host/bin/mysqld"
+  chmod +x "$own/host/bin/mysqld"
+  echo '{ "components": "file://component_keyring_file" }' >"$own/mysqld.my"
+  echo "{ \"path\": \"$own/keyring\", \"read_only\": false }" \
+    >"$own/plugin/component_keyring_file.cnf"
+  BUILD=$own
 }
 
 start() {
@@ -91,7 +125,7 @@ server kill "$run" >/dev/null
 # The server repeats in its log what one that crashed had written there.
 rm -f "$run/mysqld.err"
 # What goes wrong half-way leaves no server behind.
-trap 'code=$?; [[ $code = 0 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
+trap 'code=$?; [[ $code = 0 || $code = 77 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
 case $1 in
   prepare) prepare ;;
   case) run_case "$3" ;;
