@@ -9,8 +9,12 @@
 /**
   @file host.h
   Every difference between the hosts, behind one form each: that of MySQL 8.0.
-  One entry a difference; host/version.h names the versions. What a stock host
-  lacks is supplied in host/.
+  One entry a difference. The compiler tells which form a host has, from the
+  host's own declarations: a header exists, a name is a macro, or a function
+  takes the arguments of one overload here and not of the others. So a change
+  that reaches several series in different releases needs no list of versions;
+  the comments name those where it was seen. What a stock host lacks is supplied
+  in host/.
 */
 
 #ifndef MORVENA_SN_HOST_H
@@ -53,7 +57,7 @@
 #include "sql/table.h"
 #include "sql/transaction.h"
 
-// 9.7 moved these.
+// 8.4 moved these.
 #if __has_include("sql-common/my_decimal.h")
 #include "sql-common/my_decimal.h"
 #else
@@ -67,8 +71,13 @@
 #if __has_include("sql/mysqld_cs.h")
 #include "sql/mysqld_cs.h"
 #endif
-#if HOST_HAS_TIME_VAL
+// 9.7 has types of its own for times and dates, Time_val and Date_val, and
+// Field has no val_time_temporal() there.
+#if __has_include("my_temporal.h")
 #include "my_temporal.h"
+#define HOST_HAS_TIME_VAL 1
+#else
+#define HOST_HAS_TIME_VAL 0
 #endif
 
 #include "temporal.h"
@@ -91,13 +100,18 @@ inline Finder find_by_id(my_thread_id id) {
   }
 }
 
-// Before 8.0.42: three arguments.
+// Before 8.0.42 and 8.4.5: three arguments. The fourth one is about reading a
+// multi-valued index backward.
+inline int key_cmp(int (*compare)(KEY_PART_INFO *, const uchar *, uint),
+                   KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
+  return compare(part, key, key_bytes);
+}
+inline int key_cmp(int (*compare)(KEY_PART_INFO *, const uchar *, uint, bool),
+                   KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
+  return compare(part, key, key_bytes, false);
+}
 inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-#if HOST_KEY_CMP_TAKES_MULTI_VALUED
-  return ::key_cmp(part, key, key_bytes, false);
-#else
-  return ::key_cmp(part, key, key_bytes);
-#endif
+  return key_cmp(::key_cmp, part, key, key_bytes);
 }
 
 // What the host would wrap around, or take for a fault in debug builds, is
@@ -168,10 +182,10 @@ inline MYSQL_TIME as_the_host_takes_it(MYSQL_TIME value) {
   return value;
 }
 
-// 8.0 stores a MYSQL_TIME of every kind. 9.7 takes datetimes only and turns a
-// date into the zero date; dates and times have calls of their own there. What
-// is impossible is stored as the column's zero, and so is a time zone where
-// there is no date: a fault in debug builds, zero in others.
+// 8.0 and 8.4 store a MYSQL_TIME of every kind. 9.7 takes datetimes only and
+// turns a date into the zero date; dates and times have calls of their own
+// there. What is impossible is stored as the column's zero, and so is a time
+// zone where there is no date: a fault in debug builds, zero in others.
 inline void store_time(Field *field, const MYSQL_TIME &value) {
   const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
   MYSQL_TIME copy = as_the_host_takes_it(value);
@@ -217,8 +231,8 @@ inline longlong val_date_temporal(const Field *field) {
   }
 }
 
-// The value of a column of times as signed microseconds. 8.0 packs a time into
-// an integer; 9.7 has Time_val.
+// The value of a column of times as signed microseconds. 8.0 and 8.4 pack a
+// time into an integer; 9.7 has Time_val.
 inline int64_t val_time_usecs(const Field *field) {
 #if HOST_HAS_TIME_VAL
   Time_val value;

@@ -8,7 +8,8 @@
 
 /**
   @file host/innodb.h
-  Differences between the hosts' InnoDB, behind one form each.
+  Differences between the hosts' InnoDB, behind one form each; host.h says how
+  they are told apart.
 */
 
 #ifndef MORVENA_SN_HOST_INNODB_H
@@ -84,10 +85,10 @@ inline void leave_innodb(trx_t *trx) {
 // 8.0.27: a macro that records file and line. The pass value must be the same
 // at lock and unlock; with 1 another thread may unlock.
 inline void s_lock(rw_lock_t *lock, ulint pass) {
-#if HOST_TAKES_LOCATION
-  rw_lock_s_lock_gen(lock, pass, UT_LOCATION_HERE);
-#else
+#ifdef rw_lock_s_lock_gen
   rw_lock_s_lock_gen(lock, pass);
+#else
+  rw_lock_s_lock_gen(lock, pass, UT_LOCATION_HERE);
 #endif
 }
 
@@ -95,12 +96,21 @@ inline void s_unlock(rw_lock_t *lock, [[maybe_unused]] ulint pass) {
   rw_lock_s_unlock_gen(lock, pass);
 }
 
-// 8.0.27: size only.
-inline mem_heap_t *new_heap(ulint bytes) {
-#if HOST_TAKES_LOCATION
-  return mem_heap_create(bytes, UT_LOCATION_HERE);
+// 8.0.27: as above.
+inline void x_lock(rw_lock_t *lock) {
+#ifdef rw_lock_x_lock
+  rw_lock_x_lock(lock);
 #else
+  rw_lock_x_lock(lock, UT_LOCATION_HERE);
+#endif
+}
+
+// 8.0.27: a macro that takes the size only.
+inline mem_heap_t *new_heap(ulint bytes) {
+#ifdef mem_heap_create
   return mem_heap_create(bytes);
+#else
+  return mem_heap_create(bytes, UT_LOCATION_HERE);
 #endif
 }
 
@@ -108,111 +118,174 @@ inline mem_heap_t *new_heap(ulint bytes) {
 inline ulint *rec_offsets(const rec_t *rec, const dict_index_t *index,
                           ulint *offsets, mem_heap_t **heap,
                           ulint n_fields = ULINT_UNDEFINED) {
-#if HOST_TAKES_LOCATION
-  return rec_get_offsets(rec, index, offsets, n_fields, UT_LOCATION_HERE, heap);
-#else
+#ifdef rec_get_offsets
   return rec_get_offsets(rec, index, offsets, n_fields, heap);
-#endif
-}
-
-// 8.0.27: no row versions.
-inline bool has_instant_columns(const dict_table_t *table) {
-#if HOST_TAKES_LOCATION
-  return table->has_instant_cols() || table->has_row_versions();
 #else
-  return table->has_instant_cols();
-#endif
-}
-
-// 8.0.27: file and line.
-inline buf_block_t *page_get_s_latched(const page_id_t &page_id,
-                                       const page_size_t &page_size,
-                                       mtr_t *mtr) {
-#if HOST_TAKES_LOCATION
-  return buf_page_get_gen(page_id, page_size, RW_S_LATCH, nullptr,
-                          Page_fetch::NORMAL, UT_LOCATION_HERE, mtr);
-#else
-  return buf_page_get_gen(page_id, page_size, RW_S_LATCH, nullptr,
-                          Page_fetch::NORMAL, __FILE__, __LINE__, mtr);
+  return rec_get_offsets(rec, index, offsets, n_fields, UT_LOCATION_HERE, heap);
 #endif
 }
 
 // 8.0.27: a macro that takes the mini-transaction too.
 inline ulint page_level(const page_t *page, [[maybe_unused]] mtr_t *mtr) {
-#if HOST_TAKES_LOCATION
-  return btr_page_get_level(page);
-#else
+#ifdef btr_page_get_level
   return btr_page_get_level(page, mtr);
+#else
+  return btr_page_get_level(page);
 #endif
 }
 
+// 8.0.27: file and line.
+inline buf_block_t *page_get_s_latched(
+    buf_block_t *(*get)(const page_id_t &, const page_size_t &, ulint,
+                        buf_block_t *, Page_fetch, const char *, ulint, mtr_t *,
+                        bool),
+    const page_id_t &page_id, const page_size_t &page_size, mtr_t *mtr) {
+  return get(page_id, page_size, RW_S_LATCH, nullptr, Page_fetch::NORMAL,
+             __FILE__, __LINE__, mtr, false);
+}
+inline buf_block_t *page_get_s_latched(
+    buf_block_t *(*get)(const page_id_t &, const page_size_t &, ulint,
+                        buf_block_t *, Page_fetch, ut::Location, mtr_t *, bool),
+    const page_id_t &page_id, const page_size_t &page_size, mtr_t *mtr) {
+  return get(page_id, page_size, RW_S_LATCH, nullptr, Page_fetch::NORMAL,
+             UT_LOCATION_HERE, mtr, false);
+}
+inline buf_block_t *page_get_s_latched(const page_id_t &page_id,
+                                       const page_size_t &page_size,
+                                       mtr_t *mtr) {
+  return page_get_s_latched(buf_page_get_gen, page_id, page_size, mtr);
+}
+
+// 8.0.27: tables have no row versions.
+inline bool has_row_versions(...) { return false; }
+template <class Table>
+auto has_row_versions(const Table *table)
+    -> decltype(table->has_row_versions()) {
+  return table->has_row_versions();
+}
+
+inline bool has_instant_columns(const dict_table_t *table) {
+  return table->has_instant_cols() || host::has_row_versions(table);
+}
+
 // 8.0.27: takes the transaction.
+inline void convert_key(void (*convert)(dtuple_t *, byte *, ulint,
+                                        dict_index_t *, const byte *, ulint,
+                                        trx_t *),
+                        dtuple_t *tuple, byte *buffer, ulint buffer_bytes,
+                        dict_index_t *index, const byte *key, ulint key_bytes,
+                        trx_t *trx) {
+  convert(tuple, buffer, buffer_bytes, index, key, key_bytes, trx);
+}
+inline void convert_key(void (*convert)(dtuple_t *, byte *, ulint,
+                                        dict_index_t *, const byte *, ulint),
+                        dtuple_t *tuple, byte *buffer, ulint buffer_bytes,
+                        dict_index_t *index, const byte *key, ulint key_bytes,
+                        trx_t *) {
+  convert(tuple, buffer, buffer_bytes, index, key, key_bytes);
+}
 inline void convert_key(dtuple_t *tuple, byte *buffer, ulint buffer_bytes,
                         dict_index_t *index, const byte *key, ulint key_bytes,
-                        [[maybe_unused]] trx_t *trx) {
-#if HOST_TAKES_LOCATION
-  row_sel_convert_mysql_key_to_innobase(tuple, buffer, buffer_bytes, index, key,
-                                        key_bytes);
-#else
-  row_sel_convert_mysql_key_to_innobase(tuple, buffer, buffer_bytes, index, key,
-                                        key_bytes, trx);
-#endif
+                        trx_t *trx) {
+  convert_key(row_sel_convert_mysql_key_to_innobase, tuple, buffer,
+              buffer_bytes, index, key, key_bytes, trx);
 }
 
 // 8.0.27: takes the transaction.
+inline void build_row_ref(void (*build)(dtuple_t *, const rec_t *,
+                                        const dict_index_t *, ulint *, trx_t *),
+                          dtuple_t *ref, const rec_t *rec,
+                          const dict_index_t *index, ulint *offsets,
+                          trx_t *trx) {
+  build(ref, rec, index, offsets, trx);
+}
+inline void build_row_ref(void (*build)(dtuple_t *, const rec_t *,
+                                        const dict_index_t *, ulint *),
+                          dtuple_t *ref, const rec_t *rec,
+                          const dict_index_t *index, ulint *offsets, trx_t *) {
+  build(ref, rec, index, offsets);
+}
 inline void build_row_ref(dtuple_t *ref, const rec_t *rec,
                           const dict_index_t *index, ulint *offsets,
-                          [[maybe_unused]] trx_t *trx) {
-#if HOST_TAKES_LOCATION
-  row_build_row_ref_in_tuple(ref, rec, index, offsets);
-#else
-  row_build_row_ref_in_tuple(ref, rec, index, offsets, trx);
-#endif
+                          trx_t *trx) {
+  build_row_ref(row_build_row_ref_in_tuple, ref, rec, index, offsets, trx);
 }
 
 // 8.0.27: without the index.
-inline const byte *nth_field([[maybe_unused]] const dict_index_t *index,
-                             const rec_t *rec, const ulint *offsets, ulint n,
-                             ulint *bytes) {
-#if HOST_TAKES_LOCATION
-  return rec_get_nth_field(index, rec, offsets, n, bytes);
-#else
-  return rec_get_nth_field(rec, offsets, n, bytes);
-#endif
+inline ulint nth_field_offset(ulint (*offset)(const ulint *, ulint, ulint *),
+                              const dict_index_t *, const ulint *offsets,
+                              ulint n, ulint *bytes) {
+  return offset(offsets, n, bytes);
+}
+inline ulint nth_field_offset(ulint (*offset)(const dict_index_t *,
+                                              const ulint *, ulint, ulint *),
+                              const dict_index_t *index, const ulint *offsets,
+                              ulint n, ulint *bytes) {
+  return offset(index, offsets, n, bytes);
+}
+inline const byte *nth_field(const dict_index_t *index, const rec_t *rec,
+                             const ulint *offsets, ulint n, ulint *bytes) {
+  return rec +
+         nth_field_offset(rec_get_nth_field_offs, index, offsets, n, bytes);
 }
 
 // 8.0.27: without the index.
-inline bool nth_extern([[maybe_unused]] const dict_index_t *index,
-                       const ulint *offsets, ulint n) {
-#if HOST_TAKES_LOCATION
-  return rec_offs_nth_extern(index, offsets, n);
-#else
-  return rec_offs_nth_extern(offsets, n) != 0;
-#endif
+inline bool nth_extern(ulint (*is_extern)(const ulint *, ulint),
+                       const dict_index_t *, const ulint *offsets, ulint n) {
+  return is_extern(offsets, n) != 0;
+}
+inline bool nth_extern(ulint (*is_extern)(const dict_index_t *, const ulint *,
+                                          ulint),
+                       const dict_index_t *index, const ulint *offsets,
+                       ulint n) {
+  return is_extern(index, offsets, n) != 0;
+}
+inline bool nth_extern(const dict_index_t *index, const ulint *offsets,
+                       ulint n) {
+  return nth_extern(rec_offs_nth_extern, index, offsets, n);
 }
 
-// Before 8.0.43: takes the index, and the field to ignore before the session.
+// Before 8.0.43 and 8.4.6: takes the index, and the field to ignore before the
+// session.
+inline dfield_t *computed_value(
+    dfield_t *(*compute)(const dtuple_t *, const dict_v_col_t *,
+                         const dict_index_t *, mem_heap_t **, mem_heap_t *,
+                         const dict_field_t *, THD *, TABLE *,
+                         const dict_table_t *, upd_t *, dict_foreign_t *),
+    const dtuple_t *row, const dict_v_col_t *col, const dict_index_t *index,
+    mem_heap_t **local_heap, mem_heap_t *heap, THD *thd, TABLE *table) {
+  return compute(row, col, index, local_heap, heap, nullptr, thd, table,
+                 nullptr, nullptr, nullptr);
+}
+inline dfield_t *computed_value(
+    dfield_t *(*compute)(const dtuple_t *, const dict_v_col_t *,
+                         const dict_table_t *, mem_heap_t **, mem_heap_t *,
+                         THD *, TABLE *, const dict_field_t *,
+                         const dict_table_t *, upd_t *),
+    const dtuple_t *row, const dict_v_col_t *col, const dict_index_t *index,
+    mem_heap_t **local_heap, mem_heap_t *heap, THD *thd, TABLE *table) {
+  return compute(row, col, index->table, local_heap, heap, thd, table, nullptr,
+                 nullptr, nullptr);
+}
 inline dfield_t *computed_value(const dtuple_t *row, const dict_v_col_t *col,
                                 const dict_index_t *index,
                                 mem_heap_t **local_heap, mem_heap_t *heap,
                                 THD *thd, TABLE *table) {
-#if HOST_COMPUTES_FOR_TABLE
-  return innobase_get_computed_value(row, col, index->table, local_heap, heap,
-                                     thd, table);
-#else
-  return innobase_get_computed_value(row, col, index, local_heap, heap, nullptr,
-                                     thd, table, nullptr, nullptr, nullptr);
-#endif
+  return computed_value(innobase_get_computed_value, row, col, index,
+                        local_heap, heap, thd, table);
 }
 
-// Before 8.0.41: under another name, with the reference system.
-inline bool mbr_is_equal([[maybe_unused]] const dict_index_t *index,
-                         rtr_mbr_t *a, rtr_mbr_t *b) {
-#if HOST_HAS_MBR_EQUAL_PHYSICALLY
+// Before 8.0.41 and 8.4.4: under another name, with the reference system. A
+// template of which the host lacks the function is left out.
+template <class Mbr>
+auto mbr_is_equal(const dict_index_t *, Mbr *a, Mbr *b)
+    -> decltype(mbr_equal_physically(a, b)) {
   return mbr_equal_physically(a, b);
-#else
+}
+template <class Mbr>
+auto mbr_is_equal(const dict_index_t *index, Mbr *a, Mbr *b)
+    -> decltype(mbr_equal_cmp(index->rtr_srs.get(), a, b)) {
   return mbr_equal_cmp(index->rtr_srs.get(), a, b);
-#endif
 }
 
 }  // namespace host

@@ -21,14 +21,6 @@
 #include "trx0trx.h"
 #include "ut0new.h"
 
-#ifndef HOST_HAS_READVIEW_CLONE
-#error "morvena_sn: HOST_HAS_READVIEW_CLONE is for the configure step to define"
-#endif
-#ifndef HOST_HAS_MVCC_VIEW_INSERT_AFTER
-#error \
-    "morvena_sn: HOST_HAS_MVCC_VIEW_INSERT_AFTER is for the configure step to define"
-#endif
-
 namespace {
 
 template <class Tag, auto Pointer>
@@ -43,27 +35,19 @@ struct Expose {
   template struct Expose<TAG, POINTER>
 
 EXPOSE(View_closed, &ReadView::m_closed);
-#if !HOST_HAS_READVIEW_CLONE
 EXPOSE(View_low_limit_id, &ReadView::m_low_limit_id);
 EXPOSE(View_up_limit_id, &ReadView::m_up_limit_id);
 EXPOSE(View_creator, &ReadView::m_creator_trx_id);
 EXPOSE(View_ids, &ReadView::m_ids);
 EXPOSE(View_low_limit_no, &ReadView::m_low_limit_no);
-#if defined(UNIV_DEBUG) && HOST_DEBUG_VIEW_LOW_LIMIT_NO
-EXPOSE(View_debug_low_limit_no, &ReadView::m_view_low_limit_no);
-#endif
 EXPOSE(Ids_assign, &ReadView::ids_t::assign);
 EXPOSE(Ids_pointer, &ReadView::ids_t::m_ptr);
 EXPOSE(Ids_size, &ReadView::ids_t::m_size);
 EXPOSE(Mvcc_free, &MVCC::m_free);
-#endif
-#if !HOST_HAS_MVCC_VIEW_INSERT_AFTER
 EXPOSE(Mvcc_views, &MVCC::m_views);
-#endif
 
 #undef EXPOSE
 
-#if !HOST_HAS_READVIEW_CLONE
 // From InnoDB's own stock: at shutdown it frees views with its own allocator.
 ReadView *take_unused_view() {
   auto &unused = trx_sys->mvcc->*member(Mvcc_free{});
@@ -74,7 +58,25 @@ ReadView *take_unused_view() {
   }
   return ut::new_withkey<ReadView>(UT_NEW_THIS_FILE_PSI_KEY);
 }
-#endif
+
+// A host may have been patched to offer the two operations itself. A stock one
+// leaves the templates out, and the calls go to the functions that take
+// anything.
+bool host_clones(...) { return false; }
+template <class View>
+auto host_clones(const View *from, View **to, trx_t *creator)
+    -> decltype(from->clone(*to, creator), bool()) {
+  from->clone(*to, creator);
+  return true;
+}
+
+bool host_inserts(...) { return false; }
+template <class Views>
+auto host_inserts(Views *views, ReadView *view, const ReadView *after)
+    -> decltype(views->view_insert_after(view, after), bool()) {
+  views->view_insert_after(view, after);
+  return true;
+}
 
 }  // namespace
 
@@ -87,10 +89,9 @@ bool find_open_view(ReadView *tagged, const ReadView **open) {
 }
 
 void clone_read_view(const ReadView *from, ReadView *&to, trx_t *creator) {
-#if HOST_HAS_READVIEW_CLONE
-  from->clone(to, creator);
-#else
-  (void)creator;
+  if (host_clones(from, &to, creator)) return;
+  // Debug builds of 8.0 and 8.4 keep a further number, m_view_low_limit_no, for
+  // a status variable alone; the copy leaves it.
   ReadView *copy = take_unused_view();
   if (copy == nullptr) return;
   const auto &ids = from->*member(View_ids{});
@@ -100,23 +101,15 @@ void clone_read_view(const ReadView *from, ReadView *&to, trx_t *creator) {
   copy->*member(View_low_limit_id{}) = from->*member(View_low_limit_id{});
   copy->*member(View_up_limit_id{}) = from->*member(View_up_limit_id{});
   copy->*member(View_low_limit_no{}) = from->*member(View_low_limit_no{});
-#if defined(UNIV_DEBUG) && HOST_DEBUG_VIEW_LOW_LIMIT_NO
-  copy->*member(View_debug_low_limit_no{}) =
-      from->*member(View_debug_low_limit_no{});
-#endif
   copy->*member(View_creator{}) = from->*member(View_creator{});
   copy->*member(View_closed{}) = false;
   to = copy;
-#endif
 }
 
 void insert_view_after(MVCC *mvcc, ReadView *view, const ReadView *after) {
-#if HOST_HAS_MVCC_VIEW_INSERT_AFTER
-  mvcc->view_insert_after(view, after);
-#else
+  if (host_inserts(mvcc, view, after)) return;
   UT_LIST_INSERT_AFTER(mvcc->*member(Mvcc_views{}),
                        const_cast<ReadView *>(after), view);
-#endif
 }
 
 bool purge_has_passed(const ReadView *view) {

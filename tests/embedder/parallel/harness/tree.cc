@@ -33,14 +33,9 @@ Index_watch::~Index_watch() {
   if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
 }
 
-// 8.0.27 takes file and line, through a macro.
 void Index_watch::with_latch(const std::function<void()> &f) const {
   rw_lock_t *latch = dict_index_get_lock(index_);
-#if HOST_TAKES_LOCATION
-  rw_lock_x_lock(latch, UT_LOCATION_HERE);
-#else
-  rw_lock_x_lock(latch);
-#endif
+  host::x_lock(latch);
   f();
   rw_lock_x_unlock(latch);
 }
