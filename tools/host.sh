@@ -6,6 +6,8 @@
 #   tools/host.sh                       the server that Debian packages
 #   HOST_SOURCE=dir HOST_BUILD=dir      a source tree and its configured or built
 #   [HOST_MYSQLD=file] tools/host.sh    folder (CMake with Makefiles or Ninja)
+#   tools/host.sh version X.Y.Z         brings nothing: says whether the code is
+#                                       built for that MySQL, and how sure it is
 #
 # BUILD names the build folder (default: build). Each step leaves a stamp, so an
 # interrupted run goes on where it stopped. The result:
@@ -101,18 +103,21 @@ version_id() {
   echo $((major * 10000 + minor * 100 + patch))
 }
 
-# Whether host/version.h knows a version.
-known_version() {
-  mkdir -p "$host/version-check"
-  echo "#define MYSQL_VERSION_ID $(version_id "$1")" \
-    >"$host/version-check/mysql_version.h"
-  echo '#include "host/version.h"' | g++ -E -x c++ -I "$host/version-check" \
-    -I "$cshim" - >/dev/null 2>&1
+# What host/version.h remarks on a version; fails for one that it refuses.
+version_remark() {
+  local probe=$host/version-check
+  mkdir -p "$probe"
+  echo "#define MYSQL_VERSION_ID $(version_id "$1")" >"$probe/mysql_version.h"
+  printf '#include "host/version.h"\nHOST_VERSION_REMARK\n' |
+    g++ -E -P -x c++ -I "$probe" -I "$cshim" - 2>/dev/null |
+    sed 's/" *"//g; s/"//g'
 }
 
 need_version() {
-  known_version "$1" ||
-    die "$2 is MySQL $1, which storage/morvena_sn/cshim/host/version.h does not know"
+  local remark
+  remark=$(version_remark "$1") ||
+    die "$2 is MySQL $1, which the code is not built for: storage/morvena_sn/cshim/host/version.h names the versions"
+  [[ -z $remark ]] || say "MySQL $1 $remark"
 }
 
 tree_version() {
@@ -218,7 +223,7 @@ unpack_source() {
 }
 
 packaged_host() {
-  local version
+  local version=
   once lists "reading the distribution's package lists" update_lists
   if [[ ! -e $host/stamp/packages ]]; then
     version=$(packaged_version)
@@ -231,6 +236,7 @@ packaged_host() {
   once source "unpacking the server's headers" unpack_source
   rm -rf "$apt/cache"
   source_dir=$host/source
+  [[ -n $version ]] || need_version "$(tree_version "$source_dir")" "the packaged server"
   build_dir=$(dirname "$host"/source/*/CMakeCache.txt)
   include_dir=$host/include
   components=$root/usr/lib/mysql/plugin
@@ -444,6 +450,10 @@ link_component() {
   [[ ! -e $components/$name ]] || ln -s "$components/$name" "$build/plugin/$name"
 }
 
+if [[ ${1-} = version ]]; then
+  need_version "${2?host.sh version X.Y.Z}" "this"
+  exit
+fi
 mkdir -p "$host/stamp" "$host/log"
 need_tools
 recall_tree
