@@ -18,7 +18,7 @@
 
 namespace {
 
-// The form of a caller's value.
+// field_arg::type; cursor.h says what each stands for.
 enum Value_type : unsigned char {
   VALUE_INT = 1,
   VALUE_REAL = 2,
@@ -31,7 +31,6 @@ void store_value(Field *field, unsigned char type, const void *value,
                  int32_t bytes) {
   switch (type) {
     case VALUE_INT:
-      // Through double, for columns of every type; beyond 2^53 not exact.
       field->store(static_cast<double>(*static_cast<const int64_t *>(value)));
       break;
     case VALUE_REAL:
