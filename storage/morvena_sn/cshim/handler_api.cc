@@ -12,6 +12,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+
 #include "common.h"
 
 namespace {
@@ -40,6 +42,24 @@ bool has_key_order(const KEY *key) {
     return false;
   }
   return true;
+}
+
+bool has_virtual_part(const KEY *key) {
+  const KEY_PART_INFO *parts = key->key_part;
+  return std::any_of(
+      parts, parts + key->user_defined_key_parts,
+      [](const KEY_PART_INFO &part) { return part.field->is_virtual_gcol(); });
+}
+
+// InnoDB compares each row that it puts into the record buffer with the end of
+// the range. When a page has changed since the snapshot, it takes the row from
+// the clustered index, which lacks the virtual columns; the handler computes
+// them only when it hands the row over. If the index holds every column that is
+// read, InnoDB compares whatever the buffer holds, and the range ends too early
+// or too late. SQL reads such an index index-only, which fills in the virtual
+// columns. Without the buffer the handler compares, after it has computed them.
+bool can_fetch_ahead(const KEY *key, bool index_only) {
+  return index_only || !has_virtual_part(key);
 }
 
 // A virtual column is computed from others, which must be read then.
@@ -114,7 +134,7 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   std::unique_ptr<IndexCursor> cursor(
       new IndexCursor(table, trx, key, index_only));
   if (!start_index_scan(table, key)) return nullptr;
-  set_record_buffer(table, prefetch_rows);
+  if (can_fetch_ahead(key, index_only)) set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
   return cursor.release();
 }
