@@ -124,6 +124,21 @@ TEST_F(Refusal, SpatialIndex) {
   expect_error(1178, {.table = "g", .index = "places"});
 }
 
+// The server cannot merge the entries of several partitions.
+TEST_F(Refusal, MultiValuedIndexOfAPartitionedTable) {
+  sql.exec(
+      "CREATE TABLE p (id INT PRIMARY KEY, j JSON,"
+      " KEY m ((CAST(j AS UNSIGNED ARRAY)))) PARTITION BY HASH (id)"
+      " PARTITIONS 4");
+  sql.exec(
+      "INSERT INTO p WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL"
+      " SELECT i + 1 FROM n WHERE i < 20) SELECT i, JSON_ARRAY(i, i + 1)"
+      " FROM n");
+  expect_error(1178, {.table = "p", .index = "m"});
+  expect_error(1178, {.table = "p", .index = "m", .index_only = true});
+  EXPECT_EQ(Cursor({.table = "p"}).ints(0).size(), 20u);
+}
+
 TEST_F(Refusal, MissingNames) {
   expect_error(1102, {.db = nullptr});
   expect_error(1102, {.db = ""});

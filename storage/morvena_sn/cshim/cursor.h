@@ -240,9 +240,9 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
   @retval 0      not opened; nothing is held. *error and message say why:
                  1049 unknown database, 1146 no such table, 1347 a view,
                  1031 a table of another engine, 1176 no such index,
-                 1178 an index that has no order (full-text, spatial),
-                 1205 lock or donor waited for too long,
-                 1317 killed,
+                 1178 an index that has no order (full-text, spatial,
+                 multi-valued of a partitioned table),
+                 1205 lock or donor waited for too long, 1317 killed,
                  1412 the index is newer than the snapshot,
                  1712 the index is corrupt,
                  1102, 1103 a missing or impossible name,
