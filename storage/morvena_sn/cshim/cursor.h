@@ -355,6 +355,9 @@ uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name);
   holds two: one that others have deleted since and one that the donor has
   inserted. A multi-valued index has no
   other ranges but the whole.
+  A partitioned table whose index, or primary key, holds only the beginning of a
+  column of multi-byte text gives every row of the range, but not in order: the
+  server merges the partitions by more of the text than the index holds.
   A reverse read leaves out rows equal to begin even when it is closed, and
   without an end it starts at the last row of the index and only then looks at
   begin: the first row may lie below it.

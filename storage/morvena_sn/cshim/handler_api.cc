@@ -16,6 +16,8 @@
 
 #include "common.h"
 
+#include "sql/partition_info.h"
+
 namespace {
 
 // The rows that the handler is to fetch ahead of the cursor.
@@ -52,11 +54,37 @@ bool has_key_order(const KEY *key) {
   return true;
 }
 
-bool has_virtual_part(const KEY *key) {
+template <class Predicate>
+bool has_part(const KEY *key, Predicate predicate) {
   const KEY_PART_INFO *parts = key->key_part;
-  return std::any_of(
-      parts, parts + key->user_defined_key_parts,
-      [](const KEY_PART_INFO &part) { return part.field->is_virtual_gcol(); });
+  return std::any_of(parts, parts + key->user_defined_key_parts, predicate);
+}
+
+bool has_virtual_part(const KEY *key) {
+  return has_part(key, [](const KEY_PART_INFO &part) {
+    return part.field->is_virtual_gcol();
+  });
+}
+
+bool has_multi_byte_prefix(const KEY *key) {
+  return has_part(key, [](const KEY_PART_INFO &part) {
+    return (part.key_part_flag & HA_PART_KEY_SEG) != 0 &&
+           part.field->charset()->mbmaxlen > 1;
+  });
+}
+
+// The handler of a partitioned table merges the rows of the partitions by the
+// index's columns and then by the primary key's. Where the index holds the
+// first n characters of a column, the merge compares as many bytes as n
+// characters may need: more than n characters of a short text.
+// @return the number of partitions that are merged so, 0 for none
+uint n_merged_out_of_order(const TABLE *table, const KEY *key) {
+  if (table->part_info == nullptr) return 0;
+  const uint primary = table->s->primary_key;
+  const bool has_prefix =
+      has_multi_byte_prefix(key) ||
+      (primary != MAX_KEY && has_multi_byte_prefix(&table->key_info[primary]));
+  return has_prefix ? table->part_info->get_tot_partitions() : 0;
 }
 
 // InnoDB compares each row that it puts into the record buffer with the end of
@@ -116,6 +144,7 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
       trx_(trx),
       key_(key),
       index_only_(index_only),
+      passed_(n_merged_out_of_order(table, key)),
       row_columns_(table->s->fields) {
   buffer_.str.set_charset(&my_charset_bin);
 }

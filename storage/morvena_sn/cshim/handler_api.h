@@ -100,6 +100,8 @@ class IndexCursor {
   int position();
   int position_reverse();
   bool is_before_range();
+  bool ends_backward();
+  bool every_partition_has_passed();
   int find_key(const key_range *bound, ha_rkey_function flag);
   bool index_has(unsigned int field_idx) const;
   bool was_read(unsigned int field_idx) const;
@@ -124,6 +126,9 @@ class IndexCursor {
   bool equal_range_ = false;
   bool reverse_ = false;
   bool index_only_;
+  /** By partition: whether it has come to a row before a backward range. Empty
+      where rows come in order. */
+  std::vector<bool> passed_;
   field_read_buffer buffer_;
   std::vector<Row_column> row_columns_;  // by table position, made when read
   /** The read and write sets with which the handler last positioned; empty

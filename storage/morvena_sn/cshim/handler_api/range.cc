@@ -192,6 +192,7 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
                                  bool closed_begin, bool closed_end,
                                  bool reverse) {
   has_row_ = false;
+  passed_.assign(passed_.size(), false);
   if (!can_be_read(begin) || !can_be_read(end)) {
     state_->failure.set_wrong_argument("a bound");
     return true;
@@ -228,7 +229,7 @@ bool IndexCursor::find_row() {
   table()->in_use->clear_error();
   if (const int error = refresh_columns()) return !no_row(error);
   if (no_row(position())) return false;
-  return equal_range_ || !reverse_ || end_ == nullptr || !is_before_range();
+  return equal_range_ || !reverse_ || end_ == nullptr || !ends_backward();
 }
 
 int IndexCursor::position() {
@@ -278,6 +279,27 @@ bool IndexCursor::is_before_range() {
   return order < 0 || (order == 0 && (from_->flag & 3) != 0);
 }
 
+// A backward range ends with the first row before it. Where the rows of
+// partitions come out of order, such a row can precede others of the range: it
+// is skipped, until a row before the range has come from every partition. Each
+// partition by itself is in order.
+bool IndexCursor::ends_backward() {
+  handler *file = table()->file;
+  while (is_before_range()) {
+    if (passed_.empty() || every_partition_has_passed()) return true;
+    if (no_row(file->ha_index_prev(table()->record[0]))) return true;
+  }
+  return false;
+}
+
+// The reference of a row of a partitioned table begins with the partition.
+bool IndexCursor::every_partition_has_passed() {
+  handler *file = table()->file;
+  file->position(row());
+  passed_[uint2korr(file->ref)] = true;
+  return std::find(passed_.begin(), passed_.end(), false) == passed_.end();
+}
+
 // The handler is asked no more once the range has ended or failed: it may have
 // no position then, and steps from wherever it last was, or stops the server.
 bool IndexCursor::advance() {
@@ -318,6 +340,6 @@ bool IndexCursor::step() {
   if (equal_range_) {
     return !no_row(file->ha_index_next_same(row, end_->key, end_->length));
   }
-  if (reverse_) return !no_row(file->ha_index_prev(row)) && !is_before_range();
+  if (reverse_) return !no_row(file->ha_index_prev(row)) && !ends_backward();
   return !no_row(file->ha_read_range_next());
 }
