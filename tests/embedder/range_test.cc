@@ -9,6 +9,7 @@
 // Ranges: which rows a range reads, and in which order. The model is a SELECT
 // with the same bounds.
 
+#include <atomic>
 #include <chrono>
 
 #include "cursor_test.h"
@@ -243,6 +244,91 @@ TEST_F(Range_of_one_part, ManyRowsAcrossPages) {
         cursor.ints(0, {Keys().number(5000), Keys().number(15000), false}),
         as_ints(sql.query("SELECT id FROM big WHERE v > 5000 AND"
                           " v <= 15000 ORDER BY v, id")));
+  }
+}
+
+class Refused_range : public Range_of_one_part {
+ protected:
+  struct Batches {
+    std::atomic<unsigned int> calls{0}, rows{0};
+  };
+
+  static bool count(uint64_t batch, uint64_t, void *argument) {
+    auto *batches = static_cast<Batches *>(argument);
+    ++batches->calls;
+    batches->rows += pread_n_tuples(batch);
+    return false;
+  }
+
+  /** Ranges with a bound that cannot be read. */
+  void refuse(Cursor &cursor, int kind) {
+    int32_t bytes = sizeof(int64_t);
+    void *value = nullptr;
+    char type = 1;
+    field_arg no_value{1, &bytes, &value, &type};
+    field_arg no_array{1, &bytes, nullptr, &type};
+    int64_t low = 20;
+    void *low_value = &low;
+    field_arg good{1, &bytes, &low_value, &type};
+    switch (kind) {
+      case 0:
+        EXPECT_FALSE(cursor_set_read_range(cursor.handle, &no_value, nullptr,
+                                           true, true, false));
+        break;
+      case 1:
+        EXPECT_FALSE(cursor_set_read_range(cursor.handle, &good, &no_value,
+                                           true, true, false));
+        break;
+      default:
+        EXPECT_FALSE(cursor_set_read_range(cursor.handle, nullptr, &no_array,
+                                           true, true, true));
+        break;
+    }
+  }
+
+  static void expect_rows(Cursor &cursor, unsigned int rows) {
+    Batches batches;
+    EXPECT_TRUE(cursor_advance_parallel(cursor.handle, 4, count, &batches));
+    EXPECT_EQ(batches.rows, rows);
+  }
+
+  static void expect_nothing(Cursor &cursor) {
+    EXPECT_FALSE(cursor.next());
+    EXPECT_FALSE(cursor.next());
+    Batches batches;
+    EXPECT_FALSE(cursor_advance_parallel(cursor.handle, 4, count, &batches));
+    EXPECT_EQ(batches.calls, 0u);
+  }
+};
+
+TEST_F(Refused_range, LeavesNoRangeToRead) {
+  for (const int kind : {0, 1, 2}) {
+    SCOPED_TRACE(kind);
+    Cursor cursor({.index = "by_v", .index_only = true});
+    expect_rows(cursor, 60);
+    ASSERT_TRUE(cursor.set_range({Keys().number(20), Keys().number(50)}));
+    expect_rows(cursor, 12);
+    refuse(cursor, kind);
+    expect_nothing(cursor);
+    expect_nothing(cursor);
+  }
+}
+
+TEST_F(Refused_range, EndsWithTheNextGoodOne) {
+  Cursor cursor({.index = "by_v", .index_only = true});
+  for (const int kind : {0, 1, 2}) {
+    SCOPED_TRACE(kind);
+    refuse(cursor, kind);
+    expect_nothing(cursor);
+    EXPECT_EQ(cursor.ints(0, {Keys().number(20), Keys().number(50)}),
+              select(20, 50, true, true, false));
+    expect_rows(cursor, 12);
+    refuse(cursor, kind);
+    // A range without a row is as good as any.
+    EXPECT_FALSE(cursor.set_range({Keys().number(500), {}}));
+    expect_rows(cursor, 0);
+    ASSERT_TRUE(cursor.set_range());
+    expect_rows(cursor, 60);
   }
 }
 

@@ -349,6 +349,8 @@ uint32_t cursor_col_fieldnr(uintptr_t cursor, const char *name);
                  why), a bound cannot be read, or a null or closed handle; no
                  row is current
 
+  After a bound that cannot be read there is no range: nothing is read, row by
+  row or in parallel, until the next one that can.
   Bounds that give the same key read the rows equal to it, in index order,
   whatever closed_begin, closed_end and reverse say. For a whole unique key that
   is one row, as the server's unique search has it, also where the snapshot
@@ -481,8 +483,8 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   @retval true   the range was read to its end and every batch was taken
   @retval false  fn stopped the read, the cursor's session was killed, the read
                  failed or could not start (standard error says why; one
-                 cause is a large value that the donor is just writing), or
-                 a null or closed handle
+                 cause is a large value that the donor is just writing), the
+                 last range could not be read, or a null or closed handle
 
   The range is the one last given to cursor_set_read_range(), the whole index if
   none was; the columns are the read set of this moment. Rows come in ascending

@@ -66,7 +66,8 @@ class IndexCursor {
   // --- parallel read: handler_api/parallel.cc ---
 
   /** Read the range with the parallel reader, in ascending order whatever the
-      range's was. @return whether it ended without error */
+      range's was. @return whether it ended without error; false after a range
+      that was refused */
   bool advance_parallel(size_t n_threads, Parallel_load_func load_cb,
                         void *argument);
 
@@ -82,6 +83,12 @@ class IndexCursor {
   bool read_field_datetime(unsigned int field_idx, int64_t *time);
 
  private:
+  /** What the last range allows to read. */
+  enum class Bounds {
+    IN_FORCE,  // the rows between from_ and end_
+    REFUSED    // nothing: the bounds could not be read
+  };
+
   IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only);
 
   key_range *make_bound(key_range *bound, const field_arg *arg,
@@ -123,6 +130,7 @@ class IndexCursor {
   key_range rangebuf[2] = {};
   key_range *from_ = nullptr;
   key_range *end_ = nullptr;
+  Bounds bounds_ = Bounds::IN_FORCE;
   bool equal_range_ = false;
   bool reverse_ = false;
   bool index_only_;

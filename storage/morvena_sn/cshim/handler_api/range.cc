@@ -193,6 +193,7 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
                                  bool reverse) {
   has_row_ = false;
   passed_.assign(passed_.size(), false);
+  bounds_ = Bounds::REFUSED;
   if (!can_be_read(begin) || !can_be_read(end)) {
     state_->failure.set_wrong_argument("a bound");
     return true;
@@ -215,6 +216,7 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
         "Cannot read a range of several keys of a multi-valued index");
     return true;
   }
+  bounds_ = Bounds::IN_FORCE;
   state_->progress.restart(0);
   has_row_ = find_row();
   count_row();
