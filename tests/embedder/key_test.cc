@@ -10,6 +10,7 @@
 // value can be given in.
 
 #include <limits>
+#include <utility>
 
 #include "key_test.h"
 
@@ -73,6 +74,75 @@ TEST_F(Key, NumbersOutOfRangeAreClamped) {
   expect_same(Keys().number(-1000000000000), "-2147483648");
   expect_same(Keys().real(1e300), "2147483647");
   expect_same(Keys().text("99999999999999999999"), "2147483647");
+}
+
+class Key_of_nan : public Cursor_test {
+ protected:
+  const Keys nan = Keys().real(std::numeric_limits<double>::quiet_NaN());
+  const Keys zero = Keys().real(0), null = Keys().null();
+
+  void make(const std::string &type) {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, c " + type +
+             ", d INT, KEY k (c), KEY l (d, c))");
+    sql.exec("INSERT INTO t VALUES (1, -1, 1), (2, 0, 1), (3, 2.5, 1)");
+  }
+
+  // No value of SQL is NaN, so none is equal to it, below it or above it.
+  void expect_no_row() {
+    Cursor cursor({.index = "k"}), of_two({.index = "l"});
+    const std::vector<std::pair<std::optional<Keys>, std::optional<Keys>>>
+        bounds = {{nan, nan},  {nan, {}},   {{}, nan},  {nan, zero},
+                  {zero, nan}, {null, nan}, {nan, null}};
+    const Keys second =
+        Keys().number(1).real(std::numeric_limits<double>::quiet_NaN());
+    for (const bool closed : {false, true})
+      for (const bool reverse : {false, true}) {
+        for (const auto &[begin, end] : bounds)
+          EXPECT_EQ(cursor.ints(0, {begin, end, closed, closed, reverse}),
+                    Ints{})
+              << closed << reverse;
+        EXPECT_EQ(of_two.ints(0, {second, second, closed, closed, reverse}),
+                  Ints{});
+      }
+    EXPECT_EQ(cursor.ints(0, {zero, {}}), (Ints{2, 3}));
+  }
+};
+
+TEST_F(Key_of_nan, HasNoRowOfANullableColumn) {
+  for (const char *type : {"FLOAT", "DOUBLE"}) {
+    SCOPED_TRACE(type);
+    make(type);
+    sql.exec("INSERT INTO t VALUES (4, NULL, 1)");
+    expect_no_row();
+    EXPECT_EQ(Cursor({.index = "k"}).ints(0, {null, null}), Ints{4});
+    sql.exec("DROP TABLE t");
+  }
+}
+
+TEST_F(Key_of_nan, HasNoRowOfAColumnWithoutNulls) {
+  for (const char *type : {"FLOAT NOT NULL", "DOUBLE NOT NULL"}) {
+    SCOPED_TRACE(type);
+    make(type);
+    expect_no_row();
+    sql.exec("DROP TABLE t");
+  }
+}
+
+TEST_F(Key_of_nan, HasNoRowInParallel) {
+  make("DOUBLE");
+  sql.exec("INSERT INTO t VALUES (4, NULL, 1)");
+  Cursor cursor({.index = "k", .index_only = true});
+  const auto count = [](uint64_t batch, uint64_t, void *rows) {
+    *static_cast<unsigned int *>(rows) += pread_n_tuples(batch);
+    return false;
+  };
+  unsigned int rows = 0;
+  EXPECT_FALSE(cursor.set_range({nan, nan}));
+  EXPECT_TRUE(cursor_advance_parallel(cursor.handle, 1, count, &rows));
+  EXPECT_EQ(rows, 0u);
+  EXPECT_TRUE(cursor.set_range({zero, {}}));
+  EXPECT_TRUE(cursor_advance_parallel(cursor.handle, 1, count, &rows));
+  EXPECT_EQ(rows, 2u);
 }
 
 TEST_F(Key, FractionsRoundToTheColumn) {

@@ -125,7 +125,8 @@ extern "C" {
 
   A value is converted by the column's own rules: text that is too long is cut,
   a number out of range is clamped, an impossible MYSQL_TIME is the column's
-  zero.
+  zero. No value of a FLOAT or DOUBLE column is equal to NaN, below it or above
+  it: a range with such a bound has no row.
 */
 typedef struct field_arg {
   uint32_t num_arg; /**< number of leading key parts given */

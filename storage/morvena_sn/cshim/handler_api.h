@@ -86,6 +86,7 @@ class IndexCursor {
   /** What the last range allows to read. */
   enum class Bounds {
     IN_FORCE,  // the rows between from_ and end_
+    EMPTY,     // no row
     REFUSED    // nothing: the bounds could not be read
   };
 
@@ -94,6 +95,7 @@ class IndexCursor {
   key_range *make_bound(key_range *bound, const field_arg *arg,
                         ha_rkey_function flag);
   bool can_be_read(const field_arg *arg) const;
+  bool has_nan(const field_arg *arg) const;
   bool find_row();
   bool next_row();
   bool step();

@@ -19,6 +19,7 @@ bool IndexCursor::advance_parallel(size_t n_threads, Parallel_load_func load_cb,
   const std::unique_ptr<ParallelIndexReader> reader(
       ParallelIndexReader::open(table(), key()->name, index_only_, state_));
   if (reader == nullptr) return false;
+  if (bounds_ == Bounds::EMPTY) return true;
   reader->set_range_scan(from_, end_);
   reader->set_load_cb(load_cb, argument);
   return reader->run(n_threads);

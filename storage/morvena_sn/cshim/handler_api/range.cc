@@ -11,6 +11,7 @@
 // only when it reads backwards.
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 
 #include "handler_api.h"
@@ -146,6 +147,21 @@ bool IndexCursor::can_be_read(const field_arg *arg) const {
   return true;
 }
 
+// No value of a column is equal to NaN, below it or above it. The column would
+// store it as NULL, or as 0 where it takes no NULL.
+bool IndexCursor::has_nan(const field_arg *arg) const {
+  if (arg == nullptr) return false;
+  const uint32_t n = std::min(arg->num_arg, key()->user_defined_key_parts);
+  for (uint32_t i = 0; i < n; ++i) {
+    if (arg->len[i] < 0 || arg->type[i] != VALUE_REAL) continue;
+    if (key()->key_part[i].field->result_type() == REAL_RESULT &&
+        std::isnan(*static_cast<const double *>(arg->value[i]))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // A bound of no parts bounds nothing; the handler cannot search for one.
 key_range *IndexCursor::make_bound(key_range *bound, const field_arg *arg,
                                    ha_rkey_function flag) {
@@ -196,6 +212,10 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   bounds_ = Bounds::REFUSED;
   if (!can_be_read(begin) || !can_be_read(end)) {
     state_->failure.set_wrong_argument("a bound");
+    return true;
+  }
+  if (has_nan(begin) || has_nan(end)) {
+    bounds_ = Bounds::EMPTY;
     return true;
   }
   const ha_rkey_function closed_end_flag =
