@@ -234,6 +234,91 @@ TEST_F(Refusal, IndexNewerThanTheSnapshot) {
   EXPECT_EQ(cursor.error, 1412u);
 }
 
+// A table of three partitions, and a donor whose snapshot is older than what
+// happens to one of them.
+class Partition_newer_than_the_snapshot : public Refusal {
+ protected:
+  Partition_newer_than_the_snapshot() {
+    sql.exec(
+        "CREATE TABLE p (id INT PRIMARY KEY, a INT, KEY k (a)) PARTITION BY"
+        " RANGE (id) (PARTITION p0 VALUES LESS THAN (10),"
+        " PARTITION p1 VALUES LESS THAN (20),"
+        " PARTITION p2 VALUES LESS THAN (30))");
+    sql.exec("INSERT INTO p VALUES (5, 1), (15, 2), (25, 3)");
+    donor.exec("USE db");
+    donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  }
+
+  void expect_refused() {
+    // By a scan of every partition; the server's own index scan looks at the
+    // first one only.
+    EXPECT_EQ(donor.attempt("SELECT SUM(a) FROM p IGNORE INDEX (k)").error,
+              1412u);
+    // The donor's transaction holds the table.
+    const int64_t locks_before = metadata_locks();
+    for (const char *index : {"PRIMARY", "k"})
+      for (const bool index_only : {false, true})
+        expect_error(1412, {.table = "p",
+                            .index = index,
+                            .index_only = index_only,
+                            .donor = donor.id()});
+    EXPECT_EQ(metadata_locks(), locks_before);
+    // A snapshot of its own sees the change.
+    EXPECT_EQ(Cursor({.table = "p", .index = "k"}).ints(0),
+              as_ints(sql.query("SELECT id FROM p ORDER BY a")));
+  }
+
+  Client donor;
+};
+
+TEST_F(Partition_newer_than_the_snapshot, WhenTheFirstIsTruncated) {
+  sql.exec("ALTER TABLE p TRUNCATE PARTITION p0");
+  expect_refused();
+}
+
+TEST_F(Partition_newer_than_the_snapshot, WhenAnotherIsTruncated) {
+  sql.exec("ALTER TABLE p TRUNCATE PARTITION p1");
+  expect_refused();
+}
+
+TEST_F(Partition_newer_than_the_snapshot, WhenTheLastIsTruncated) {
+  sql.exec("ALTER TABLE p TRUNCATE PARTITION p2");
+  expect_refused();
+}
+
+TEST_F(Partition_newer_than_the_snapshot, WhenOneIsExchanged) {
+  sql.exec("CREATE TABLE e (id INT PRIMARY KEY, a INT, KEY k (a))");
+  sql.exec("INSERT INTO e VALUES (16, 20)");
+  sql.exec("ALTER TABLE p EXCHANGE PARTITION p1 WITH TABLE e");
+  expect_refused();
+}
+
+// The server goes by the age of the index, and a table that takes a partition's
+// place keeps its index.
+TEST_F(Partition_newer_than_the_snapshot, ExchangeForAnOlderTableShowsIt) {
+  sql.exec("CREATE TABLE e (id INT PRIMARY KEY, a INT, KEY k (a))");
+  sql.exec("INSERT INTO e VALUES (16, 20)");
+  donor.exec("COMMIT");
+  donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+  sql.exec("ALTER TABLE p EXCHANGE PARTITION p1 WITH TABLE e");
+  for (const char *index : {"PRIMARY", "k"})
+    EXPECT_EQ(
+        Cursor({.table = "p", .index = index, .donor = donor.id()}).ints(0),
+        as_ints(donor.query("SELECT id FROM p FORCE INDEX (" +
+                            std::string(index) + ") ORDER BY " +
+                            (*index == 'k' ? "a" : "id"))));
+}
+
+TEST_F(Partition_newer_than_the_snapshot, LeavesUnchangedTablesReadable) {
+  sql.exec("INSERT INTO p VALUES (6, 4), (16, 5), (26, 6)");
+  for (const char *index : {"PRIMARY", "k"}) {
+    Cursor cursor({.table = "p", .index = index, .donor = donor.id()});
+    EXPECT_EQ(cursor.ints(0), (std::vector<long long>{5, 15, 25}));
+    EXPECT_EQ(cursor.ints(0, {.reverse = true}),
+              (std::vector<long long>{25, 15, 5}));
+  }
+}
+
 class Locked_table : public Refusal {
  protected:
   /** Have the pool hand out next a session that waits so long for metadata

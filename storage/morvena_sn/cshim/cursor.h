@@ -244,8 +244,8 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
                  1178 an index that has no order (full-text, spatial,
                  multi-valued of a partitioned table),
                  1205 lock or donor waited for too long, 1317 killed,
-                 1412 the index is newer than the snapshot,
-                 1712 the index is corrupt,
+                 1412 the index, or that of a partition, is newer than the
+                 snapshot, 1712 the index is corrupt,
                  1102, 1103 a missing or impossible name,
                  3168 the server has not finished starting, or is stopping,
                  10134 out of memory.

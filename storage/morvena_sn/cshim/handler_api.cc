@@ -126,13 +126,37 @@ void mark_key_columns(TABLE *table, const KEY *key) {
   mark_base_columns(table);
 }
 
+// The handler of a partitioned table checks the index of its first partition
+// only. Any other may have been truncated or exchanged since the snapshot, so
+// the handler gets each of them as its only one.
+int check_partitions(TABLE *table, uint index) {
+  partition_info *info = table->part_info;
+  std::vector<uint> partitions;
+  for (uint i = info->get_first_used_partition(); i != MY_BIT_NONE;
+       i = info->get_next_used_partition(i)) {
+    partitions.push_back(i);
+  }
+  MY_BITMAP *used = &info->read_partitions;
+  int error = 0;
+  for (const uint partition : partitions) {
+    bitmap_clear_all(used);
+    bitmap_set_bit(used, partition);
+    error = table->file->ha_index_init(index, false);
+    if (error != 0) break;
+    table->file->ha_index_end();
+  }
+  for (const uint partition : partitions) bitmap_set_bit(used, partition);
+  return error;
+}
+
 // Refused for an index that is corrupt, or newer than the snapshot and so
 // without its rows.
 bool start_index_scan(TABLE *table, const KEY *key) {
   handler *file = table->file;
   file->ha_index_or_rnd_end();
-  const int error =
-      file->ha_index_init(static_cast<uint>(key - table->key_info), true);
+  const auto index = static_cast<uint>(key - table->key_info);
+  int error = table->part_info != nullptr ? check_partitions(table, index) : 0;
+  if (error == 0) error = file->ha_index_init(index, true);
   if (error != 0) file->print_error(error, MYF(0));
   return error == 0;
 }
