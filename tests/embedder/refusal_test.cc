@@ -65,14 +65,26 @@ TEST_F(Refusal, MemoryTable) {
   expect_error(1031, {.table = "m"});
 }
 
-TEST_F(Refusal, InformationSchemaTable) {
-  Cursor cursor({.db = "information_schema", .table = "PLUGINS"});
-  EXPECT_FALSE(cursor.is_open());
-  EXPECT_NE(cursor.error, 0u);
+TEST_F(Refusal, InformationSchemaInAnyCase) {
+  for (const char *db :
+       {"information_schema", "INFORMATION_SCHEMA", "Information_Schema"})
+    for (const char *table :
+         {"TABLES", "tables", "Tables", "PLUGINS", "plugins", "INNODB_TABLES",
+          "innodb_tables", "nothing"})
+      expect_error(1347, {.db = db, .table = table});
 }
 
 TEST_F(Refusal, PerformanceSchemaTable) {
   expect_error(1031, {.db = "performance_schema", .table = "threads"});
+  for (const char *name : {"THREADS", "nothing"}) {
+    EXPECT_FALSE(Cursor({.db = "performance_schema", .table = name}).is_open());
+    EXPECT_FALSE(Cursor({.db = "PERFORMANCE_SCHEMA", .table = name}).is_open());
+  }
+}
+
+TEST_F(Refusal, SysView) {
+  expect_error(1347, {.db = "sys", .table = "version"});
+  EXPECT_TRUE(Cursor({.db = "sys", .table = "sys_config"}).is_open());
 }
 
 // It belongs to its session.

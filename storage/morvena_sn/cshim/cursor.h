@@ -239,7 +239,8 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
   @param[out] error    0, or the server's error number
   @param[out] message  at least 512 bytes; written only on failure
   @retval 0      not opened; nothing is held. *error and message say why:
-                 1049 unknown database, 1146 no such table, 1347 a view,
+                 1049 unknown database, 1146 no such table, 1347 a view, or
+                 anything in information_schema,
                  1031 a table of another engine, 1176 no such index,
                  1178 an index that has no order (full-text, spatial,
                  multi-valued of a partitioned table),

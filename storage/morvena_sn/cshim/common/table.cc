@@ -116,6 +116,12 @@ void *CommonApi::open_table(void *my_thd, const char *db_name,
     my_error(ER_WRONG_TABLE_NAME, MYF(0), or_empty(table_name));
     return nullptr;
   }
+  // Nothing in this schema is a base table. It is refused by the schema's name
+  // alone: debug builds stop at a lock request for a lower-case name in it.
+  if (is_infoschema_db(db_name)) {
+    my_error(ER_WRONG_OBJECT, MYF(0), db_name, table_name, "BASE TABLE");
+    return nullptr;
+  }
   host::Table_ref *ref = make_table_ref(thd, db_name, table_name, lock_type);
   if (ref == nullptr) return nullptr;
   Open_table_context context(thd, 0);
