@@ -15,7 +15,10 @@
 
 bool IndexCursor::advance_parallel(size_t n_threads, Parallel_load_func load_cb,
                                    void *argument) {
-  if (bounds_ == Bounds::REFUSED) return false;
+  if (bounds_ == Bounds::REFUSED) {
+    state_->failure.set_wrong_argument("the range, which was refused");
+    return false;
+  }
   const std::unique_ptr<ParallelIndexReader> reader(
       ParallelIndexReader::open(table(), key()->name, index_only_, state_));
   if (reader == nullptr) return false;
