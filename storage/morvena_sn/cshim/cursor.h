@@ -24,17 +24,17 @@
     meanwhile. The donor's own uncommitted rows are visible, those that it
     writes later as well (once its transaction has an id); changes of others
     after the donor's snapshot are not. Donor 0, and a donor whose transaction
-    has no read view (idle, READ COMMITTED between statements, READ UNCOMMITTED,
-    prepared in XA), give the cursor a fresh snapshot of its own, taken at the
-    first read for a donor without a view and at open for donor 0. A donor id
-    that no session has raises error 1094 on the cursor's session; the cursor
-    opens all the same and takes a fresh snapshot at its first read.
+    has no read view (idle, only writing so far, READ COMMITTED between
+    statements, READ UNCOMMITTED, SERIALIZABLE, prepared in XA), give the cursor
+    a fresh snapshot of its own, taken at open for donor 0, and for a donor
+    without a view at the first read, row by row or in parallel. A SERIALIZABLE
+    transaction has no view because its reads lock instead. A donor id that no
+    session has raises error 1094 on the cursor's session; the cursor opens all
+    the same and takes a fresh snapshot at its first read.
     While a statement of the donor's reads system tables (the dictionary for a
     table that it has not opened lately, a time zone), the opening waits for
     that: for a few page reads, and at most for timeout_sec, but a second at the
     least; then it fails with 1205.
-    A parallel read takes no snapshot by itself: where the donor gave none, it
-    delivers what the index holds at the moment, uncommitted rows among it.
     The isolation level, the SQL mode and the time zone of the cursor's session
     are the server's global ones at open, not the donor's: a TIMESTAMP reads in
     the global time zone, and under a global READ UNCOMMITTED no snapshot is

@@ -177,21 +177,6 @@ TEST_F(Parallel_visibility, ReadCommittedDonorHasNoSnapshotToGive) {
     EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 10u);
 }
 
-TEST_F(Parallel_visibility, WithoutAViewWhatTheIndexHoldsIsDelivered) {
-  make(300);
-  sql.exec("BEGIN");
-  sql.exec("INSERT INTO t VALUES (1000, 1, 'uncommitted')");
-  sql.exec("DELETE FROM t WHERE id = 1");
-  const Scan scan({.donor = donor.id()});
-  for (const size_t threads : thread_counts) {
-    const auto ids = collect_ints(scan, threads, 0);
-    ASSERT_EQ(ids.size(), 300u);
-    EXPECT_EQ(ids.front(), 2);
-    EXPECT_EQ(ids.back(), 1000);
-  }
-  sql.exec("ROLLBACK");
-}
-
 TEST_F(Parallel_visibility, ManyOpenTransactions) {
   make();
   std::vector<std::unique_ptr<Client>> writers;

@@ -8,15 +8,18 @@
 
 // open: which index, and how are its records converted?
 // In: an open, locked table and an index name. Out: a reader, or a refusal in
-// words. Holds: the dictionary table and the row-conversion state,
-// until the reader's destruction. Threads: the caller's. Fails: no such index,
-// an index that has no B-tree of whole keys.
+// words; the cursor's transaction has a snapshot. Holds: the dictionary table
+// and the row-conversion state, until the reader's destruction. Threads: the
+// caller's. Fails: no such index, an index that has no B-tree of whole keys, no
+// memory for a snapshot.
 
 #include <algorithm>
 #include <new>
 #include <string>
 
 #include "innodb_api.h"
+
+#include "srv0srv.h"
 
 namespace {
 
@@ -100,6 +103,16 @@ Refusal refusal(const dict_index_t *index, const TABLE *table,
   return {0, nullptr};
 }
 
+// A cursor whose donor gave no view takes one of its own at its first read and
+// keeps it, as when the host reads its rows one by one. A read-only server has
+// no views; without changes every read sees the same.
+// @return false if a view is needed and cannot be had
+bool take_snapshot(trx_t *trx) {
+  if (srv_read_only_mode) return true;
+  if (trx->isolation_level == TRX_ISO_READ_UNCOMMITTED) return true;
+  return trx_assign_read_view(trx) != nullptr;
+}
+
 // A partitioned table has a B-tree for each partition and no dictionary table
 // of its own name; another engine's has neither.
 bool has_one_tree(const TABLE *table) {
@@ -153,6 +166,10 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
     const std::string name = index_name != nullptr ? index_name : "";
     failure->raise(ER_KEY_DOES_NOT_EXITS,
                    ("Cannot find a index \"" + name + "\".").c_str());
+    return nullptr;
+  }
+  if (!take_snapshot(thd_to_trx(current_thd))) {
+    failure->raise(ER_OOM, "Cannot take a snapshot for a parallel scan");
     return nullptr;
   }
   const Refusal why = refusal(index, table, thd_to_trx(current_thd));
