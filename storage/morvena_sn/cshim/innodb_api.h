@@ -139,13 +139,12 @@ struct Column_plan {
 
   const mysql_row_templ_t *templ;
   const CHARSET_INFO *filling = nullptr;  // the rest of a value that is cut
-  ulint rec_field_no;   // in the records that are converted; ULINT_UNDEFINED
-                        // when they do not hold the column
-  uint32_t row_offset;  // of its value in a row
-  uint32_t null_byte;   // likewise
-  byte null_bit;        // 0: never null
-  byte length_bytes;    // of a VARCHAR in a row
-  Stored_form form;     // of its values in those records
+  ulint rec_field_no;                     // in the records that are converted
+  uint32_t row_offset;                    // of its value in a row
+  uint32_t null_byte;                     // likewise
+  byte null_bit;                          // 0: never null
+  byte length_bytes;                      // of a VARCHAR in a row
+  Stored_form form;                       // of its values in those records
 };
 
 /** What one worker owns. Its address is the batch handle of the callback. */

@@ -9,6 +9,7 @@
 // Reads of a secondary index: by itself, and with the row fetched.
 
 #include <algorithm>
+#include <atomic>
 
 #include "parallel_test.h"
 
@@ -47,6 +48,47 @@ TEST_F(Parallel_secondary, ByItselfAnOutsideColumnHasNoValue) {
     }
     return false;
   }));
+}
+
+// Also one that is never NULL, for which a row has no bit to say so.
+TEST_F(Parallel_secondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT NOT NULL,"
+      " e ENUM('one', 'two') NOT NULL, d DATE NOT NULL, c CHAR(5) NOT NULL,"
+      " b BLOB NOT NULL, KEY by_a (a))");
+  fill("t", 3000, "i, i, i, 'two', '2024-02-29', 'c', 'b'");
+  Cursor cursor({.index = "by_a", .index_only = true});
+  const auto expect_no_values = [&](const Columns &columns,
+                                    const std::string &select) {
+    for (const size_t threads : thread_counts) {
+      std::atomic<size_t> n_values{0};
+      EXPECT_TRUE(read_parallel(cursor, threads, [&](const Batch &batch) {
+        for (unsigned int nr = 0; nr < batch.size(); ++nr) {
+          for (const unsigned int column : columns) {
+            n_values += batch.read_int(column, nr).has_value() +
+                        batch.read_real(column, nr).has_value() +
+                        batch.read_text(column, nr).has_value() +
+                        batch.read_decimal(column, nr).has_value() +
+                        batch.read_date(column, nr).has_value() +
+                        batch.read_time(column, nr).has_value() +
+                        batch.read_datetime(column, nr).has_value();
+          }
+        }
+        return false;
+      }));
+      EXPECT_EQ(n_values, 0u) << threads << " threads";
+      expect_rows(collect(cursor, threads, first_columns(7)).rows,
+                  donor_rows(select));
+    }
+  };
+  expect_no_values({2, 3, 4, 5, 6},
+                   "SELECT id, a, NULL, NULL, NULL, NULL, NULL FROM t");
+  cursor.set_columns({0, 2, 3, 6});
+  expect_no_values({1, 2, 3, 4, 5, 6},
+                   "SELECT id, NULL, NULL, NULL, NULL, NULL, NULL FROM t");
+  cursor.set_columns({2});
+  expect_no_values({0, 1, 2},
+                   "SELECT NULL, NULL, NULL, NULL, NULL, NULL, NULL FROM t");
 }
 
 // The calling thread's pieces end with the index or with a page but for one.

@@ -195,13 +195,8 @@ void ParallelIndexReader::store_located_row(const Ctx *ctx, byte *row) {
   }
 }
 
-// A column that the index does not hold reads as NULL, or its default.
 bool ParallelIndexReader::store_column(const Column_plan &column,
                                        const Ctx *ctx, byte *row) {
-  if (column.rec_field_no == ULINT_UNDEFINED) {
-    set_null(row, column, prebuilt_->default_rec);
-    return true;
-  }
   const dict_index_t *index = converts_clustered() ? clustered_index() : index_;
   ulint bytes;
   const byte *data = rec_get_nth_field_instant(

@@ -265,6 +265,9 @@ void ParallelIndexReader::plan_columns() {
       field_no = index_->get_col_pos(col_no, false, false);
       is_prefix = field_no == ULINT_UNDEFINED;
       if (is_prefix) field_no = index_->get_col_pos(col_no, true, false);
+      // A column that the index does not hold has no value, which a row could
+      // not say of one that is never NULL.
+      if (field_no == ULINT_UNDEFINED) continue;
     }
     columns_.emplace_back(templ, field_no);
     const Field *field = mysql_table_->field[templ->col_no];
