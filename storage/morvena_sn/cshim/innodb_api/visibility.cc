@@ -9,8 +9,9 @@
 // visibility: which version of this record may the read see?
 // In: a record on a page that traverse has latched. Out: a version in the heap,
 // or none. Holds: the clustered leaf of one look-up, in the row's mini-
-// transaction. Threads: any worker; the snapshot is read-only. Fails: never;
-// what cannot be judged is not delivered.
+// transaction. Threads: any worker; the snapshot is read-only. Fails: history
+// that purge has taken, a virtual value that cannot be computed; the failure is
+// the read's, at the worker's next check.
 
 #include "innodb_api.h"
 #include "innodb_api/scope.h"
@@ -55,19 +56,22 @@ class Clustered_search {
   btr_cur_t cursor_{};
 };
 
-// The version of a clustered record that the view sees; null when there is
-// none. The mini-transaction holds the record's page.
-const rec_t *visible_version(const rec_t *rec, dict_index_t *index,
-                             ReadView *view, ulint **offsets, mem_heap_t **heap,
-                             lob::undo_vers_t *lob_undo, mtr_t *mtr) {
+// *version is that of a clustered record that the view sees; null when there is
+// none, or it cannot be built. The mini-transaction holds the record's page.
+dberr_t visible_version(const rec_t *rec, dict_index_t *index, ReadView *view,
+                        ulint **offsets, mem_heap_t **heap,
+                        lob::undo_vers_t *lob_undo, mtr_t *mtr,
+                        const rec_t **version) {
   lob_undo->reset();
+  *version = rec;
   const trx_id_t id = row_get_rec_trx_id(rec, index, *offsets);
-  if (view->changes_visible(id, index->table->name)) return rec;
+  if (view->changes_visible(id, index->table->name)) return DB_SUCCESS;
   *offsets = host::rec_offsets(rec, index, nullptr, heap);
-  rec_t *version = nullptr;
-  row_vers_build_for_consistent_read(rec, mtr, index, offsets, view, heap,
-                                     *heap, &version, nullptr, lob_undo);
-  return version;
+  rec_t *built = nullptr;
+  const dberr_t err = row_vers_build_for_consistent_read(
+      rec, mtr, index, offsets, view, heap, *heap, &built, nullptr, lob_undo);
+  *version = err == DB_SUCCESS ? built : nullptr;
+  return err;
 }
 
 dtuple_t *build_ref(const rec_t *sec_rec, const dict_index_t *sec_index,
@@ -92,8 +96,9 @@ bool ParallelIndexReader::check_visibility(const rec_t *&rec, ulint *&offsets,
   ReadView *view = trx_ != nullptr ? trx_->read_view : nullptr;
   if (view != nullptr && index_->is_clustered()) {
     if (trx_->isolation_level > TRX_ISO_READ_UNCOMMITTED) {
-      rec = visible_version(rec, index_, view, &offsets, &heap,
-                            &tctx->lob_undo_, mtr);
+      const dberr_t err = visible_version(rec, index_, view, &offsets, &heap,
+                                          &tctx->lob_undo_, mtr, &rec);
+      if (err != DB_SUCCESS) set_error(err);
       if (rec == nullptr) return false;
     }
   } else if (view != nullptr &&
@@ -124,8 +129,10 @@ const rec_t *ParallelIndexReader::lookup_cluster_rec(
     offsets =
         host::rec_offsets(found, clustered, nullptr, &heap, n_fetched_fields_);
     if (view != nullptr) {
-      version = visible_version(found, clustered, view, &offsets, &heap,
-                                &tctx->lob_undo_, mtr);
+      const dberr_t err =
+          visible_version(found, clustered, view, &offsets, &heap,
+                          &tctx->lob_undo_, mtr, &version);
+      if (err != DB_SUCCESS) set_error(err);
     }
   }
   if (version == nullptr) return nullptr;
@@ -136,5 +143,6 @@ const rec_t *ParallelIndexReader::lookup_cluster_rec(
   bool is_equal = false;
   const dberr_t err = row_sel_sec_rec_is_for_clust_rec(
       sec_rec, index_, version, clustered, trx_, mysql_table_, is_equal);
+  if (err != DB_SUCCESS) set_error(err);
   return err == DB_SUCCESS && is_equal ? version : nullptr;
 }

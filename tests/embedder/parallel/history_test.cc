@@ -1,0 +1,76 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Versions that cannot be built any more because purge has taken their history.
+
+#include "host.h"
+#include "host/innodb.h"
+#include "host/read_view.h"
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+/** The view of the current session, known to its transaction alone: purge does
+    not wait for it. */
+class Forgotten_view {
+ public:
+  Forgotten_view() : trx_(thd_to_trx(current_thd)) {
+    ReadView *copy = nullptr;
+    trx_sys_mutex_enter();
+    host::clone_read_view(trx_->read_view, copy, trx_);
+    trx_sys->mvcc->view_close(trx_->read_view, true);
+    trx_sys_mutex_exit();
+    trx_->read_view = copy;
+  }
+  ~Forgotten_view() {
+    ut::delete_(trx_->read_view);
+    trx_->read_view = nullptr;
+  }
+  Forgotten_view(const Forgotten_view &) = delete;
+  Forgotten_view &operator=(const Forgotten_view &) = delete;
+
+ private:
+  trx_t *trx_;
+};
+
+class Parallel_history : public Parallel_test {
+ protected:
+  Parallel_history() {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+    fill("t", 3000, "i, i, i");
+  }
+
+  /** Purge takes what a row's earlier version is made of. */
+  template <class Reader>
+  void expect_failure(const Reader &reader) {
+    ASSERT_TRUE(reader.is_open()) << reader.error << reader.message;
+    const Forgotten_view view;
+    sql.exec("UPDATE t SET v = v + 10000, w = 0 WHERE id % 10 = 0");
+    wait_for_purge();
+    for (const size_t threads : thread_counts) {
+      SCOPED_TRACE(std::to_string(threads) + " threads");
+      EXPECT_FALSE(collect(reader, threads, {0}).complete);
+    }
+  }
+};
+
+TEST_F(Parallel_history, WhichIsGoneFailsTheReadOfATable) {
+  expect_failure(Scan());
+}
+
+TEST_F(Parallel_history, WhichIsGoneFailsAnIndexOnlyRead) {
+  expect_failure(Cursor({.index = "by_v", .index_only = true}));
+}
+
+TEST_F(Parallel_history, WhichIsGoneFailsAReadThatFetchesRows) {
+  expect_failure(Cursor({.index = "by_v"}));
+}
+
+}  // namespace
