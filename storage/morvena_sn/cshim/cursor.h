@@ -136,7 +136,8 @@ typedef struct field_arg {
 } field_arg;
 
 /**
-  The load callback of a parallel read: takes a batch of up to 4096 rows.
+  The load callback of a parallel read: takes a batch of up to 4096 rows; of
+  fewer once their large values (BLOB, TEXT, JSON, GEOMETRY) exceed 8 MB.
 
   @param handle     the batch, for pread_n_tuples() and pread_field_*()
   @param thread_id  the worker's number, 0 to the number of workers - 1

@@ -9,8 +9,10 @@
 // Values that are stored off the page, and columns that records do not hold:
 // as the snapshot sees them, whatever became of them since.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <mutex>
 
 #include "parallel_test.h"
 
@@ -43,6 +45,41 @@ TEST_F(Parallel_large_value, MoreThanABatchOfThem) {
   fill("t", 9000,
        "i, IF(i % 100, CONCAT('short ', i), REPEAT('l', 20000 + i))");
   expect_whole_table();
+}
+
+// However many rows it has: a batch is handed over when its large values pass
+// 8 MB, so it has no more than that and a row's.
+TEST_F(Parallel_large_value, DoNotPileUpInABatch) {
+  constexpr size_t n_rows = 200, bytes = 1 << 20;
+  sql.exec(
+      "CREATE TABLE t (id INT PRIMARY KEY, pad VARCHAR(2000), b LONGBLOB)"
+      " CHARACTER SET latin1");
+  fill("t", n_rows, "i, REPEAT('p', 2000), REPEAT('x', 1048576)");
+  const Scan scan;
+  for (const size_t threads : {size_t{0}, size_t{4}}) {
+    SCOPED_TRACE(std::to_string(threads) + " threads");
+    std::vector<long long> ids;
+    size_t largest_batch = 0;
+    std::mutex mu;
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
+      const std::lock_guard<std::mutex> lock(mu);
+      size_t of_batch = 0;
+      for (unsigned int nr = 0; nr < batch.size(); ++nr) {
+        ids.push_back(batch.read_int(0, nr).value());
+        const std::string value = batch.read_text(2, nr).value();
+        EXPECT_EQ(value.size(), bytes);
+        EXPECT_EQ(value.find_first_not_of('x'), std::string::npos);
+        of_batch += value.size();
+      }
+      largest_batch = std::max(largest_batch, of_batch);
+      return false;
+    }));
+    std::sort(ids.begin(), ids.end());
+    EXPECT_EQ(ids, as_ints(sql.query("SELECT id FROM t ORDER BY id")));
+    // Fewer would be a batch for each row or so.
+    EXPECT_GE(largest_batch, 4 * bytes);
+    EXPECT_LE(largest_batch, 9 * bytes);
+  }
 }
 
 TEST_F(Parallel_large_value, Replaced) {

@@ -22,6 +22,8 @@ namespace {
 
 constexpr size_t rows_per_batch = 4096;
 constexpr size_t first_slots = 64;  // for the rows of a page, mostly
+// A batch with more than this in large values takes no further row.
+constexpr ulint large_bytes_per_batch = 8 << 20;
 
 // A worker's own Field objects: reading a row points them at it.
 bool copy_fields(ThreadCtx *tctx, TABLE *table,
@@ -149,7 +151,8 @@ dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
   ThreadCtx *tctx = ctx->thread_ctx_;
   size_t slot = tctx->n_read_ - tctx->n_sent_;
   dberr_t err = DB_SUCCESS;
-  if (slot == tctx->batch_size_) {
+  if (slot == tctx->batch_size_ ||
+      mem_heap_get_size(tctx->blob_heap_) > large_bytes_per_batch) {
     err = send_batch(tctx);
     if (err != DB_SUCCESS) {
       state_->failure.set(er_callback_stopped, "The callback stopped the read");
