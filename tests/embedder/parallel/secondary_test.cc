@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 
 #include "parallel_test.h"
 
@@ -89,6 +90,33 @@ TEST_F(Parallel_secondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
   cursor.set_columns({2});
   expect_no_values({0, 1, 2},
                    "SELECT NULL, NULL, NULL, NULL, NULL, NULL, NULL FROM t");
+}
+
+// The page of the entries has changed, so each entry's row is looked up. It is
+// let go before the entry is delivered: while the callback runs, somebody
+// changes the very row.
+TEST_F(Parallel_secondary, ByItselfTheRowsPageIsFreeInTheCallback) {
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
+  fill("t", 5000, "i, i, 0");
+  take_snapshot();
+  sql.exec("UPDATE t SET v = v + 10000 WHERE id % 50 = 3");
+  const Cursor cursor(
+      {.index = "by_v", .index_only = true, .donor = donor.id()});
+  size_t n_batches = 0, n_rows = 0;
+  std::future<Reply> writing;
+  EXPECT_TRUE(read_parallel(cursor, 0, [&](const Batch &batch) {
+    n_rows += batch.size();
+    if (++n_batches > 1) return false;
+    // The row in hand is the next batch's first.
+    EXPECT_EQ(batch.read_int(0, 4095), 4096);
+    writing = sql.send("UPDATE t SET w = 1 WHERE id = 4097");
+    EXPECT_EQ(writing.wait_for(std::chrono::seconds(5)),
+              std::future_status::ready);
+    return false;
+  }));
+  EXPECT_EQ(writing.get().error, 0u);
+  EXPECT_EQ(n_batches, 2u);
+  EXPECT_EQ(n_rows, 5000u);
 }
 
 // The calling thread's pieces end with the index or with a page but for one.

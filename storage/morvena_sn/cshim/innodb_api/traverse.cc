@@ -217,8 +217,10 @@ dberr_t Traversal::read_index_only(const rec_t *rec, ulint *offsets) {
   const ulint *in_place = offsets;
   const bool visible = reader_.check_visibility(
       rec, offsets, heap_.get(), scan_mtr(), &row_mtr_, ctx_->thread_ctx_);
-  dberr_t err = visible ? deliver(rec, offsets) : DB_SUCCESS;
+  // The entry is delivered, or a copy of a version: nobody has to wait for the
+  // row's page while the callback runs.
   row_mtr_.commit();
+  dberr_t err = visible ? deliver(rec, offsets) : DB_SUCCESS;
   const bool version_built = offsets != in_place || !visible;
   // Building a version may take thousands of steps back.
   if (err == DB_SUCCESS && version_built) is_stopped(&err);
