@@ -504,7 +504,8 @@ bool cursor_read_field_datetime(uintptr_t cursor, unsigned int field_idx,
   cursor. They deliver each row that the snapshot sees exactly once, whatever
   writers do. The isolation level counts: under a global READ COMMITTED an
   index-only read of a secondary index delivers every entry that is not marked
-  as deleted.
+  as deleted. Under a global READ UNCOMMITTED a read delivers what the index
+  holds, less the rows whose large values are just being written.
   Reads of a secondary index that also fetch the row (index_only false) are not
   exact at the inner ends of the range's pieces: rows of the last page of a
   piece that ends inside that page are left out. Read the primary key, or

@@ -97,7 +97,8 @@ const byte *keep(const Ctx *ctx, const mysql_row_templ_t *templ,
 }
 
 // A value that is stored off the page, as of the version in hand. Null while
-// its writer, the donor itself, is writing it.
+// its writer is writing it: the donor itself or, under READ UNCOMMITTED,
+// anybody.
 const byte *fetch_extern(const row_prebuilt_t *prebuilt, const Ctx *ctx,
                          const dict_index_t *clustered, ulint field_no,
                          mem_heap_t *heap, ulint *bytes) {
@@ -162,6 +163,10 @@ dberr_t ParallelIndexReader::process_row(Ctx *ctx) {
   }
   if (slot == tctx->n_slots_) grow_buffer(tctx);
   if (!store_row(ctx, tctx->buffer_.get() + slot * tctx->row_len_)) {
+    // As in SQL, a row is not there before its values are.
+    if (trx_->isolation_level == TRX_ISO_READ_UNCOMMITTED) return err;
+    state_->failure.raise(ER_CHECKREAD,
+                          "Cannot read a value that the donor is writing");
     return DB_ERROR;
   }
   ++tctx->n_read_;
@@ -213,11 +218,7 @@ bool ParallelIndexReader::store_column(const Column_plan &column,
   if (is_external) {
     data = fetch_extern(prebuilt_, ctx, index, column.rec_field_no,
                         ctx->thread_ctx_->blob_heap_, &bytes);
-    if (data == nullptr) {
-      state_->failure.raise(ER_CHECKREAD,
-                            "Cannot read a value that the donor is writing");
-      return false;
-    }
+    if (data == nullptr) return false;
   } else {
     data = keep(ctx, column.templ, data, bytes);
   }
