@@ -31,6 +31,9 @@
     transaction has no view because its reads lock instead. A donor id that no
     session has raises error 1094 on the cursor's session; the cursor opens all
     the same and takes a fresh snapshot at its first read.
+    A donor that changes rows of the table while its cursor reads an index can
+    make the cursor deliver a row twice, under its old and its new key, or not
+    at all: have the donor write before the read or after it.
     While a statement of the donor's reads system tables (the dictionary for a
     table that it has not opened lately, a time zone), the opening waits for
     that: for a few page reads, and at most for timeout_sec, but a second at the
