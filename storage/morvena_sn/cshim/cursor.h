@@ -167,7 +167,11 @@ typedef struct field_arg {
             the read lets them through before it goes on. Copy what is needed,
             and return: a callback that does not return keeps all of them
             waiting, and the server ends itself when that takes longer than
-            its limit for latch waits, ten minutes.
+            its limit for latch waits, ten minutes. For the same reason the
+            callbacks of one read must not wait for each other, as in an ordered
+            merge: while somebody wants the whole index, one worker waits
+            outside its callback until all others have left theirs. Merge copies
+            outside the callback.
 
   An exception that leaves it ends the read as a failure, also with a worker's
   last batch.
