@@ -99,6 +99,32 @@ callbacks_run_at_a_shutdown_by_sql() {
   expect 'callbacks' "$(callbacks)" 'a'
 }
 
+null_in_place_of_a_callback_is_left_alone() {
+  start
+  act start
+  act observe_nothing
+  act observe_a
+  act observe_nothing
+  stop
+  expect 'callbacks' "$(callbacks)" 'a'
+}
+
+callback_without_a_plugin_is_left_alone() {
+  start
+  act start
+  act observe_for_nobody
+  act observe_b
+  stop
+  expect 'callbacks' "$(callbacks)" 'b'
+}
+
+callback_without_a_plugin_alone() {
+  start
+  act observe_for_nobody
+  stop
+  expect 'callbacks' "$(callbacks)" ''
+}
+
 registration_during_the_shutdown_is_kept_for_nobody() {
   start
   act start

@@ -217,6 +217,8 @@ void deinit_common(void);
                  deinit_common(). A function that is registered already is not
                  added again.
 
+  With a null for either nothing is registered.
+
   Sense:    none.
   Lifetime: f is called at most once and then forgotten.
   Threads:  any. f runs on a server thread, before client sessions are ended,

@@ -212,6 +212,11 @@ std::string observe(Shutdown_observer_func f) {
   return "done";
 }
 
+std::string observe_for_nobody() {
+  register_shutdown_observer(nullptr, callback_a);
+  return "done";
+}
+
 std::string act(const std::string &name) {
   static const std::map<std::string, std::string (*)()> acts = {
       {"opened_at_load", [] { return opened_at_load; }},
@@ -219,6 +224,8 @@ std::string act(const std::string &name) {
       {"stop", [] { return deinit_common(), std::string("done"); }},
       {"observe_a", [] { return observe(callback_a); }},
       {"observe_b", [] { return observe(callback_b); }},
+      {"observe_nothing", [] { return observe(nullptr); }},
+      {"observe_for_nobody", observe_for_nobody},
       {"observe_late", [] { return observe(callback_that_registers); }},
       {"observe_reader",
        [] { return observe(callback_that_waits_for_a_reader); }},

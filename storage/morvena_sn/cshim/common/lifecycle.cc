@@ -173,6 +173,7 @@ void CommonApi::deinit_common_api() {
 
 void CommonApi::register_shutdown_observer(void *plugin,
                                            Shutdown_observer_func f) {
+  if (plugin == nullptr || f == nullptr) return;
   {
     const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
     if (std::find(shutdown_cbs.begin(), shutdown_cbs.end(), f) ==
