@@ -10,8 +10,11 @@
 #include "gtest/gtest.h"
 #include "host_stand_in.h"
 
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
@@ -47,6 +50,36 @@ class Gate {
   std::promise<void> open_;
   std::shared_future<void> opened_;
 };
+
+/** Runs n tasks at the same time. */
+void run_together(Threads *pool, int n) {
+  std::atomic<int> running{0};
+  std::vector<std::future<bool>> tasks;
+  for (int i = 0; i < n; ++i) {
+    tasks.push_back(pool->submit([&running, n] {
+      ++running;
+      return wait_until([&running, n] { return running == n; });
+    }));
+  }
+  for (auto &task : tasks) EXPECT_TRUE(task.get());
+}
+
+/** The addresses that the process has in use, in bytes. */
+long address_space() {
+  long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages * 4096;
+}
+
+/** How much of them the stack of a thread takes. */
+long stack_bytes() {
+  pthread_attr_t attributes;
+  size_t bytes = 0;
+  pthread_getattr_default_np(&attributes);
+  pthread_attr_getstacksize(&attributes, &bytes);
+  pthread_attr_destroy(&attributes);
+  return static_cast<long>(bytes);
+}
 
 /** Occupies every worker of the pool; the futures end when the gate opens. */
 Futures occupy_workers(Threads *pool, const Gate &gate) {
@@ -177,6 +210,29 @@ TEST_F(Pool, TaskWithoutAnIdleWorkerGetsAThreadOfItsOwn) {
   gate.open();
 }
 
+TEST_F(Pool, EndedThreadsBesideItGiveTheirStacksBack) {
+  constexpr int n_beside = 200;
+  // What the first threads of a process allocate stays for the next.
+  std::vector<std::thread> first;
+  std::atomic<int> running{0};
+  for (int i = 0; i < n_beside; ++i) {
+    first.emplace_back([&running] {
+      const std::vector<int> allocated(1000);
+      ++running;
+      wait_until([&running] { return running == n_beside; });
+    });
+  }
+  for (auto &thread : first) thread.join();
+  const long before = address_space();
+  run_together(pool, 32 + n_beside);
+  ASSERT_TRUE(wait_until([] { return threads_set_up == 32; }));
+  // The C library keeps some of them for the next threads.
+  EXPECT_TRUE(wait_until([&] {
+    return address_space() - before < n_beside / 4 * stack_bytes();
+  })) << (address_space() - before) / stack_bytes()
+      << " stacks";
+}
+
 TEST_F(Pool, WorkersAreReusedAfterABusyTime) {
   Gate gate;
   Futures busy = occupy_workers(pool, gate);
@@ -268,6 +324,67 @@ TEST(Pool_stopping, TaskWithoutAnIdleWorkerStillRuns) {
   gate.open();
   stopper.join();
   EXPECT_TRUE(wait_until([] { return threads_set_up == 0; }));
+}
+
+TEST(Pool_stopping, WaitsForWhoHoldsThePool) {
+  Threads::initialize();
+  std::atomic<bool> stopped{false};
+  std::thread stopper;
+  {
+    const Threads::Hold hold;
+    ASSERT_NE(hold.get(), nullptr);
+    stopper = std::thread([&] {
+      Threads::shutdown();
+      stopped = true;
+    });
+    ASSERT_TRUE(wait_until([] { return Threads::get_instance() == nullptr; }));
+    // Nobody gets it any more, but who has it uses it as before.
+    EXPECT_EQ(Threads::Hold().get(), nullptr);
+    Futures tasks;
+    for (int i = 0; i < 100; ++i) tasks.push_back(hold.get()->submit([] {}));
+    for (auto &task : tasks) EXPECT_NO_THROW(task.get());
+    EXPECT_FALSE(stopped);
+  }
+  stopper.join();
+  EXPECT_TRUE(stopped);
+  EXPECT_EQ(threads_set_up, 0);
+}
+
+TEST(Pool_stopping, WaitsForThreadsBesideThePool) {
+  Threads::initialize();
+  Gate gate;
+  Futures busy = occupy_workers(Threads::get_instance(), gate);
+  Gate beside_gate;
+  auto beside = Threads::get_instance()->submit(beside_gate.pass());
+  gate.open();
+  std::atomic<bool> stopped{false};
+  std::thread stopper([&] {
+    Threads::shutdown();
+    stopped = true;
+  });
+  // Of 33 threads the one beside the pool is left.
+  ASSERT_TRUE(wait_until([] { return threads_set_up == 1; }));
+  EXPECT_FALSE(stopped);
+  beside_gate.open();
+  stopper.join();
+  EXPECT_EQ(threads_set_up, 0);
+}
+
+TEST(Pool_stopping, PoolStartedMeanwhileServes) {
+  Threads::initialize();
+  std::thread stopper;
+  {
+    const Threads::Hold hold;
+    stopper = std::thread([] { Threads::shutdown(); });
+    ASSERT_TRUE(wait_until([] { return Threads::get_instance() == nullptr; }));
+    Threads::initialize();
+    EXPECT_NE(Threads::get_instance(), hold.get());
+    EXPECT_EQ(Threads::get_instance()->submit([] { return 4; }).get(), 4);
+  }
+  stopper.join();
+  EXPECT_EQ(Threads::get_instance()->submit([] { return 5; }).get(), 5);
+  Threads::shutdown();
+  EXPECT_EQ(threads_set_up, 0);
 }
 
 }  // namespace

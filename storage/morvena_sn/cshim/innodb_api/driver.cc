@@ -164,7 +164,8 @@ void ParallelIndexReader::parallel_read(size_t n_threads) {
     return;
   }
   try {
-    ThreadPool *pool = ThreadPool::get_instance();
+    const ThreadPool::Hold hold;
+    ThreadPool *const pool = hold.get();
     if (pool == nullptr) throw std::bad_alloc();
     for (ThreadCtx *tctx : thread_ctxs_) {
       parallel_threads_.push_back(

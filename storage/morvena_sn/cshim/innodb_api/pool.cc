@@ -21,76 +21,122 @@
 
 namespace {
 
-// Threads beside the pool. Nobody waits for their tasks; but a task's future is
-// ready before its thread has left this code, which may then be unmapped.
+// Threads beside the pool. A task's future is ready before its thread has left
+// this code. A thread that ends joins the one that ended before it, so that no
+// more than one keeps its stack.
 class Threads_beside {
  public:
-  // At the unmapping. A task that runs even now is its submitter's fault.
-  ~Threads_beside() {
-    const auto give_up = std::chrono::steady_clock::now() + leaving_limit;
-    for (Entry &entry : entries_) {
-      while (!entry.ended && std::chrono::steady_clock::now() < give_up) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
-      if (!entry.ended) entry.thread.detach();
-    }
-    forget_ended();
-    if (!entries_.empty()) new std::list<Entry>(std::move(entries_));
-  }
-
   void start(std::function<void()> task) {
-    std::list<Entry> made(1);
-    Entry &entry = made.front();
+    std::list<std::thread> made(1);
+    const auto self = made.begin();
     const std::lock_guard<std::mutex> lock(mutex_);
-    forget_ended();
-    entry.thread = std::thread([&entry, task = std::move(task)]() mutable {
+    *self = std::thread([this, self, task = std::move(task)]() mutable {
       my_thread_init();
       task();
       task = nullptr;
       my_thread_end();
-      entry.ended = true;
+      end(self);
     });
-    entries_.splice(entries_.end(), made);
+    running_.splice(running_.end(), made);
+  }
+
+  /** Wait until all have ended. */
+  void join() {
+    std::thread last;
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      all_end_.wait(lock, [this] { return running_.empty(); });
+      last.swap(last_ended_);
+    }
+    if (last.joinable()) last.join();
+  }
+
+  /** The same for as long as may be expected of tasks that are over. */
+  void join_for_a_while() {
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      if (!all_end_.wait_for(lock, leaving_limit,
+                             [this] { return running_.empty(); })) {
+        return;
+      }
+    }
+    join();
   }
 
  private:
   static constexpr std::chrono::seconds leaving_limit{1};
 
-  struct Entry {
-    ~Entry() {
-      if (thread.joinable()) thread.join();
+  void end(std::list<std::thread>::iterator self) {
+    std::thread previous;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      previous.swap(last_ended_);
+      last_ended_.swap(*self);
+      running_.erase(self);
+      if (running_.empty()) all_end_.notify_all();
     }
-    std::thread thread;
-    std::atomic<bool> ended{false};
-  };
-
-  void forget_ended() {
-    entries_.remove_if([](const Entry &entry) { return entry.ended.load(); });
+    if (previous.joinable()) previous.join();
   }
 
   std::mutex mutex_;
-  std::list<Entry> entries_;  // under mutex_
+  std::condition_variable all_end_;  // with mutex_
+  std::list<std::thread> running_;   // under mutex_
+  std::thread last_ended_;           // under mutex_
 };
 
-Threads_beside threads_beside;
+// Never destroyed: a thread that does not end may still come to it.
+Threads_beside &threads_beside() {
+  static auto *const threads = new Threads_beside;
+  return *threads;
+}
+
+// The code is unmapped, or the process exits. A task that runs even now is its
+// submitter's fault.
+const struct Unmapping {
+  Unmapping() { threads_beside(); }
+  ~Unmapping() { threads_beside().join_for_a_while(); }
+} unmapping;
 
 }  // namespace
 
+std::mutex ThreadPool::instance_mutex;
+std::condition_variable ThreadPool::let_go;
 ThreadPool *ThreadPool::instance = nullptr;
 
 std::atomic<size_t> ThreadBudget::s_active_threads{0};
 
 void ThreadPool::initialize() {
+  const std::lock_guard<std::mutex> lock(instance_mutex);
   if (instance == nullptr) instance = new ThreadPool(n_workers);
 }
 
-ThreadPool *ThreadPool::get_instance() { return instance; }
+ThreadPool *ThreadPool::get_instance() {
+  const std::lock_guard<std::mutex> lock(instance_mutex);
+  return instance;
+}
+
+ThreadPool::Hold::Hold()
+    : pool_([] {
+        const std::lock_guard<std::mutex> lock(instance_mutex);
+        if (instance != nullptr) ++instance->n_holds;
+        return instance;
+      }()) {}
+
+ThreadPool::Hold::~Hold() {
+  if (pool_ == nullptr) return;
+  const std::lock_guard<std::mutex> lock(instance_mutex);
+  if (--pool_->n_holds == 0) let_go.notify_all();
+}
 
 void ThreadPool::shutdown() noexcept {
-  if (instance == nullptr) return;
-  instance->stop_and_join();
-  delete instance;
-  instance = nullptr;
+  std::unique_lock<std::mutex> lock(instance_mutex);
+  ThreadPool *const pool = std::exchange(instance, nullptr);
+  if (pool == nullptr) return;
+  let_go.wait(lock, [pool] { return pool->n_holds == 0; });
+  lock.unlock();
+  pool->stop_and_join();
+  delete pool;
+  threads_beside().join();
 }
 
 ThreadPool::ThreadPool(size_t n) : idle_workers(n) {
@@ -132,7 +178,7 @@ bool ThreadPool::enqueue(std::function<void()> task) {
 }
 
 void ThreadPool::run_beside(std::function<void()> task) {
-  threads_beside.start(std::move(task));
+  threads_beside().start(std::move(task));
 }
 
 void ThreadPool::stop_and_join() {

@@ -46,9 +46,24 @@ class ThreadPool {
   /** @return the process's pool, null before initialize() and after shutdown()
    */
   static ThreadPool *get_instance();
-  /** Run what is queued, stop the workers and destroy the pool; nothing when
-      there is none. Does not wait for tasks on threads of their own. */
+  /** Give the pool to nobody any more, wait for who holds it, run what is
+      queued, and destroy it when all threads have ended, those beside it among
+      them; nothing when there is none. */
   static void shutdown() noexcept;
+
+  /** Keeps the process's pool for as long as it lives; null when there is
+      none. */
+  class Hold {
+   public:
+    Hold();
+    ~Hold();
+    Hold(const Hold &) = delete;
+    Hold &operator=(const Hold &) = delete;
+    ThreadPool *get() const { return pool_; }
+
+   private:
+    ThreadPool *const pool_;
+  };
 
   /** Start n workers, or as many as the system grants. */
   explicit ThreadPool(size_t n);
@@ -91,8 +106,11 @@ class ThreadPool {
   std::condition_variable condition;    // with queue_mutex
   std::atomic<bool> stop_flag{false};   // set once, under queue_mutex
   std::atomic<size_t> idle_workers{0};  // less only under queue_mutex
+  size_t n_holds = 0;                   // under instance_mutex
 
-  static ThreadPool *instance;
+  static std::mutex instance_mutex;
+  static std::condition_variable let_go;  // with instance_mutex
+  static ThreadPool *instance;            // under instance_mutex
 };
 
 /** The scan threads that all parallel reads of the process may hold at once. */
