@@ -11,6 +11,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <functional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -270,6 +273,70 @@ TEST_F(Ending, OpeningWaitsNoLongerThanItWasTold) {
   EXPECT_EQ(cursor.error, 1205u);
   EXPECT_GE(ms_since(begun), 900);
   EXPECT_LT(ms_since(begun), 10000);
+}
+
+/** A read in full flow, of ROWS rows, is ended ROUNDS times in a way; the
+    longest time to its return goes to the error log. */
+class Ending_in_full_flow : public Ending {
+ protected:
+  Ending_in_full_flow() {
+    make(setting("ROWS", 200000));
+    client.exec("USE db");
+  }
+
+  /** @param end  ends the read, from another thread */
+  void expect_within_a_second(const char *way, bool own_donor,
+                              const std::function<void(uintptr_t)> &end,
+                              const std::string &hint = "") {
+    long long longest = 0;
+    const size_t rounds = setting("ROUNDS", 1);
+    for (size_t i = 0; i < rounds; ++i) {
+      if (own_donor) client.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
+      std::atomic<uintptr_t> handle{0};
+      steady_clock::time_point returned;
+      auto reply = call_on_client_thread(
+          client,
+          [&] {
+            const Scan scan({.donor = own_donor ? client.id() : 0});
+            handle = scan.handle;
+            // Until it is ended: one read may be over before.
+            while (
+                read_parallel(scan, 2, [](const Batch &) { return false; })) {
+            }
+            returned = steady_clock::now();
+            EXPECT_EQ(error_of(scan.handle), 1317u) << way;
+          },
+          hint);
+      EXPECT_TRUE(wait_until([&] { return handle != 0; }));
+      std::this_thread::sleep_for(milliseconds(hint.empty() ? 30 : 0));
+      auto ended = steady_clock::now();
+      if (!hint.empty()) ended += time_limit;
+      end(handle);
+      reply.get();
+      const long long took =
+          std::chrono::duration_cast<milliseconds>(returned - ended).count();
+      EXPECT_LT(took, 1000) << way;
+      longest = std::max(longest, took);
+      if (own_donor) client.exec("ROLLBACK");
+    }
+    fprintf(stderr, "%s: %zu reads, the longest returned after %lld ms\n", way,
+            rounds, longest);
+  }
+
+  static constexpr milliseconds time_limit{200};
+  Client client;
+};
+
+TEST_F(Ending_in_full_flow, ByEachWayItTakesLessThanASecond) {
+  const auto kill = [this](uintptr_t) {
+    sql.exec("KILL QUERY " + std::to_string(client.id()));
+  };
+  expect_within_a_second("own donor killed", true, kill);
+  expect_within_a_second("client killed", false, kill);
+  expect_within_a_second("cancelled", false, cursor_cancel);
+  expect_within_a_second(
+      "max_execution_time", false, [](uintptr_t) {},
+      "/*+ MAX_EXECUTION_TIME(200) */");
 }
 
 TEST_F(Ending, ProgressIsKnownWhileAReadRuns) {

@@ -30,7 +30,7 @@ stop() {
   expect_clean_end "$run"
 }
 
-callbacks() { log_since_mark "$run" | sed -n 's/^callback: //p' | xargs; }
+callbacks() { log_since_mark "$run" | sed -n 's/^callback: //p' | paste -sd' '; }
 
 prepare() {
   server kill "$run" >/dev/null
@@ -139,7 +139,21 @@ callback_may_wait_for_a_thread_that_opens_a_cursor() {
   act start
   act observe_reader
   stop
-  expect 'callbacks' "$(callbacks)" 'opened'
+  expect 'callbacks' "$(callbacks)" "3168 Server isn't available"
+}
+
+# The client that holds the table is ended after the callback.
+callback_may_wait_for_an_opening_that_waits_for_a_lock() {
+  start
+  act start
+  act observe_opening
+  TIMEOUT=100 sql "$run" "LOCK TABLES db.t WRITE; DO SLEEP(90)" 2>/dev/null &
+  until [[ $(sql "$run" "SELECT COUNT(*) FROM information_schema.processlist
+    WHERE info = 'DO SLEEP(90)'") = 1 ]]; do sleep 0.05; done
+  expect 'opening' "$(act open_and_wait)" waits
+  stop
+  wait || true
+  expect 'callbacks' "$(callbacks)" "1317 Query execution was interrupted"
 }
 
 start_and_stop_without_cursors() {

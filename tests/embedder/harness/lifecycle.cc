@@ -56,11 +56,11 @@ void on_own_thread(F f) {
 }
 
 std::string open_cursor(const char *db, const char *table, uintptr_t *cursor,
-                        uint32_t donor = 0) {
+                        uint32_t donor = 0, int timeout_sec = 5) {
   unsigned int error = 12345;
   char message[512] = "untouched";
-  *cursor =
-      open_index_cursor(db, table, "PRIMARY", false, donor, 5, &error, message);
+  *cursor = open_index_cursor(db, table, "PRIMARY", false, donor, timeout_sec,
+                              &error, message);
   if (*cursor != 0) return "open " + std::to_string(error);
   return std::to_string(error) + " " + message;
 }
@@ -100,6 +100,27 @@ void callback_that_waits_for_a_reader() {
   });
   say(result == "open 0" ? "opened" : result.c_str());
 }
+
+std::future<std::string> opening;
+
+/** Begins an opening that waits for a lock, as long as it takes. */
+std::string open_and_wait() {
+  std::promise<std::string> opened;
+  opening = opened.get_future();
+  std::thread([opened = std::move(opened)]() mutable {
+    my_thread_init();
+    uintptr_t cursor;
+    const std::string result = open_cursor("db", "t", &cursor, 0, -1);
+    close_index_cursor(cursor);
+    my_thread_end();
+    opened.set_value(result);
+  }).detach();
+  return opening.wait_for(std::chrono::seconds(1)) == std::future_status::ready
+             ? "did not wait: " + opening.get()
+             : "waits";
+}
+
+void callback_that_waits_for_the_opening() { say(opening.get().c_str()); }
 
 void clean_up() {
   for (const uintptr_t cursor : left_open) close_index_cursor(cursor);
@@ -229,6 +250,9 @@ std::string act(const std::string &name) {
       {"observe_late", [] { return observe(callback_that_registers); }},
       {"observe_reader",
        [] { return observe(callback_that_waits_for_a_reader); }},
+      {"open_and_wait", open_and_wait},
+      {"observe_opening",
+       [] { return observe(callback_that_waits_for_the_opening); }},
       {"observe_clean_up", [] { return observe(clean_up); }},
       {"leave_open", leave_open},
       {"read_on", read_on},
