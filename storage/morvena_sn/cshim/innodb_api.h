@@ -131,7 +131,7 @@ struct Column_plan {
         length_bytes(static_cast<byte>(column->mysql_length_bytes)),
         form(stored_form(column)) {}
 
-  /** The records hold a prefix of a value of fixed length. */
+  /** The records may hold a prefix of a value of fixed length. */
   void fill_up(const CHARSET_INFO *charset) {
     filling = charset;
     form = Stored_form::HOSTS;

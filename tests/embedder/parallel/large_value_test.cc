@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <set>
 
 #include "parallel_test.h"
 
@@ -60,9 +61,11 @@ TEST_F(Parallel_large_value, DoNotPileUpInABatch) {
     SCOPED_TRACE(std::to_string(threads) + " threads");
     std::vector<long long> ids;
     size_t largest_batch = 0;
+    std::set<uint64_t> workers;
     std::mutex mu;
     EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
       const std::lock_guard<std::mutex> lock(mu);
+      workers.insert(batch.thread);
       size_t of_batch = 0;
       for (unsigned int nr = 0; nr < batch.size(); ++nr) {
         ids.push_back(batch.read_int(0, nr).value());
@@ -76,6 +79,7 @@ TEST_F(Parallel_large_value, DoNotPileUpInABatch) {
     }));
     std::sort(ids.begin(), ids.end());
     EXPECT_EQ(ids, as_ints(sql.query("SELECT id FROM t ORDER BY id")));
+    if (threads > 1) EXPECT_GT(workers.size(), 1u);
     // Fewer would be a batch for each row or so.
     EXPECT_GE(largest_batch, 4 * bytes);
     EXPECT_LE(largest_batch, 9 * bytes);
@@ -298,6 +302,42 @@ TEST_F(Parallel_instant, OldVersionsOfRowsWithAddedColumns) {
   sql.exec("UPDATE t SET d = 1, b = 'changed' WHERE id % 3 = 0");
   sql.exec("DELETE FROM t WHERE id % 7 = 0");
   expect_whole_table();
+}
+
+// Where the host makes the earlier version of such a row with no more than the
+// key's part of the column, the rest is filled up: a second batch lies where
+// the first one's values were.
+TEST_F(Parallel_instant, OldVersionsOfRowsWhoseKeyIsTheBeginningOfAColumn) {
+  for (const std::string type :
+       {"CHAR(8) CHARACTER SET latin1", "BINARY(8)",
+        "CHAR(8) CHARACTER SET utf8mb4", "VARCHAR(8) CHARACTER SET latin1"}) {
+    SCOPED_TRACE(type);
+    sql.exec("DROP TABLE IF EXISTS t");
+    sql.exec("CREATE TABLE t (c " + type +
+             ", a INT, b VARCHAR(20), PRIMARY KEY (c(5)))");
+    fill("t", 9000, "CONCAT(LPAD(i, 5, '0'), 'XYZ'), i, 'b'");
+    alter("ADD COLUMN d INT DEFAULT 77");
+    take_snapshot();
+    sql.exec("UPDATE t SET b = 'longer' WHERE a > 4096");
+    const Scan scan({.donor = donor.id()});
+    for (const size_t threads : thread_counts) {
+      const Delivered delivered = collect(scan, threads, {0, 1, 3});
+      EXPECT_TRUE(delivered.complete);
+      ASSERT_EQ(delivered.rows.size(), 9000u);
+      for (size_t i = 0; i < 9000; ++i) {
+        const std::string number = std::to_string(i + 1);
+        const std::string key = std::string(5 - number.size(), '0') + number;
+        const std::string cut =
+            type == "BINARY(8)" ? key + std::string(3, '\0') : key;
+        const std::string value = delivered.rows[i][0].value();
+        ASSERT_TRUE(value == key + "XYZ" || (i >= 4096 && value == cut))
+            << i << ": " << value;
+        ASSERT_EQ(delivered.rows[i][1], number);
+        ASSERT_EQ(delivered.rows[i][2], "77");
+      }
+    }
+    donor.exec("COMMIT");
+  }
 }
 
 TEST_F(Parallel_instant, FewColumnsReadOfManyAdded) {

@@ -240,9 +240,14 @@ void ParallelIndexReader::store_by_host(const Column_plan &column,
   [[maybe_unused]] const ulint sec_field_no =
       converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
   byte *value = row + column.row_offset;
-  if (const CHARSET_INFO *charset = column.filling) {
-    charset->cset->fill(charset, reinterpret_cast<char *>(value),
-                        column.templ->mysql_col_len, charset->pad_char);
+  const ulint whole = column.templ->mysql_col_len;
+  if (column.filling != nullptr && bytes < whole) {
+    // The host would copy as many bytes as there are and leave the others.
+    const CHARSET_INFO *charset = column.filling;
+    charset->cset->fill(charset, reinterpret_cast<char *>(value), whole,
+                        charset->pad_char);
+    memcpy(value, data, bytes);
+    return;
   }
   row_sel_field_store_in_mysql_format(value, column.templ, index,
                                       column.rec_field_no, data, bytes,

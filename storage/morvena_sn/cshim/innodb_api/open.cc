@@ -268,6 +268,11 @@ void ParallelIndexReader::plan_columns() {
       // A column that the index does not hold has no value, which a row could
       // not say of one that is never NULL.
       if (field_no == ULINT_UNDEFINED) continue;
+    } else if (host::has_instant_columns(table_)) {
+      // Of a column whose beginning is in the key, the host may build an
+      // earlier version with no more than the beginning.
+      const ulint col_no = clustered_index()->get_field(field_no)->col->ind;
+      is_prefix = clustered_index()->get_col_pos(col_no, true) != field_no;
     }
     columns_.emplace_back(templ, field_no);
     const Field *field = mysql_table_->field[templ->col_no];
