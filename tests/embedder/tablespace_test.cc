@@ -71,7 +71,7 @@ TEST_F(Shared_tablespace, GeneralTablespaceReadsLikeAFileOfItsOwn) {
   check("TABLESPACE own");
 }
 
-TEST_F(Shared_tablespace, GeneralTablespaceOfCompressedPages) {
+TEST_F(Shared_tablespace, GeneralTablespaceOfCompressedPagesDoesToo) {
   const Tablespace own("FILE_BLOCK_SIZE = 8192");
   check("TABLESPACE own ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 8");
 }

@@ -62,7 +62,7 @@ ReadView *take_unused_view() {
 // A host may have been patched to offer the two operations itself. A stock one
 // leaves the templates out, and the calls go to the functions that take
 // anything.
-bool host_clones(...) { return false; }
+[[maybe_unused]] bool host_clones(...) { return false; }
 template <class View>
 auto host_clones(const View *from, View **to, trx_t *creator)
     -> decltype(from->clone(*to, creator), bool()) {
@@ -70,7 +70,7 @@ auto host_clones(const View *from, View **to, trx_t *creator)
   return true;
 }
 
-bool host_inserts(...) { return false; }
+[[maybe_unused]] bool host_inserts(...) { return false; }
 template <class Views>
 auto host_inserts(Views *views, ReadView *view, const ReadView *after)
     -> decltype(views->view_insert_after(view, after), bool()) {
