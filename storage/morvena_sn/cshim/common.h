@@ -173,4 +173,18 @@ class CommonApi {
   static std::vector<uint32_t> donors();
 };
 
+/** As long as it lives, a session of ours is the calling thread's current one.
+    A client's that was current before is current again afterwards; ours stays
+    where the thread had none, or one that a cursor left with it. */
+class Own_session {
+ public:
+  explicit Own_session(void *my_thd);
+  ~Own_session();
+  Own_session(const Own_session &) = delete;
+  Own_session &operator=(const Own_session &) = delete;
+
+ private:
+  THD *clients_ = nullptr;
+};
+
 #endif  // MORVENA_SN_COMMON_H

@@ -59,14 +59,12 @@ void list_key(IndexCursor *cursor, Names &names) {
   cursor->get_key_col_names(names);
 }
 
-// A typed read of the current row. The conversions of some types look at the
-// thread's session, and warn there. A client's is left in place.
+// A typed read of the current row.
 template <class Read, class... Outputs>
 bool read_field(uintptr_t handle, Read read, Outputs *...outputs) {
   if (((outputs == nullptr) || ...)) return true;
   const Value_use<IndexCursorWrapper> use(handle);
   if (!use) return true;
-  CommonApi::attach_over_own(use->thd);
   return guarded(true, [&] { return read(use->cursor.get()); });
 }
 

@@ -52,9 +52,12 @@
     before it ends.
     The functions that touch the host (open, close, set_read_range, advance)
     make the cursor's session the calling thread's current session (THD) and
-    leave it so; typed reads do where a client's is not current. Code that runs
-    on a client's thread saves current_thd before its first call and calls
-    store_globals() on it after its last; examples/reader.cc shows how.
+    leave it so. Code that runs on a client's thread saves current_thd before
+    its first call and calls store_globals() on it after its last;
+    examples/reader.cc shows how.
+    Typed reads convert in the session of the cursor, or of the batch's worker,
+    never in a client's: a client's that is current stays so, and gets no
+    warnings of theirs. Where none is current they may leave theirs.
 
   Handles.  0 is the null handle. A null or closed handle, or one of another
     kind of cursor, is recognised: the function touches nothing and answers
@@ -433,8 +436,8 @@ bool cursor_advance(uintptr_t cursor);
   applies.
 
   Sense:    true is "no value".
-  Threads:  one at a time per cursor. The cursor's session becomes the calling
-            thread's, unless that has a client's.
+  Threads:  one at a time per cursor. A client's session stays the calling
+            thread's; in place of any other the cursor's may be left.
   Blocks:   no.
 */
 

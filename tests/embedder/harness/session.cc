@@ -54,6 +54,8 @@ void kill_session(void *session) {
   mysql_mutex_unlock(&thd->LOCK_thd_data);
 }
 
+void start_statement(void *session) { thd_of(session)->set_time(); }
+
 void age_statement(void *session, long seconds) {
   thd_of(session)->start_time.tv_sec -= seconds;
 }
@@ -65,6 +67,10 @@ unsigned long lock_wait_timeout(void *session) {
 std::string session_state(void *session) {
   const char *state = thd_of(session)->proc_info();
   return state != nullptr ? state : "";
+}
+
+size_t warnings(void *session) {
+  return thd_of(session)->get_stmt_da()->current_statement_cond_count();
 }
 
 Session_error session_error(void *session) {

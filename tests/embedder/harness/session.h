@@ -14,6 +14,7 @@
 #ifndef MORVENA_SN_TESTS_SESSION_H
 #define MORVENA_SN_TESTS_SESSION_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -48,6 +49,9 @@ uint32_t session_id(void *session);
 /** End its statement, as KILL QUERY does with a client's. */
 void kill_session(void *session);
 
+/** Have its statement begin at this moment. */
+void start_statement(void *session);
+
 /** Have its statement have begun that many seconds earlier. */
 void age_statement(void *session, long seconds);
 
@@ -56,6 +60,9 @@ unsigned long lock_wait_timeout(void *session);
 
 /** What it does, as the process list would say; "" for nothing. */
 std::string session_state(void *session);
+
+/** How many warnings its statement has. */
+size_t warnings(void *session);
 
 struct Session_error {
   unsigned int number;

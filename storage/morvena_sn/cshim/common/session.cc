@@ -162,6 +162,17 @@ void CommonApi::attach_over_own(void *my_thd) {
   }
 }
 
+Own_session::Own_session(void *my_thd) {
+  CommonApi::attach_over_own(my_thd);
+  if (current_thd == my_thd) return;
+  clients_ = current_thd;
+  make_current(static_cast<THD *>(my_thd));
+}
+
+Own_session::~Own_session() {
+  if (clients_ != nullptr) clients_->store_globals();
+}
+
 uint32_t CommonApi::calling_client() {
   const THD *thd = current_thd;
   if (thd == nullptr) {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "common.h"
 #include "handler_api.h"
 
 namespace {
@@ -21,6 +22,15 @@ Row_column column_of(Field *field) {
                     static_cast<uint32_t>(field->offset(table->record[0])),
                     nullable ? static_cast<uint32_t>(field->null_offset()) : 0,
                     static_cast<uint8_t>(nullable ? field->null_bit : 0));
+}
+
+// Have the host convert a value. Its conversions look at the thread's session,
+// and warn there.
+template <class Convert>
+auto by_host(const Row_column *column, Convert convert) {
+  Field *field = column->field_;
+  const Own_session session(field->table->in_use);
+  return convert(field);
 }
 
 // Also of a column of which the index has the beginning.
@@ -69,15 +79,18 @@ const Row_column *IndexCursor::column_with_value(unsigned int field_idx) {
 bool IndexCursor::read_field_int(unsigned int field_idx, longlong *val) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
-  *val =
-      column->is_integer() ? column->integer(row()) : column->field_->val_int();
+  *val = column->is_integer()
+             ? column->integer(row())
+             : by_host(column, [](Field *field) { return field->val_int(); });
   return false;
 }
 
 bool IndexCursor::read_field_real(unsigned int field_idx, double *val) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
-  *val = column->is_real() ? column->real(row()) : column->field_->val_real();
+  *val = column->is_real()
+             ? column->real(row())
+             : by_host(column, [](Field *field) { return field->val_real(); });
   return false;
 }
 
@@ -88,7 +101,9 @@ bool IndexCursor::read_field_str(unsigned int field_idx, char **str,
   if (column->form_ == Column_form::VARCHAR) {
     column->text(row(), str, size);
   } else {
-    field_value::to_str(column->field_, &buffer_, str, size);
+    by_host(column, [&](Field *field) {
+      field_value::to_str(field, &buffer_, str, size);
+    });
   }
   return false;
 }
@@ -101,7 +116,9 @@ bool IndexCursor::read_field_decimal(unsigned int field_idx, bool *neg,
   *data = buffer_.decimal.buf;
   if (column->form_ != Column_form::DECIMAL ||
       !column->decimal(row(), *data, neg, intg, frac)) {
-    field_value::to_decimal(column->field_, &buffer_, neg, intg, frac, data);
+    by_host(column, [&](Field *field) {
+      field_value::to_decimal(field, &buffer_, neg, intg, frac, data);
+    });
   }
   return false;
 }
@@ -111,14 +128,14 @@ bool IndexCursor::read_field_date(unsigned int field_idx, int32_t *time) {
   if (column == nullptr) return true;
   *time = column->form_ == Column_form::DATE
               ? column->date(row())
-              : field_value::to_date(column->field_);
+              : by_host(column, field_value::to_date);
   return false;
 }
 
 bool IndexCursor::read_field_time(unsigned int field_idx, int64_t *time) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
-  *time = field_value::to_time(column->field_);
+  *time = by_host(column, field_value::to_time);
   return false;
 }
 
@@ -127,6 +144,6 @@ bool IndexCursor::read_field_datetime(unsigned int field_idx, int64_t *time) {
   if (column == nullptr) return true;
   *time = column->form_ == Column_form::DATETIME
               ? column->datetime(row())
-              : field_value::to_datetime(column->field_);
+              : by_host(column, field_value::to_datetime);
   return false;
 }

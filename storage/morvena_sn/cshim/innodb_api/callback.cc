@@ -26,12 +26,8 @@ inline const byte *row_with_value(const ThreadCtx *tctx, uint field_idx,
   return column.field_ == nullptr || column.is_null(row) ? nullptr : row;
 }
 
-// The worker's own Field of a column, pointing at a row. Its conversions look
-// at the session, and warn there: not in one that the callback's cursor has
-// left.
-Field *field_at(const ThreadCtx *tctx, const Row_column &column,
-                const byte *row) {
-  CommonApi::attach_over_own(tctx->thd_);
+// The worker's own Field of a column, pointing at a row.
+Field *field_at(const Row_column &column, const byte *row) {
   Field *field = column.field_;
   auto *to = const_cast<byte *>(row);
   field->set_field_ptr(to + column.offset_);
@@ -39,6 +35,15 @@ Field *field_at(const ThreadCtx *tctx, const Row_column &column,
     field->set_null_ptr(to + column.null_byte_, column.null_bit_);
   }
   return field;
+}
+
+// Have the host convert a value. Its conversions look at the thread's session,
+// and warn there: not in one that the callback left with the thread.
+template <class Convert>
+auto by_host(const ThreadCtx *tctx, const Row_column &column, const byte *row,
+             Convert convert) {
+  const Own_session session(tctx->thd_);
+  return convert(field_at(column, row));
 }
 
 }  // namespace
@@ -73,7 +78,9 @@ bool ParallelIndexReader::read_field_int(ThreadCtx *tctx, uint field_idx,
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
   *val = column.is_integer() ? column.integer(row)
-                             : field_at(tctx, column, row)->val_int();
+                             : by_host(tctx, column, row, [](Field *field) {
+                                 return field->val_int();
+                               });
   return false;
 }
 
@@ -83,7 +90,9 @@ bool ParallelIndexReader::read_field_real(ThreadCtx *tctx, uint field_idx,
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
   *val = column.is_real() ? column.real(row)
-                          : field_at(tctx, column, row)->val_real();
+                          : by_host(tctx, column, row, [](Field *field) {
+                              return field->val_real();
+                            });
   return false;
 }
 
@@ -95,8 +104,9 @@ bool ParallelIndexReader::read_field_str(ThreadCtx *tctx, uint field_idx,
   if (column.form_ == Column_form::VARCHAR) {
     column.text(row, str, size);
   } else {
-    field_value::to_str(field_at(tctx, column, row), &tctx->field_buffer_, str,
-                        size);
+    by_host(tctx, column, row, [&](Field *field) {
+      field_value::to_str(field, &tctx->field_buffer_, str, size);
+    });
   }
   return false;
 }
@@ -110,8 +120,10 @@ bool ParallelIndexReader::read_field_decimal(ThreadCtx *tctx, uint field_idx,
   *data = tctx->field_buffer_.decimal.buf;
   if (column.form_ != Column_form::DECIMAL ||
       !column.decimal(row, *data, neg, intg, frac)) {
-    field_value::to_decimal(field_at(tctx, column, row), &tctx->field_buffer_,
-                            neg, intg, frac, data);
+    by_host(tctx, column, row, [&](Field *field) {
+      field_value::to_decimal(field, &tctx->field_buffer_, neg, intg, frac,
+                              data);
+    });
   }
   return false;
 }
@@ -123,7 +135,7 @@ bool ParallelIndexReader::read_field_date(ThreadCtx *tctx, uint field_idx,
   const Row_column &column = tctx->row_columns_[field_idx];
   *date = column.form_ == Column_form::DATE
               ? column.date(row)
-              : field_value::to_date(field_at(tctx, column, row));
+              : by_host(tctx, column, row, field_value::to_date);
   return false;
 }
 
@@ -131,8 +143,8 @@ bool ParallelIndexReader::read_field_time(ThreadCtx *tctx, uint field_idx,
                                           uint nr, int64_t *time) {
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
-  *time =
-      field_value::to_time(field_at(tctx, tctx->row_columns_[field_idx], row));
+  const Row_column &column = tctx->row_columns_[field_idx];
+  *time = by_host(tctx, column, row, field_value::to_time);
   return false;
 }
 
@@ -143,6 +155,6 @@ bool ParallelIndexReader::read_field_datetime(ThreadCtx *tctx, uint field_idx,
   const Row_column &column = tctx->row_columns_[field_idx];
   *datetime = column.form_ == Column_form::DATETIME
                   ? column.datetime(row)
-                  : field_value::to_datetime(field_at(tctx, column, row));
+                  : by_host(tctx, column, row, field_value::to_datetime);
   return false;
 }

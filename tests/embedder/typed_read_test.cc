@@ -1,0 +1,111 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// The sessions that typed reads convert in.
+
+#include "parallel_test.h"
+#include "session.h"
+
+namespace {
+
+using namespace harness;
+
+class Typed_read : public Cursor_test {
+ protected:
+  Typed_read() {
+    sql.exec(
+        "CREATE TABLE t (id INT PRIMARY KEY, clock TIME, word VARCHAR(10))");
+    sql.exec("INSERT INTO t VALUES (1, '01:02:03', 'no number')");
+  }
+
+  /** Of SQL, in days since 2000-01-01. */
+  int64_t today() {
+    return sql.number("SELECT DATEDIFF(CURDATE(), '2000-01-01')");
+  }
+
+  /** A client whose statement began three days ago. */
+  struct Old_client : Client_session {
+    Old_client() {
+      start_statement(get());
+      age_statement(get(), 3 * 86400);
+    }
+  };
+
+  /** Run f with the batch of t's row. */
+  static void with_batch(const On_batch &f) {
+    size_t batches = 0;
+    EXPECT_TRUE(read_parallel(Scan(), 0, [&](const Batch &batch) {
+      ++batches;
+      return f(batch);
+    }));
+    EXPECT_EQ(batches, 1u);
+  }
+};
+
+TEST_F(Typed_read, TakesTheDateOfTheCursorsSession) {
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  const int64_t before = today();
+  const Old_client client;
+  const int64_t day = cursor.read_date(1).value();
+  EXPECT_EQ(cursor.read_datetime(1), (day * 86400 + 3723) * 1000000);
+  EXPECT_EQ(current_session(), client.get());
+  EXPECT_TRUE(is_of_this_thread(client.get()));
+  // Midnight may have passed.
+  EXPECT_GE(day, before - 1);
+  EXPECT_LE(day, today());
+}
+
+TEST_F(Typed_read, WarnsInTheCursorsSession) {
+  Cursor cursor;
+  void *session = current_session();
+  ASSERT_TRUE(cursor.set_range());
+  const Old_client client;
+  const size_t before = warnings(session);
+  EXPECT_EQ(cursor.read_int(2), 0);
+  EXPECT_EQ(current_session(), client.get());
+  EXPECT_EQ(warnings(client.get()), 0u);
+  EXPECT_EQ(warnings(session), before + 1);
+}
+
+TEST_F(Typed_read, OfABatchTakesTheDateOfTheWorkersSession) {
+  const int64_t before = today();
+  int64_t day = 0;
+  with_batch([&](const Batch &batch) {
+    void *workers = current_session();
+    {
+      const Old_client client;
+      day = batch.read_date(1, 0).value();
+      EXPECT_EQ(batch.read_datetime(1, 0), (day * 86400 + 3723) * 1000000);
+      EXPECT_EQ(current_session(), client.get());
+      EXPECT_TRUE(is_of_this_thread(client.get()));
+    }
+    restore_session(workers);
+    return false;
+  });
+  EXPECT_GE(day, before - 1);
+  EXPECT_LE(day, today());
+}
+
+TEST_F(Typed_read, OfABatchWarnsInTheWorkersSession) {
+  with_batch([&](const Batch &batch) {
+    void *workers = current_session();
+    const size_t before = warnings(workers);
+    {
+      const Old_client client;
+      EXPECT_EQ(batch.read_int(2, 0), 0);
+      EXPECT_EQ(current_session(), client.get());
+      EXPECT_EQ(warnings(client.get()), 0u);
+    }
+    EXPECT_EQ(warnings(workers), before + 1);
+    restore_session(workers);
+    return false;
+  });
+}
+
+}  // namespace
