@@ -6,14 +6,23 @@
   Free Software Foundation.
 */
 
-// The sessions that typed reads convert in.
+// The sessions that typed reads convert in, and exceptions of conversions.
 
+#include "innodb_api.h"
 #include "parallel_test.h"
 #include "session.h"
 
 namespace {
 
 using namespace harness;
+
+/** A host's conversion of text to a number that throws. */
+template <class Conversion>
+struct Throwing;
+template <class Result, class... Arguments>
+struct Throwing<Result (*)(Arguments...)> {
+  static Result convert(Arguments...) { throw std::bad_alloc(); }
+};
 
 class Typed_read : public Cursor_test {
  protected:
@@ -104,6 +113,31 @@ TEST_F(Typed_read, OfABatchWarnsInTheWorkersSession) {
     }
     EXPECT_EQ(warnings(workers), before + 1);
     restore_session(workers);
+    return false;
+  });
+}
+
+// The caller may be C, through which no exception can pass.
+TEST_F(Typed_read, OfABatchGivesNoValueWhereTheConversionThrows) {
+  with_batch([](const Batch &batch) {
+    auto *worker = reinterpret_cast<ThreadCtx *>(batch.handle);
+    auto *word = static_cast<Field_str *>(worker->fields[2]);
+    const CHARSET_INFO *charset = word->charset();
+    MY_CHARSET_HANDLER handler = *charset->cset;
+    handler.strntoll = &Throwing<decltype(handler.strntoll)>::convert;
+    CHARSET_INFO throwing = *charset;
+    throwing.cset = &handler;
+    word->set_charset(&throwing);
+    {
+      const Client_session client;
+      long long value = 17;
+      EXPECT_NO_THROW(EXPECT_TRUE(pread_field_int(batch.handle, 2, 0, &value)));
+      EXPECT_EQ(value, 17);
+      EXPECT_EQ(current_session(), client.get());
+    }
+    restore_session(worker->thd_);
+    word->set_charset(charset);
+    EXPECT_EQ(batch.read_int(2, 0), 0);
     return false;
   });
 }

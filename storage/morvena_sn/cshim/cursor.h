@@ -430,7 +430,8 @@ bool cursor_advance(uintptr_t cursor);
   @retval false  the value is written
   @retval true   nothing is written: the value is NULL, there is no such
                  column, it was not read with the row, no row is current, an
-                 output is null, or the handle is null or closed
+                 output is null, the handle is null or closed, or the server's
+                 conversion ran out of memory
 
   Every column can be read by every function; the server's own conversion
   applies.
@@ -554,7 +555,7 @@ uint64_t pread_n_tuples(uintptr_t ctx);
   @retval false  the value is written
   @retval true   nothing is written: the value is NULL, there is no such column
                  or row, the column is not read, an output or the handle is
-                 null
+                 null, or the server's conversion ran out of memory
 
   Sense:    true is "no value".
   Lifetime: a string until the next string read of the batch, a decimal until

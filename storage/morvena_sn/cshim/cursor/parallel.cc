@@ -33,6 +33,7 @@ struct SeqCursorWrapper final : CursorWrapper {
   std::unique_ptr<SeqScanCursor> cursor;
 };
 
+using Reader = ParallelIndexReader;
 using Scan_look = Handle_use<SeqCursorWrapper, Use::LOOK>;
 using Scan_use = Handle_use<SeqCursorWrapper, Use::ALONE>;
 using Scan_parallel_use = Handle_use<SeqCursorWrapper, Use::PARALLEL>;
@@ -46,9 +47,12 @@ std::vector<const char *> names_of(uintptr_t handle) {
 
 ThreadCtx *batch(uintptr_t ctx) { return reinterpret_cast<ThreadCtx *>(ctx); }
 
-template <class... Outputs>
-bool can_be_read(uintptr_t ctx, Outputs *...outputs) {
-  return ctx != 0 && ((outputs != nullptr) && ...);
+// A typed read of a batch. What the host's conversions throw must not pass
+// through the callback, which may be C.
+template <class Read, class... Outputs>
+bool read_field(uintptr_t ctx, Read read, Outputs *...outputs) {
+  if (ctx == 0 || ((outputs == nullptr) || ...)) return true;
+  return guarded(true, [&] { return read(batch(ctx)); });
 }
 
 }  // namespace
@@ -104,46 +108,72 @@ uint64_t pread_n_tuples(uintptr_t ctx) {
 
 bool pread_field_int(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                      long long *val) {
-  return !can_be_read(ctx, val) ||
-         ParallelIndexReader::read_field_int(batch(ctx), field_idx, nr, val);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_int(tctx, field_idx, nr, val);
+      },
+      val);
 }
 
 bool pread_field_real(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                       double *val) {
-  return !can_be_read(ctx, val) ||
-         ParallelIndexReader::read_field_real(batch(ctx), field_idx, nr, val);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_real(tctx, field_idx, nr, val);
+      },
+      val);
 }
 
 bool pread_field_str(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                      char **str, size_t *size) {
-  return !can_be_read(ctx, str, size) ||
-         ParallelIndexReader::read_field_str(batch(ctx), field_idx, nr, str,
-                                             size);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_str(tctx, field_idx, nr, str, size);
+      },
+      str, size);
 }
 
 bool pread_field_decimal(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                          bool *neg, int32_t *intg, int32_t *frac,
                          int32_t **data) {
-  return !can_be_read(ctx, neg, intg, frac, data) ||
-         ParallelIndexReader::read_field_decimal(batch(ctx), field_idx, nr, neg,
-                                                 intg, frac, data);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_decimal(tctx, field_idx, nr, neg, intg, frac,
+                                          data);
+      },
+      neg, intg, frac, data);
 }
 
 bool pread_field_date(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                       int32_t *date) {
-  return !can_be_read(ctx, date) ||
-         ParallelIndexReader::read_field_date(batch(ctx), field_idx, nr, date);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_date(tctx, field_idx, nr, date);
+      },
+      date);
 }
 
 bool pread_field_time(uintptr_t ctx, unsigned int field_idx, unsigned int nr,
                       int64_t *time) {
-  return !can_be_read(ctx, time) ||
-         ParallelIndexReader::read_field_time(batch(ctx), field_idx, nr, time);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_time(tctx, field_idx, nr, time);
+      },
+      time);
 }
 
 bool pread_field_datetime(uintptr_t ctx, unsigned int field_idx,
                           unsigned int nr, int64_t *datetime) {
-  return !can_be_read(ctx, datetime) ||
-         ParallelIndexReader::read_field_datetime(batch(ctx), field_idx, nr,
-                                                  datetime);
+  return read_field(
+      ctx,
+      [=](ThreadCtx *tctx) {
+        return Reader::read_field_datetime(tctx, field_idx, nr, datetime);
+      },
+      datetime);
 }
