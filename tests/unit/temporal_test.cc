@@ -100,6 +100,22 @@ TEST(Packed_datetime, ZeroIsTheZeroDate) {
   EXPECT_EQ(datetime_of_packed(0), -730517 * USECS_PER_DAY);
 }
 
+TEST(Parts_of_a_datetime, DaysBeginAtMidnightBeforeTheEpochToo) {
+  EXPECT_EQ(days_of_datetime(0), 0);
+  EXPECT_EQ(days_of_datetime(USECS_PER_DAY - 1), 0);
+  EXPECT_EQ(days_of_datetime(USECS_PER_DAY), 1);
+  EXPECT_EQ(days_of_datetime(-1), -1);
+  EXPECT_EQ(days_of_datetime(-USECS_PER_DAY), -1);
+  EXPECT_EQ(days_of_datetime(-USECS_PER_DAY - 1), -2);
+}
+
+TEST(Parts_of_a_datetime, TimesAreNeverNegative) {
+  EXPECT_EQ(time_of_datetime(0), 0);
+  EXPECT_EQ(time_of_datetime(USECS_PER_DAY + 5), 5);
+  EXPECT_EQ(time_of_datetime(-1), USECS_PER_DAY - 1);
+  EXPECT_EQ(time_of_datetime(-USECS_PER_DAY), 0);
+}
+
 TEST(Decimal_words, NineDigitsAWordRoundedUp) {
   EXPECT_EQ(ROUND_UP(0), 0);
   EXPECT_EQ(ROUND_UP(1), 1);

@@ -115,6 +115,7 @@ class IndexCursor {
   bool index_has(unsigned int field_idx) const;
   bool was_read(unsigned int field_idx) const;
   const Row_column *column_with_value(unsigned int field_idx);
+  int64_t timestamp(const Row_column &column);
   /** To be called when the columns that may be read change. */
   void forget_row_columns() {
     row_columns_.assign(row_columns_.size(), Row_column());
@@ -140,6 +141,7 @@ class IndexCursor {
       where rows come in order. */
   std::vector<bool> passed_;
   field_read_buffer buffer_;
+  Local_time local_time_;
   std::vector<Row_column> row_columns_;  // by table position, made when read
   /** The read and write sets with which the handler last positioned; empty
       before the first time. */

@@ -174,6 +174,7 @@ struct ThreadCtx {
   field_read_buffer field_buffer_;
   lob::undo_vers_t lob_undo_;  // partial updates to take back from a large
                                // value of the version in hand
+  Local_time local_time_;
 };
 
 class ParallelIndexReader : public ThreadBudget {

@@ -41,6 +41,8 @@ Column_form form_of(const Field *field) {
       return Column_form::DATE;
     case MYSQL_TYPE_DATETIME2:
       return Column_form::DATETIME;
+    case MYSQL_TYPE_TIMESTAMP2:
+      return Column_form::TIMESTAMP;
     default:
       return Column_form::SERVERS;
   }
@@ -135,6 +137,7 @@ Row_column::Row_column(Field *column, uint32_t value_offset, uint32_t null_byte,
       bytes_ = static_cast<uint8_t>(column->get_length_bytes());
       break;
     case Column_form::DATETIME:
+    case Column_form::TIMESTAMP:
       bytes_ = static_cast<uint8_t>(column->decimals());
       break;
     default:

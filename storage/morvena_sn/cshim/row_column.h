@@ -20,6 +20,7 @@
 #include <cstring>
 
 #include "host.h"
+#include "local_time.h"
 #include "temporal.h"
 
 /** How a value lies in a row of the server's format. */
@@ -30,9 +31,10 @@ enum class Column_form : uint8_t {
   FLOAT,
   DOUBLE,
   DECIMAL,
-  VARCHAR,   // length, then that many bytes
-  DATE,      // three bytes: year, month, day
-  DATETIME,  // seconds in five bytes, most significant first, and a fraction
+  VARCHAR,    // length, then that many bytes
+  DATE,       // three bytes: year, month, day
+  DATETIME,   // seconds in five bytes, most significant first, and a fraction
+  TIMESTAMP,  // seconds in UTC, four bytes, most significant first, likewise
 };
 
 /** A column as typed reads see it. */
@@ -60,6 +62,7 @@ struct Row_column {
   void text(const uchar *row, char **str, size_t *size) const;
   int32_t date(const uchar *row) const;
   int64_t datetime(const uchar *row) const;
+  int64_t timestamp(const uchar *row, Local_time *local_time) const;
 
   Field *field_ = nullptr;  // null: the column is not read
   uint32_t offset_ = 0;
@@ -67,7 +70,7 @@ struct Row_column {
   uint8_t null_bit_ = 0;  // 0: never null
   Column_form form_ = Column_form::SERVERS;
   uint8_t bytes_ = 0;      // of an integer or a VARCHAR's length; digits of a
-                           // decimal's or a datetime's fraction
+                           // decimal's, datetime's or timestamp's fraction
   uint8_t precision_ = 0;  // digits of a decimal
 };
 
@@ -110,23 +113,35 @@ inline int32_t Row_column::date(const uchar *row) const {
                           static_cast<int32_t>(value & 31));
 }
 
+/** The microseconds in a stored fraction of so many digits. */
+inline int64_t stored_microseconds(const uchar *fraction, uint8_t digits) {
+  switch ((digits + 1) / 2) {
+    case 1:
+      return *fraction * 10000;
+    case 2:
+      return mi_uint2korr(fraction) * 100;
+    case 3:
+      return mi_uint3korr(fraction);
+    default:
+      return 0;
+  }
+}
+
 inline int64_t Row_column::datetime(const uchar *row) const {
   constexpr int64_t zero = 0x8000000000;
   const uchar *value = row + offset_;
-  int64_t microsecond = 0;
-  switch ((bytes_ + 1) / 2) {
-    case 1:
-      microsecond = value[5] * 10000;
-      break;
-    case 2:
-      microsecond = mi_uint2korr(value + 5) * 100;
-      break;
-    case 3:
-      microsecond = mi_uint3korr(value + 5);
-      break;
-  }
   const auto seconds = static_cast<int64_t>(mi_uint5korr(value)) - zero;
-  return datetime_of_packed(seconds * (1 << 24) + microsecond);
+  return datetime_of_packed(seconds * (1 << 24) +
+                            stored_microseconds(value + 5, bytes_));
+}
+
+inline int64_t Row_column::timestamp(const uchar *row,
+                                     Local_time *local_time) const {
+  const uchar *value = row + offset_;
+  const uint32_t utc = mi_uint4korr(value);
+  if (utc == 0) return datetime_of_packed(0);
+  return local_time->seconds(utc) * USECS_PER_SEC +
+         stored_microseconds(value + 4, bytes_);
 }
 
 #endif  // MORVENA_SN_ROW_COLUMN_H

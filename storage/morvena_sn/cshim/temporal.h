@@ -73,6 +73,17 @@ constexpr int64_t datetime_of_packed(int64_t packed) {
                                                 time & 63, microsecond, false);
 }
 
+/** Days from 2000-01-01 to the day of a datetime in microseconds. */
+constexpr int32_t days_of_datetime(int64_t datetime) {
+  const int64_t days = datetime / USECS_PER_DAY;
+  return static_cast<int32_t>(datetime % USECS_PER_DAY < 0 ? days - 1 : days);
+}
+
+/** Microseconds since the midnight before a datetime in microseconds. */
+constexpr int64_t time_of_datetime(int64_t datetime) {
+  return datetime - days_of_datetime(datetime) * USECS_PER_DAY;
+}
+
 static_assert(mysql_time2jd(2000, 1, 1) == POSTGRES_EPOCH_JDATE);
 
 #endif  // MORVENA_SN_TEMPORAL_H

@@ -76,6 +76,11 @@ const Row_column *IndexCursor::column_with_value(unsigned int field_idx) {
   return column.is_null(row()) ? nullptr : &column;
 }
 
+int64_t IndexCursor::timestamp(const Row_column &column) {
+  local_time_.use_zone_of(table()->in_use);
+  return column.timestamp(row(), &local_time_);
+}
+
 bool IndexCursor::read_field_int(unsigned int field_idx, longlong *val) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
@@ -126,24 +131,40 @@ bool IndexCursor::read_field_decimal(unsigned int field_idx, bool *neg,
 bool IndexCursor::read_field_date(unsigned int field_idx, int32_t *time) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
-  *time = column->form_ == Column_form::DATE
-              ? column->date(row())
-              : by_host(column, field_value::to_date);
+  switch (column->form_) {
+    case Column_form::DATE:
+      *time = column->date(row());
+      break;
+    case Column_form::TIMESTAMP:
+      *time = days_of_datetime(timestamp(*column));
+      break;
+    default:
+      *time = by_host(column, field_value::to_date);
+  }
   return false;
 }
 
 bool IndexCursor::read_field_time(unsigned int field_idx, int64_t *time) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
-  *time = by_host(column, field_value::to_time);
+  *time = column->form_ == Column_form::TIMESTAMP
+              ? time_of_datetime(timestamp(*column))
+              : by_host(column, field_value::to_time);
   return false;
 }
 
 bool IndexCursor::read_field_datetime(unsigned int field_idx, int64_t *time) {
   const Row_column *column = column_with_value(field_idx);
   if (column == nullptr) return true;
-  *time = column->form_ == Column_form::DATETIME
-              ? column->datetime(row())
-              : by_host(column, field_value::to_datetime);
+  switch (column->form_) {
+    case Column_form::DATETIME:
+      *time = column->datetime(row());
+      break;
+    case Column_form::TIMESTAMP:
+      *time = timestamp(*column);
+      break;
+    default:
+      *time = by_host(column, field_value::to_datetime);
+  }
   return false;
 }

@@ -46,6 +46,11 @@ auto by_host(const ThreadCtx *tctx, const Row_column &column, const byte *row,
   return convert(field_at(column, row));
 }
 
+int64_t timestamp(ThreadCtx *tctx, const Row_column &column, const byte *row) {
+  tctx->local_time_.use_zone_of(tctx->thd_);
+  return column.timestamp(row, &tctx->local_time_);
+}
+
 }  // namespace
 
 void ParallelIndexReader::set_load_cb(Parallel_load_fn load_cb,
@@ -133,9 +138,16 @@ bool ParallelIndexReader::read_field_date(ThreadCtx *tctx, uint field_idx,
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
-  *date = column.form_ == Column_form::DATE
-              ? column.date(row)
-              : by_host(tctx, column, row, field_value::to_date);
+  switch (column.form_) {
+    case Column_form::DATE:
+      *date = column.date(row);
+      break;
+    case Column_form::TIMESTAMP:
+      *date = days_of_datetime(timestamp(tctx, column, row));
+      break;
+    default:
+      *date = by_host(tctx, column, row, field_value::to_date);
+  }
   return false;
 }
 
@@ -144,7 +156,9 @@ bool ParallelIndexReader::read_field_time(ThreadCtx *tctx, uint field_idx,
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
-  *time = by_host(tctx, column, row, field_value::to_time);
+  *time = column.form_ == Column_form::TIMESTAMP
+              ? time_of_datetime(timestamp(tctx, column, row))
+              : by_host(tctx, column, row, field_value::to_time);
   return false;
 }
 
@@ -153,8 +167,15 @@ bool ParallelIndexReader::read_field_datetime(ThreadCtx *tctx, uint field_idx,
   const byte *row = row_with_value(tctx, field_idx, nr);
   if (row == nullptr) return true;
   const Row_column &column = tctx->row_columns_[field_idx];
-  *datetime = column.form_ == Column_form::DATETIME
-                  ? column.datetime(row)
-                  : by_host(tctx, column, row, field_value::to_datetime);
+  switch (column.form_) {
+    case Column_form::DATETIME:
+      *datetime = column.datetime(row);
+      break;
+    case Column_form::TIMESTAMP:
+      *datetime = timestamp(tctx, column, row);
+      break;
+    default:
+      *datetime = by_host(tctx, column, row, field_value::to_datetime);
+  }
   return false;
 }
