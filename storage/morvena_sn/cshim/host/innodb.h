@@ -15,6 +15,9 @@
 #ifndef MORVENA_SN_HOST_INNODB_H
 #define MORVENA_SN_HOST_INNODB_H
 
+#include <type_traits>
+#include <utility>
+
 #include "host/version.h"
 
 #include "univ.i"
@@ -156,16 +159,57 @@ inline buf_block_t *page_get_s_latched(const page_id_t &page_id,
   return page_get_s_latched(buf_page_get_gen, page_id, page_size, mtr);
 }
 
-// 8.0.27: tables have no row versions.
-inline bool has_row_versions(...) { return false; }
+// How often columns were added or dropped by row versions. 8.0.27: there are
+// none.
+inline ulint n_row_versions(...) { return 0; }
 template <class Table>
-auto has_row_versions(const Table *table)
-    -> decltype(table->has_row_versions()) {
-  return table->has_row_versions();
+auto n_row_versions(const Table *table)
+    -> decltype(ulint{table->current_row_version}) {
+  return table->current_row_version;
 }
 
 inline bool has_instant_columns(const dict_table_t *table) {
-  return table->has_instant_cols() || host::has_row_versions(table);
+  return table->has_instant_cols() || host::n_row_versions(table) > 0;
+}
+
+// The bit of a record's header that says that its row version follows. 8.0.27:
+// no bit.
+template <class Table, class = void>
+constexpr byte record_has_version_of = 0;
+template <class Table>
+constexpr byte record_has_version_of<
+    Table, std::void_t<decltype(std::declval<Table>().current_row_version)>> =
+    0x40;
+constexpr byte record_has_version = record_has_version_of<dict_table_t>;
+
+// The field that lies n-th in a clustered record that has all fields there ever
+// were. 8.0.27: the index's order.
+template <class Index>
+auto physical_field(const Index *index, ulint n, int)
+    -> decltype(index->get_physical_field(n)) {
+  return index->get_physical_field(n);
+}
+template <class Index>
+const dict_field_t *physical_field(const Index *index, ulint n, long) {
+  return index->get_field(n);
+}
+inline const dict_field_t *physical_field(const dict_index_t *index, ulint n) {
+  return physical_field(index, n, 0);
+}
+
+// Whether records of a row version have a column. 8.0.27: all have.
+template <class Column>
+auto is_in_version(const Column *col, ulint version, int)
+    -> decltype(col->is_added_after(uint8_t{})) {
+  const auto number = static_cast<uint8_t>(version);
+  return !col->is_added_after(number) && !col->is_dropped_in_or_before(number);
+}
+template <class Column>
+bool is_in_version(const Column *, ulint, long) {
+  return true;
+}
+inline bool is_in_version(const dict_col_t *col, ulint version) {
+  return is_in_version(col, version, 0);
 }
 
 // 8.0.27: takes the transaction.

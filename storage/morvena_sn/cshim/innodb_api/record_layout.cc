@@ -7,35 +7,104 @@
 */
 
 // record_layout: what has to be known of an index to find fields in its
-// records. In: an index and the wanted fields. Out: a step for each
-// field up to the last of them. Threads: the caller's; read only afterwards.
+// records. In: an index and the wanted fields. Out: for each version of its
+// records a step for each field up to the last wanted one. Threads: the
+// caller's; read only afterwards.
 
 #include "innodb_api/record_layout.h"
 
-#include <algorithm>
+namespace {
+
+// An empty value is no NULL.
+Located_field default_of(const dict_col_default_t *value) {
+  static constexpr byte empty = 0;
+  if (value->len == UNIV_SQL_NULL) return {nullptr, 0};
+  return {value->value != nullptr ? value->value : &empty, value->len};
+}
+
+}  // namespace
+
+// The wanted fields of an index.
+class Record_layout::Plan {
+ public:
+  Plan(const dict_index_t *index, const std::vector<ulint> &wanted)
+      : index_(index), slots_(index->n_def, -1) {
+    for (size_t slot = 0; slot < wanted.size(); ++slot) {
+      if (wanted[slot] >= slots_.size()) return;
+      int32_t &taken = slots_[wanted[slot]];
+      // A field has one slot: the second of two that want it would stay empty.
+      if (taken >= 0) return;
+      taken = static_cast<int32_t>(slot);
+    }
+    is_possible_ = true;
+  }
+
+  bool is_possible() const { return is_possible_; }
+  size_t n_fields() const { return slots_.size(); }
+
+  // Of records that have the fields, in the order in which they lie, for which
+  // has(field, position) holds.
+  template <class Has>
+  Version of(Has has) const {
+    Version version;
+    ulint n_nullable = 0;
+    size_t n_steps = 0;
+    for (ulint i = 0; i < slots_.size(); ++i) {
+      const dict_field_t *field = host::physical_field(index_, i);
+      const int32_t slot = slots_[field - index_->get_field(0)];
+      if (!has(field, i)) {
+        if (slot >= 0 && !add_missing(&version, field, slot)) return {};
+        continue;
+      }
+      const bool is_nullable = (field->col->prtype & DATA_NOT_NULL) == 0;
+      if (is_nullable) ++n_nullable;
+      version.steps.push_back({static_cast<uint16_t>(field->fixed_len),
+                               is_nullable, DATA_BIG_COL(field->col) != 0,
+                               slot});
+      if (slot >= 0) n_steps = version.steps.size();
+    }
+    version.steps.resize(n_steps);
+    version.null_bytes = UT_BITS_IN_BYTES(n_nullable);
+    version.is_known = true;
+    return version;
+  }
+
+ private:
+  static bool add_missing(Version *version, const dict_field_t *field,
+                          int32_t slot) {
+    const dict_col_default_t *value = field->col->instant_default;
+    if (value == nullptr) return false;
+    version->missing.push_back({static_cast<size_t>(slot), default_of(value)});
+    return true;
+  }
+
+  const dict_index_t *index_;
+  std::vector<int32_t> slots_;  // by a field's number in the index
+  bool is_possible_ = false;
+};
 
 void Record_layout::init(const dict_index_t *index,
                          const std::vector<ulint> &wanted) {
   const dict_table_t *table = index->table;
   if (!dict_table_is_comp(table)) return;
-  if (index->is_clustered() && host::has_instant_columns(table)) return;
-  ulint n_steps = 0;
-  for (const ulint field_no : wanted) {
-    if (field_no == ULINT_UNDEFINED) return;
-    n_steps = std::max(n_steps, field_no + 1);
-  }
-  null_bytes_ = UT_BITS_IN_BYTES(index->n_nullable);
-  for (ulint i = 0; i < n_steps; ++i) {
-    const dict_field_t *field = index->get_field(i);
-    steps_.push_back({static_cast<uint16_t>(field->fixed_len),
-                      (field->col->prtype & DATA_NOT_NULL) == 0,
-                      DATA_BIG_COL(field->col) != 0, -1});
-  }
-  for (size_t slot = 0; slot < wanted.size(); ++slot) {
-    // A field has one slot: the second of two that want it would stay empty.
-    int32_t &taken = steps_[wanted[slot]].slot;
-    if (taken >= 0) return;
-    taken = static_cast<int32_t>(slot);
-  }
+  const Plan plan(index, wanted);
+  if (!plan.is_possible()) return;
   usable_ = true;
+  if (!index->is_clustered() || !host::has_instant_columns(table)) {
+    unmarked_ = plan.of([](const dict_field_t *, ulint) { return true; });
+    return;
+  }
+  for (ulint number = 0; number <= host::n_row_versions(table); ++number) {
+    versions_.push_back(plan.of([number](const dict_field_t *field, ulint) {
+      return host::is_in_version(field->col, number);
+    }));
+  }
+  unmarked_ = versions_[0];
+  if (!table->has_instant_cols()) return;
+  fewest_fields_ = index->get_instant_fields();
+  for (ulint n = fewest_fields_; n <= plan.n_fields(); ++n) {
+    earlier_.push_back(plan.of(
+        [n](const dict_field_t *, ulint position) { return position < n; }));
+  }
+  unmarked_ = earlier_[0];
 }

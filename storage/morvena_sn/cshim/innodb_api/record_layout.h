@@ -11,15 +11,23 @@
   Where the columns of a read lie in the records of an index, found without the
   offsets of all fields that the host's routines want.
 
-  For leaf records of the COMPACT and DYNAMIC formats; of a clustered index, if
-  no column was added or dropped instantly. Before such a record, backwards from
-  its header of five bytes, lie a bit for each nullable field and the lengths,
-  in one byte or two, of the fields of variable length that are not NULL.
+  For leaf records of the COMPACT and DYNAMIC formats. Before such a record,
+  backwards from its header of five bytes, lie a bit for each nullable field and
+  the lengths, in one byte or two, of the fields of variable length that are not
+  NULL.
+
+  Where columns were added or dropped instantly, the clustered index has records
+  of several versions, each with the columns of its time. Between header and
+  null bits lies what a record says of its version, if the header has a mark for
+  it: the number of its row version, or, in the scheme of hosts before row
+  versions, how many fields it has. A column that a version lacks has the value
+  that it was added with.
 */
 
 #ifndef MORVENA_SN_INNODB_API_RECORD_LAYOUT_H
 #define MORVENA_SN_INNODB_API_RECORD_LAYOUT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -51,21 +59,59 @@ class Record_layout {
     bool is_long;  // its length may take two bytes
     int32_t slot;  // among the wanted fields, -1: none
   };
+  struct Missing {
+    size_t slot;
+    Located_field value;  // the dictionary's
+  };
+  struct Version {
+    bool is_known = false;
+    ulint null_bytes = 0;
+    std::vector<Step> steps;  // up to the last wanted field
+    std::vector<Missing> missing;
+  };
+  class Plan;
+
+  const Version *marked_version(const rec_t *rec, const byte **nulls) const;
 
   bool usable_ = false;
-  ulint null_bytes_ = 0;
-  std::vector<Step> steps_;  // up to the last wanted field
+  Version unmarked_;               // of records that do not tell theirs
+  std::vector<Version> versions_;  // by the number of the row version
+  ulint fewest_fields_ = 0;        // of records of the earlier scheme
+  std::vector<Version> earlier_;   // by the number of fields beyond those
 };
+
+/** @return the version that a record is marked with, null for one that is not
+    known; *nulls moves to the null bits */
+inline const Record_layout::Version *Record_layout::marked_version(
+    const rec_t *rec, const byte **nulls) const {
+  const bool has_version =
+      (rec[-REC_N_NEW_EXTRA_BYTES] & host::record_has_version) != 0;
+  const std::vector<Version> &known = has_version ? versions_ : earlier_;
+  ulint number = *(*nulls)--;
+  if (!has_version) {
+    if ((number & REC_N_FIELDS_TWO_BYTES_FLAG) != 0) {
+      number = (number & REC_N_FIELDS_ONE_BYTE_MAX) << 8 | *(*nulls)--;
+    }
+    if (number < fewest_fields_) return nullptr;
+    number -= fewest_fields_;
+  }
+  return number < known.size() ? &known[number] : nullptr;
+}
 
 inline bool Record_layout::locate(const rec_t *rec,
                                   Located_field *fields) const {
-  constexpr byte other_layout = 0xc0;  // instant columns, row versions
-  if ((rec[-REC_N_NEW_EXTRA_BYTES] & other_layout) != 0) return false;
+  constexpr byte marks = REC_INFO_INSTANT_FLAG | host::record_has_version;
   const byte *nulls = rec - (REC_N_NEW_EXTRA_BYTES + 1);
-  const byte *lengths = nulls - null_bytes_;
+  const Version *version = &unmarked_;
+  if ((rec[-REC_N_NEW_EXTRA_BYTES] & marks) != 0) {
+    version = marked_version(rec, &nulls);
+    if (version == nullptr) return false;
+  }
+  if (!version->is_known) return false;
+  const byte *lengths = nulls - version->null_bytes;
   const byte *data = rec;
   uint32_t null_mask = 1;
-  for (const Step &step : steps_) {
+  for (const Step &step : version->steps) {
     if (step.is_nullable) {
       if (null_mask == 0x100) {
         --nulls;
@@ -89,6 +135,9 @@ inline bool Record_layout::locate(const rec_t *rec,
     }
     if (step.slot >= 0) fields[step.slot] = {data, bytes};
     data += bytes;
+  }
+  for (const Missing &field : version->missing) {
+    fields[field.slot] = field.value;
   }
   return true;
 }

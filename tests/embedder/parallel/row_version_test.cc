@@ -1,0 +1,350 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+// Tables with columns added and dropped instantly: what their records deliver,
+// and that each version's layout is known.
+
+#include <set>
+
+#include "innodb_api/record_layout.h"
+#include "innodb_api/scope.h"
+#include "mysql_version.h"
+#include "parallel_test.h"
+
+namespace {
+
+using namespace harness;
+
+/** How records were located, by what they say of their version: its number, or
+    1000 and their number of fields; -1 for nothing. */
+struct Located {
+  size_t records = 0;
+  size_t refused = 0;  // for the sake of a value off the page
+};
+using Located_by_version = std::map<int, Located>;
+
+int version_of(const rec_t *rec) {
+  const byte marks = rec[-REC_N_NEW_EXTRA_BYTES];
+  const int said = rec[-REC_N_NEW_EXTRA_BYTES - 1];
+  if ((marks & 0x40) != 0) return said;
+  return (marks & 0x80) != 0 ? 1000 + said : -1;
+}
+
+/** The clustered index of t as InnoDB has it. */
+class Clustered {
+ public:
+  Clustered() {
+    table_ = dd_table_open_on_name(current_thd, nullptr, "db/t", false, 0);
+    if (table_ != nullptr) index_ = table_->first_index();
+  }
+  ~Clustered() {
+    if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
+  }
+  Clustered(const Clustered &) = delete;
+  Clustered &operator=(const Clustered &) = delete;
+
+  size_t n_fields() const { return dict_index_get_n_fields(index_); }
+
+  /** Locate the wanted fields of each record and compare them with the host's
+      way to them. */
+  Located_by_version locate(const std::vector<ulint> &wanted) const {
+    Record_layout layout;
+    layout.init(index_, wanted);
+    EXPECT_TRUE(layout.is_usable());
+    Located_by_version found;
+    for_each_record([&](const rec_t *rec) {
+      Located &located = found[version_of(rec)];
+      ++located.records;
+      if (!compare(layout, wanted, rec)) ++located.refused;
+    });
+    return found;
+  }
+
+ private:
+  bool compare(const Record_layout &layout, const std::vector<ulint> &wanted,
+               const rec_t *rec) const {
+    Scratch_heap heap(1024);
+    const ulint *offsets = host::rec_offsets(rec, index_, nullptr, &heap.get());
+    std::vector<Located_field> fields(wanted.size(), {nullptr, 12345});
+    const bool is_located = layout.locate(rec, fields.data());
+    bool is_outside = false;
+    for (size_t i = 0; i < wanted.size(); ++i) {
+      if (host::nth_extern(index_, offsets, wanted[i])) is_outside = true;
+      if (!is_located) continue;
+      ulint bytes;
+      const byte *data =
+          rec_get_nth_field_instant(rec, offsets, wanted[i], index_, &bytes);
+      const bool is_null = bytes == UNIV_SQL_NULL;
+      EXPECT_EQ(fields[i].data == nullptr, is_null) << wanted[i];
+      if (is_null || fields[i].data == nullptr) continue;
+      const auto text = [](const byte *from, ulint n) {
+        return std::string(reinterpret_cast<const char *>(from), n);
+      };
+      EXPECT_EQ(text(fields[i].data, fields[i].bytes), text(data, bytes))
+          << wanted[i];
+    }
+    EXPECT_EQ(is_located, !is_outside) << "version " << version_of(rec);
+    return is_located;
+  }
+
+  page_no_t leftmost_leaf() const {
+    page_no_t page_no = index_->page;
+    for (;;) {
+      Read_mtr mtr;
+      const buf_block_t *block =
+          host::page_get_s_latched(page_id_t(index_->space, page_no),
+                                   dict_table_page_size(table_), mtr.start());
+      if (page_is_leaf(block->frame)) return page_no;
+      const rec_t *first =
+          page_rec_get_next(page_get_infimum_rec(block->frame));
+      Scratch_heap heap(1024);
+      page_no = btr_node_ptr_get_child_page_no(
+          first, host::rec_offsets(first, index_, nullptr, &heap.get()));
+    }
+  }
+
+  template <class F>
+  void for_each_record(F f) const {
+    for (page_no_t page_no = leftmost_leaf(); page_no != FIL_NULL;) {
+      Read_mtr mtr;
+      const buf_block_t *block =
+          host::page_get_s_latched(page_id_t(index_->space, page_no),
+                                   dict_table_page_size(table_), mtr.start());
+      const rec_t *rec = page_get_infimum_rec(block->frame);
+      while (rec = page_rec_get_next_const(rec), !page_rec_is_supremum(rec))
+        f(rec);
+      page_no = btr_page_get_next(block->frame, mtr.get());
+    }
+  }
+
+  dict_table_t *table_;
+  dict_index_t *index_ = nullptr;
+};
+
+class Parallel_row_version : public Parallel_test {
+ protected:
+  /** Rows on several pages, for the pool's threads. */
+  void make(const std::string &columns = "a INT, b VARCHAR(50)") {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY AUTO_INCREMENT, " + columns +
+             ", pad CHAR(100) NOT NULL DEFAULT 'pad')");
+    sql.exec(
+        "INSERT INTO t (id) WITH RECURSIVE n (i) AS (SELECT 1 UNION ALL SELECT"
+        " i + 1 FROM n WHERE i < 1000) SELECT i FROM n");
+    sql.exec("UPDATE t SET a = id, b = REPEAT('b', id % 50) WHERE id % 3 = 0");
+  }
+
+  void alter(const std::string &change) {
+    sql.exec("ALTER TABLE t " + change + ", ALGORITHM = INSTANT");
+    versions_.insert(++n_changes_);
+  }
+
+  /** Rows that have the columns of this moment. */
+  void insert(const std::string &columns, const std::string &values) {
+    for (int i = 0; i < 3; ++i)
+      sql.exec("INSERT INTO t (" + columns + ") VALUES (" + values + ")");
+  }
+
+  /** The records of each version are there and are read by its layout, however
+      many columns are read. */
+  void expect_located(bool some_off_the_page = false) {
+    const Scan scan;
+    const Clustered index;
+    std::vector<ulint> all;
+    for (size_t i = 0; i < index.n_fields(); ++i) {
+      all.push_back(i);
+      expect_located(index.locate({i}), some_off_the_page);
+    }
+    expect_located(index.locate(all), some_off_the_page);
+    std::reverse(all.begin(), all.end());
+    expect_located(index.locate(all), some_off_the_page);
+  }
+
+  void expect_located(const Located_by_version &found, bool some_off_the_page) {
+    std::set<int> versions;
+    for (const auto &[version, located] : found) {
+      versions.insert(version);
+      EXPECT_GT(located.records, located.refused) << version;
+      if (!some_off_the_page) {
+        EXPECT_EQ(located.refused, 0u) << version;
+      }
+    }
+#if MYSQL_VERSION_ID > 80028
+    EXPECT_EQ(versions, versions_);
+#else
+    EXPECT_EQ(versions.size(), versions_.size());
+#endif
+  }
+
+  /** Versions that records are to have; -1 for those before all changes. */
+  std::set<int> versions_{-1};
+  int n_changes_ = 0;
+};
+
+TEST_F(Parallel_row_version, ColumnsAreAddedAtTheEnd) {
+  make();
+  alter("ADD COLUMN c INT");
+  insert("a, c", "1, 2");
+  insert("a", "1");
+  alter(
+      "ADD COLUMN d INT NOT NULL DEFAULT 77, ADD COLUMN e VARCHAR(300)"
+      " NOT NULL DEFAULT ''");
+  insert("c, d, e", "1, 2, REPEAT('e', 290)");
+  alter(
+      "ADD COLUMN f VARCHAR(9) DEFAULT 'f', ADD COLUMN g CHAR(9) DEFAULT 'g'");
+  insert("e, f, g", "REPEAT('e', 120), NULL, NULL");
+  insert("b, f, g", "'bb', 'ff', 'gg'");
+  alter(
+      "ADD COLUMN h DECIMAL(20,5) DEFAULT 12.5, ADD COLUMN i DATETIME(3)"
+      " NOT NULL DEFAULT '2020-02-02 02:02:02.5', ADD COLUMN j DOUBLE,"
+      " ADD COLUMN k BIT(12) DEFAULT b'101'");
+  insert("h, i, j", "1, NOW(3), 0.5");
+  expect_whole_table();
+  expect_located();
+}
+
+TEST_F(Parallel_row_version, RowsOfEachAreUpdated) {
+  make();
+  for (const char *name : {"c", "d", "e"}) {
+    const std::string column(name);
+    alter("ADD COLUMN " + column + " VARCHAR(200) DEFAULT 'of " + column + "'");
+    insert(column, "'own'");
+    sql.exec("UPDATE t SET " + column + " = CONCAT(id, 'changed') WHERE id % " +
+             std::to_string(7 + n_changes_) + " = 0");
+    sql.exec("UPDATE t SET a = -id WHERE id % 5 = 0");
+    expect_whole_table();
+  }
+  expect_located();
+}
+
+// More nullable ones than a byte has bits.
+TEST_F(Parallel_row_version, ManyAreNullable) {
+  std::string columns, names;
+  for (int i = 0; i < 15; ++i) {
+    columns += "n" + std::to_string(i) + " VARCHAR(4), ";
+    names += ", n" + std::to_string(i);
+  }
+  make(columns + "a INT, b VARCHAR(50)");
+  alter("ADD COLUMN c VARCHAR(3), ADD COLUMN d INT");
+  insert("n3, n14, c", "'n3', 'n14', 'c'");
+  alter("ADD COLUMN e INT, ADD COLUMN f INT NOT NULL DEFAULT 5");
+  insert("n0, n7, n8, d", "'n0', 'n7', 'n8', 4");
+  insert("n0, n7, n8, e", "'n0', 'n7', 'n8', 4");
+  expect_whole_table();
+  expect_located();
+}
+
+TEST_F(Parallel_row_version, OldOnesAreSeenUnderASnapshot) {
+  make();
+  alter("ADD COLUMN c INT DEFAULT 5");
+  insert("a, c", "1, 2");
+  alter("ADD COLUMN d VARCHAR(20) DEFAULT 'd'");
+  insert("a, c, d", "1, 2, 'own'");
+  take_snapshot();
+  sql.exec("UPDATE t SET d = 'later', c = 6 WHERE id % 4 = 0");
+  sql.exec("DELETE FROM t WHERE id % 7 = 0");
+  insert("d", "'too late'");
+  EXPECT_NE(donor_rows("SELECT id, c, d FROM t"),
+            sql.query("SELECT id, c, d FROM t ORDER BY id"));
+  expect_whole_table();
+  expect_located();
+}
+
+TEST_F(Parallel_row_version, ValuesOffThePageAreRead) {
+  make();
+  alter("ADD COLUMN c LONGTEXT");
+  insert("a, c", "1, REPEAT('c', 20000)");
+  insert("a, c", "1, 'short'");
+  alter("ADD COLUMN d VARCHAR(12000) CHARACTER SET latin1");
+  insert("a, d", "1, REPEAT('d', 12000)");
+  insert("a, d", "1, REPEAT('d', 130)");
+  sql.exec("UPDATE t SET c = REPEAT('u', 30000) WHERE id = 500");
+  expect_whole_table();
+  expect_located(true);
+}
+
+TEST_F(Parallel_row_version, ARebuildLeavesNone) {
+  make();
+  alter("ADD COLUMN c INT DEFAULT 5");
+  insert("a, c", "1, 2");
+  sql.exec("ALTER TABLE t FORCE");
+  versions_ = {-1};
+  expect_whole_table();
+  expect_located();
+}
+
+#if MYSQL_VERSION_ID > 80028
+
+TEST_F(Parallel_row_version, ColumnsAreAddedAnywhere) {
+  make();
+  alter("ADD COLUMN c INT DEFAULT 5 FIRST");
+  insert("a, c", "1, 2");
+  alter("ADD COLUMN d VARCHAR(20) NOT NULL DEFAULT 'd' AFTER id");
+  insert("a, c, d", "1, 2, 'own'");
+  alter(
+      "ADD COLUMN e VARCHAR(20) AFTER b, ADD COLUMN f BIGINT DEFAULT 4 FIRST");
+  insert("b, d, e, f", "'b', 'd', 'e', NULL");
+  sql.exec("UPDATE t SET e = CONCAT('e', id), c = NULL WHERE id % 6 = 0");
+  expect_whole_table();
+  expect_located();
+}
+
+TEST_F(Parallel_row_version, ColumnsAreDropped) {
+  make(
+      "z VARCHAR(9) DEFAULT 'z', a INT, y INT NOT NULL DEFAULT 3, x CHAR(4),"
+      " b VARCHAR(50)");
+  alter("DROP COLUMN z");
+  insert("a, b", "1, 'b'");
+  alter("ADD COLUMN c VARCHAR(20) DEFAULT 'c', DROP COLUMN y");
+  insert("a, c", "2, REPEAT('c', 20)");
+  alter("DROP COLUMN c");
+  insert("a", "3");
+  alter("ADD COLUMN c BIGINT NOT NULL DEFAULT -1 FIRST");
+  insert("c", "NULLIF(4, 5)");
+  alter("DROP COLUMN x, DROP COLUMN a, ADD COLUMN d INT AFTER b");
+  insert("c, d", "5, 6");
+  sql.exec("UPDATE t SET d = id WHERE id % 10 = 0");
+  expect_whole_table();
+  expect_located();
+}
+
+TEST_F(Parallel_row_version, ThereAreSixtyFour) {
+  make();
+  for (int i = 1; i <= 64; ++i) {
+    const std::string added = "c" + std::to_string(i);
+    const std::string dropped = "c" + std::to_string(i - 3);
+    std::string change = "ADD COLUMN " + added + " VARCHAR(20)";
+    if (i % 4 != 0) change += " NOT NULL DEFAULT '" + added + "'";
+    if (i % 3 == 0) change += " FIRST";
+    // Every other one goes again.
+    if (i > 3 && i % 2 == 0) change += ", DROP COLUMN " + dropped;
+    alter(change);
+    insert(added, "'v" + std::to_string(i) + "'");
+  }
+  expect_whole_table();
+  expect_located();
+}
+
+#else
+
+// Beyond 127 fields a record has two bytes for their number.
+TEST_F(Parallel_row_version, RecordsHaveManyFields) {
+  std::string columns;
+  for (int i = 0; i < 120; ++i) columns += "n" + std::to_string(i) + " INT, ";
+  make(columns + "a INT, b VARCHAR(50)");
+  for (int i = 1; i <= 5; ++i) {
+    const std::string added = "c" + std::to_string(i);
+    alter("ADD COLUMN " + added + " VARCHAR(20) DEFAULT '" + added + "'");
+    insert(added + ", n3, n119", "'own', 1, 2");
+  }
+  expect_whole_table();
+  expect_located();
+}
+
+#endif
+
+}  // namespace
