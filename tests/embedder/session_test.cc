@@ -233,17 +233,6 @@ TEST_F(Session, DeinitLeavesTheClientsInPlace) {
   init_common();
 }
 
-TEST_F(Session, SecondInitDoesNothing) {
-  const ThreadPool *pool = ThreadPool::get_instance();
-  ASSERT_NE(pool, nullptr);
-  const size_t threads = of_process("Threads");
-  init_common();
-  init_common();
-  EXPECT_EQ(ThreadPool::get_instance(), pool);
-  EXPECT_LT(of_process("Threads"), threads + ThreadPool::n_workers);
-  EXPECT_EQ(Cursor().ints(1), (Ints{10, 20, 30}));
-}
-
 TEST_F(Session, NothingIsLeftOpen) {
   const int64_t before = transactions();
   {

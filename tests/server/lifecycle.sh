@@ -156,6 +156,16 @@ callback_may_wait_for_an_opening_that_waits_for_a_lock() {
   expect 'callbacks' "$(callbacks)" "1317 Query execution was interrupted"
 }
 
+embedder_that_ends_first_leaves_the_other_its_threads() {
+  start
+  act start
+  act observe_clean_up
+  act start
+  act observe_parallel_reader
+  stop
+  expect 'callbacks' "$(callbacks)" 'clean_up 5000'
+}
+
 start_and_stop_without_cursors() {
   start
   act start

@@ -157,7 +157,9 @@ std::string start(const std::string &text) {
     const std::lock_guard<std::mutex> lock(mu);
     if (stopping || background.joinable()) return "soak: not now\n";
     running = world;
-    init_common();
+    // Once: clean_up() ends it once.
+    static const bool started = (init_common(), true);
+    (void)started;
     if (!manners.careless) register_shutdown_observer(plugin_handle, clean_up);
     if (manners.in_background) {
       background = on_thread([world] {

@@ -46,11 +46,16 @@ class CommonApi {
  public:
   // --- lifecycle: common/lifecycle.cc ---
 
-  /** Start the worker pool. */
+  /** Start the worker pool, unless another embedder has. */
   static void init_common_api();
 
-  /** Stop the worker pool and destroy the idle sessions. */
+  /** Take one init_common_api() back, if there is one; after the last, end
+      everything. */
   static void deinit_common_api();
+
+  /** Stop the worker pool and destroy the idle sessions, whoever has started
+      them. */
+  static void end_common_api();
 
   /** Have f called once when the server begins to shut down; the first caller's
       plugin (an st_plugin_int) owns the server's notification. */
@@ -58,7 +63,7 @@ class CommonApi {
                                          Shutdown_observer_func f);
 
   /** See to it that what is left open when the last client session has ended is
-      closed, and that the plug-in stays loaded until deinit_common_api(). */
+      closed, and that the plug-in stays loaded until end_common_api(). */
   static void guard_shutdown();
 
   /** Whether cursors may be opened: the server has started and InnoDB is not

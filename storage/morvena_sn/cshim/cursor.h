@@ -190,22 +190,27 @@ typedef void (*Shutdown_observer_func)(void);
 /* ------------------------------------------------------------------ */
 
 /**
-  Start the process-wide part: a pool of 32 worker threads.
+  Start the process-wide part: a pool of 32 worker threads. Several embedders in
+  one server share it: calls are counted, and the first one starts it.
 
-  Sense:    none; a second call without deinit_common() between does nothing.
-  Lifetime: until deinit_common().
-  Threads:  any, once at a time; before the first cursor.
-  Blocks:   no.
+  Sense:    none; each call is to be followed by a deinit_common() of its own,
+            also when threads could not be started (standard error says so).
+  Lifetime: until the last deinit_common().
+  Threads:  any; before the caller's first cursor.
+  Blocks:   while another thread ends the pool.
 */
 void init_common(void);
 
 /**
-  Stop the worker pool, then destroy the idle pooled sessions.
+  Take one init_common() back. The last one stops the worker pool, then destroys
+  the idle pooled sessions; without an init_common() nothing happens.
 
   Sense:    none. Sessions of cursors that are still open are left alone.
   Lifetime: init_common() may start everything again.
-  Threads:  any; must not race with cursor functions.
-  Blocks:   until the worker threads have ended.
+  Threads:  any, but not inside a callback; the last call must not race with the
+            caller's own cursor functions.
+  Blocks:   the last call, until parallel reads and all worker threads have
+            ended.
 */
 void deinit_common(void);
 

@@ -20,6 +20,7 @@
 
 #include "lifecycle.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -121,6 +122,32 @@ std::string open_and_wait() {
 }
 
 void callback_that_waits_for_the_opening() { say(opening.get().c_str()); }
+
+uintptr_t scan_to_read = 0;
+
+void open_a_scan() {
+  unsigned int error = 0;
+  char message[512] = "";
+  on_own_thread([&] {
+    scan_to_read = open_seqscan_cursor("db", "t", 0, 5, &error, message);
+  });
+}
+
+// Another embedder's, with a read that begins when the first has ended.
+void callback_that_reads_in_parallel() {
+  on_own_thread([] {
+    std::atomic<uint64_t> rows{0};
+    const auto add = [](uint64_t batch, uint64_t, void *sum) {
+      *static_cast<std::atomic<uint64_t> *>(sum) += pread_n_tuples(batch);
+      return false;
+    };
+    const bool complete =
+        seqscan_cursor_advance_parallel(scan_to_read, 4, add, &rows);
+    close_seqscan_cursor(scan_to_read);
+    say((std::to_string(rows) + (complete ? "" : " incomplete")).c_str());
+  });
+  deinit_common();
+}
 
 void clean_up() {
   for (const uintptr_t cursor : left_open) close_index_cursor(cursor);
@@ -253,6 +280,11 @@ std::string act(const std::string &name) {
       {"open_and_wait", open_and_wait},
       {"observe_opening",
        [] { return observe(callback_that_waits_for_the_opening); }},
+      {"observe_parallel_reader",
+       [] {
+         open_a_scan();
+         return observe(callback_that_reads_in_parallel);
+       }},
       {"observe_clean_up", [] { return observe(clean_up); }},
       {"leave_open", leave_open},
       {"read_on", read_on},

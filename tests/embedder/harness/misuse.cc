@@ -416,7 +416,10 @@ void Misuser::call() {
   if (kind < 85) return read_value();
   if (kind < 91) return count_columns();
   if (kind < 96) return name_columns();
-  if (kind < 97) return init_common();
+  if (kind < 97) {
+    init_common();
+    return deinit_common();
+  }
   read_in_parallel();
 }
 

@@ -41,6 +41,11 @@ constexpr auto drain_limit = 8s;
 std::vector<Shutdown_observer_func> shutdown_cbs;  // under the observer mutex
 bool registered = false;                           // under the observer mutex
 
+// Held while the pool starts and ends, so that an embedder that starts the
+// system finds it running or gone.
+std::mutex common_mutex;
+size_t n_inits = 0;  // under common_mutex: embedders that have not ended
+
 std::atomic<bool> guard_registered{false};
 // Set once. From then on the guard is neither registered nor taken off: the
 // server's list of observers is locked while it calls them, maybe for as long
@@ -84,7 +89,7 @@ int release_leftovers(Server_state_param *) {
     if (void (*f)() = last_cleanup) f();
     std::this_thread::sleep_for(1ms);
   }
-  if (CommonApi::sessions_in_use() == 0) CommonApi::deinit_common_api();
+  if (CommonApi::sessions_in_use() == 0) CommonApi::end_common_api();
   return 0;
 }
 
@@ -137,6 +142,16 @@ void keep_loaded() {
   }
 }
 
+void end_all() {
+  Thread_pool::shutdown();
+  Session_calls::stop_watching(false);
+  CommonApi::destroy_idle_sessions();
+  // May run inside a shutdown function, under the observer mutex.
+  if (const plugin_ref self = own_plugin.exchange(nullptr)) {
+    plugin_unlock(nullptr, self);
+  }
+}
+
 // An embedder that linked the static library may be unmapped with the guard.
 struct Guard_release {
   ~Guard_release() { release_shutdown_guard(); }
@@ -156,19 +171,27 @@ void CommonApi::guard_shutdown() {
   keep_loaded();
 }
 
+// A start that fails counts too: the embedder ends what it has begun.
 void CommonApi::init_common_api() {
+  {
+    const std::lock_guard<std::mutex> lock(common_mutex);
+    ++n_inits;
+  }
   guard_shutdown();
-  Thread_pool::initialize();
+  const std::lock_guard<std::mutex> lock(common_mutex);
+  if (n_inits > 0) Thread_pool::initialize();
 }
 
 void CommonApi::deinit_common_api() {
-  Thread_pool::shutdown();
-  Session_calls::stop_watching(false);
-  destroy_idle_sessions();
-  // May run inside a shutdown function, under the observer mutex.
-  if (const plugin_ref self = own_plugin.exchange(nullptr)) {
-    plugin_unlock(nullptr, self);
-  }
+  const std::lock_guard<std::mutex> lock(common_mutex);
+  if (n_inits == 0 || --n_inits > 0) return;
+  end_all();
+}
+
+void CommonApi::end_common_api() {
+  const std::lock_guard<std::mutex> lock(common_mutex);
+  n_inits = 0;
+  end_all();
 }
 
 void CommonApi::register_shutdown_observer(void *plugin,
