@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "common/call_state.h"
+#include "common/counters.h"
 #include "cursor.h"
 #include "field_value.h"
 #include "host.h"
@@ -100,9 +101,9 @@ class IndexCursor {
   bool next_row();
   bool step();
   void let_others_in();
+  void count_row();
   bool no_row(int error);
   void fail(int error);
-  void count_row();
   int refresh_columns();
   /** The bytes of a bound's given parts, NULL ones included. */
   uint image_bytes(const key_range &bound) const;
@@ -140,6 +141,7 @@ class IndexCursor {
   /** By partition: whether it has come to a row before a backward range. Empty
       where rows come in order. */
   std::vector<bool> passed_;
+  counters::Batched rows_read_{Tally::ROWS_READ};
   field_read_buffer buffer_;
   Local_time local_time_;
   std::vector<Row_column> row_columns_;  // by table position, made when read

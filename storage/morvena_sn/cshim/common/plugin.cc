@@ -12,7 +12,10 @@
 
 #include "common/plugin.h"
 
+#include <cstring>
+
 #include "common.h"
+#include "common/counters.h"
 #include "host.h"
 
 // A table that a statement gave to this engine would have no handler: debug
@@ -31,6 +34,39 @@ static int morvena_sn_done_func(void *) {
 struct st_mysql_storage_engine morvena_sn_storage_engine = {
     MYSQL_HANDLERTON_INTERFACE_VERSION};
 
+template <Tally counter>
+static int show_counter(THD *, SHOW_VAR *variable, char *buffer) {
+  const longlong value = counters::value(counter);
+  memcpy(buffer, &value, sizeof value);
+  variable->type = SHOW_LONGLONG;
+  variable->value = buffer;
+  return 0;
+}
+
+template <Tally counter>
+static SHOW_VAR status_variable(const char *name) {
+  char *function = reinterpret_cast<char *>(&show_counter<counter>);
+  return {name, function, SHOW_FUNC, SHOW_SCOPE_GLOBAL};
+}
+
+static SHOW_VAR status_variables[] = {
+    status_variable<Tally::CURSORS_OPEN>("morvena_sn_cursors_open"),
+    status_variable<Tally::CURSORS_OPENED>("morvena_sn_cursors_opened"),
+    status_variable<Tally::SNAPSHOTS_COPIED>("morvena_sn_snapshots_copied"),
+    status_variable<Tally::SNAPSHOTS_TAKEN>("morvena_sn_snapshots_taken"),
+    status_variable<Tally::PARALLEL_READS_RUNNING>(
+        "morvena_sn_parallel_reads_running"),
+    status_variable<Tally::PARALLEL_READS>("morvena_sn_parallel_reads"),
+    status_variable<Tally::ROWS_READ>("morvena_sn_rows_read"),
+    status_variable<Tally::PAGES_READ>("morvena_sn_pages_read"),
+    status_variable<Tally::BATCHES>("morvena_sn_batches"),
+    status_variable<Tally::WORKERS_RUNNING>("morvena_sn_workers_running"),
+    status_variable<Tally::PARKS>("morvena_sn_parks"),
+    status_variable<Tally::KILLS>("morvena_sn_kills"),
+    status_variable<Tally::REFUSALS>("morvena_sn_refusals"),
+    status_variable<Tally::FAILURES>("morvena_sn_failures"),
+    {nullptr, nullptr, SHOW_UNDEF, SHOW_SCOPE_UNDEF}};
+
 mysql_declare_plugin(morvena_sn){
     MYSQL_STORAGE_ENGINE_PLUGIN,
     &morvena_sn_storage_engine,
@@ -42,7 +78,7 @@ mysql_declare_plugin(morvena_sn){
     nullptr, /* check_uninstall */
     morvena_sn_done_func,
     0x0100,
-    nullptr, /* status_vars */
+    status_variables,
     nullptr, /* system_vars */
     nullptr, /* __reserved1 */
     0,       /* flags */

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "common.h"
+#include "common/counters.h"
 #include "host.h"
 #include "host/innodb.h"
 #include "host/read_view.h"
@@ -155,7 +156,12 @@ class Wait {
 
 ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
                                               uint64_t snapshot_donor) {
-  if (snapshot_donor == 0) return trx_assign_read_view(trx);
+  if (snapshot_donor == 0) {
+    const bool has_one = MVCC::is_view_active(trx->read_view);
+    ReadView *view = trx_assign_read_view(trx);
+    if (!has_one && view != nullptr) counters::count(Tally::SNAPSHOTS_TAKEN);
+    return view;
+  }
   if (srv_read_only_mode || MVCC::is_view_active(trx->read_view)) {
     return trx->read_view;
   }
@@ -166,7 +172,11 @@ ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
   }
   // A statement that tries whether its last view is still current shows it as
   // open for a moment, when purge may be past it.
-  if (copied && host::purge_has_passed(trx->read_view)) withdraw_copy(trx);
+  if (copied && host::purge_has_passed(trx->read_view)) {
+    withdraw_copy(trx);
+    copied = false;
+  }
+  if (copied) counters::count(Tally::SNAPSHOTS_COPIED);
   return trx->read_view;
 }
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "common.h"
+#include "common/counters.h"
 #include "cursor/open.h"
 #include "host.h"
 
@@ -59,6 +60,7 @@ void unlist(CursorWrapper *wrapper) {
 
 void release(CursorWrapper *wrapper) {
   wrapper->calls->unlist();
+  counters::add(Tally::CURSORS_OPEN, -1);
   CommonApi::thd_attach(wrapper->thd, nullptr);
   wrapper->drop_cursor();
   CommonApi::unlock_table(wrapper->thd, wrapper->table, HDL_READ);

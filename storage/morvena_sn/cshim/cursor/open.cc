@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "common.h"
+#include "common/counters.h"
 #include "host.h"
 
 namespace {
@@ -105,7 +106,11 @@ uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
     CursorWrapper *wrapper = opening.open_and_lock(request)
                                  ? opening.make_wrapper(make, request.donor)
                                  : nullptr;
-    if (wrapper != nullptr) return reinterpret_cast<uintptr_t>(wrapper);
+    if (wrapper != nullptr) {
+      counters::count(Tally::CURSORS_OPENED);
+      counters::count(Tally::CURSORS_OPEN);
+      return reinterpret_cast<uintptr_t>(wrapper);
+    }
     report_failure(to, thd);
   } catch (...) {
     report(to, ER_OOM, "Out of memory");
@@ -149,7 +154,10 @@ uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
                       const Open_report &to) {
   const uint32_t client = CommonApi::calling_client();
   void *thd = session_for(to);
-  return thd != nullptr ? open_in(thd, client, request, make, to) : 0;
+  const uintptr_t handle =
+      thd != nullptr ? open_in(thd, client, request, make, to) : 0;
+  if (handle == 0) counters::count(Tally::REFUSALS);
+  return handle;
 }
 
 uint32_t open_donor(const Open_report &to) {

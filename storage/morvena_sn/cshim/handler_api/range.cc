@@ -238,7 +238,11 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   }
   bounds_ = Bounds::IN_FORCE;
   state_->progress.restart(0);
+  const bool has_view = MVCC::is_view_active(trx_->read_view);
   has_row_ = find_row();
+  if (!has_view && MVCC::is_view_active(trx_->read_view)) {
+    counters::count(Tally::SNAPSHOTS_TAKEN);
+  }
   count_row();
   let_others_in();
   return !has_row_;
@@ -325,17 +329,20 @@ bool IndexCursor::every_partition_has_passed() {
 // The handler is asked no more once the range has ended or failed: it may have
 // no position then, and steps from wherever it last was, or stops the server.
 bool IndexCursor::advance() {
-  if (has_row_) {
-    has_row_ = next_row();
-    count_row();
-  }
+  if (has_row_) has_row_ = next_row();
+  count_row();
   let_others_in();
   return !has_row_;
 }
 
-// A cursor is used by one thread at a time: others only look.
+// The end of a range tells the process's counters what has come of it. A cursor
+// is used by one thread at a time: others only look at its progress.
 void IndexCursor::count_row() {
-  if (!has_row_) return;
+  if (!has_row_) {
+    rows_read_.flush();
+    return;
+  }
+  rows_read_.count();
   std::atomic<uint64_t> &rows = state_->progress.rows;
   rows.store(rows.load(std::memory_order_relaxed) + 1,
              std::memory_order_relaxed);

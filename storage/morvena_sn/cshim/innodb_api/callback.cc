@@ -12,6 +12,7 @@
 // worker, at the same time. Fails: the callback refuses, or throws.
 
 #include "common.h"
+#include "common/counters.h"
 #include "innodb_api.h"
 
 namespace {
@@ -62,6 +63,7 @@ void ParallelIndexReader::set_load_cb(Parallel_load_fn load_cb,
 dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
   if (tctx->n_read_ == tctx->n_sent_) return DB_SUCCESS;
   tctx->n_rows_ = tctx->n_read_ - tctx->n_sent_;
+  counters::count(Tally::BATCHES);
   bool stop = true;
   try {
     stop =

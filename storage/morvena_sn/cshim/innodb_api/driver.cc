@@ -18,6 +18,7 @@
 #include <string>
 
 #include "common.h"
+#include "common/counters.h"
 #include "innodb_api.h"
 #include "innodb_api/scope.h"
 
@@ -72,6 +73,7 @@ class Worker_session {
 
  private:
   void *thd_;
+  const counters::Running running_{Tally::WORKERS_RUNNING};
 };
 
 void report(const std::vector<ThreadCtx *> &workers, size_t n_threads) {
@@ -84,6 +86,8 @@ void report(const std::vector<ThreadCtx *> &workers, size_t n_threads) {
 }  // namespace
 
 bool ParallelIndexReader::run(size_t n_threads) {
+  counters::count(Tally::PARALLEL_READS);
+  const counters::Running running(Tally::PARALLEL_READS_RUNNING);
   state_->progress.restart(host::n_leaf_pages(index_));
   const Reserved_threads threads(n_threads);
   index_s_lock();

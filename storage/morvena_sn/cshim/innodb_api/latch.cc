@@ -13,6 +13,7 @@
 
 #include "innodb_api/latch.h"
 
+#include "common/counters.h"
 #include "innodb_api.h"
 
 namespace {
@@ -53,6 +54,7 @@ void Index_latch::leave_tree() {
 }
 
 void Index_latch::park() {
+  counters::count(Tally::PARKS);
   std::unique_lock<std::mutex> lock(mutex_);
   giving_way_ = true;
   if (--n_in_tree_ == 0) {

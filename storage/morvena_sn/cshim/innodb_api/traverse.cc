@@ -17,6 +17,7 @@
 
 #include <algorithm>
 
+#include "common/counters.h"
 #include "innodb_api.h"
 #include "innodb_api/scope.h"
 
@@ -44,6 +45,9 @@ bool has_multi_value_field(const dtuple_t *tuple) {
 // A secondary record of the page in hand, and the key of its clustered record.
 using Pending_pair = std::pair<const rec_t *, dtuple_t *>;
 
+// The process's counters are told of so many pages at a time.
+constexpr size_t pages_between_counts = 64;
+
 // Records lie on a page in the order in which they came. Where that is not the
 // key's, the processor cannot tell which lines come next.
 void prefetch_page(const buf_block_t *block) {
@@ -63,6 +67,7 @@ class Traversal {
         index_(reader->index_),
         end_(*ctx->range_.second),
         heap_(srv_page_size / 4),
+        n_rows_counted_(ctx->thread_ctx_->n_read_),
         located_(reader->columns_.size() + 1) {
     cursor_.index = index_;
     // Reads that judge without a view are left to the general way.
@@ -74,6 +79,10 @@ class Traversal {
       view_ = trx->read_view;
     }
   }
+
+  ~Traversal() { count(); }
+  Traversal(const Traversal &) = delete;
+  Traversal &operator=(const Traversal &) = delete;
 
   dberr_t run() {
     restore_start();
@@ -98,6 +107,7 @@ class Traversal {
   dberr_t look_up_pending();
   dberr_t end_page();
   bool is_stopped(dberr_t *err) const;
+  void count();
   dberr_t pcur_move_to_next_node();
   bool pcur_move_to_next_block();
   dberr_t pcur_move_to_user_rec();
@@ -120,6 +130,8 @@ class Traversal {
   bool at_page_start_ = true;
   bool check_end_ = true;  // whether the unit may end on the page in hand
   std::vector<Pending_pair> pairs_;
+  size_t n_pages_ = 0;         // ended, since they were last counted
+  size_t n_rows_counted_;      // of the worker's
   ReadView *view_ = nullptr;   // if records may be read by the layout
   bool page_visible_ = false;  // of a secondary index: all of the page in hand
   std::vector<Located_field> located_;
@@ -283,7 +295,17 @@ bool Traversal::is_stopped(dberr_t *err) const {
   return *err != DB_SUCCESS;
 }
 
+void Traversal::count() {
+  const size_t n_rows = ctx_->thread_ctx_->n_read_;
+  counters::add(Tally::ROWS_READ,
+                static_cast<int64_t>(n_rows - n_rows_counted_));
+  counters::add(Tally::PAGES_READ, static_cast<int64_t>(n_pages_));
+  n_rows_counted_ = n_rows;
+  n_pages_ = 0;
+}
+
 dberr_t Traversal::end_page() {
+  if (++n_pages_ == pages_between_counts) count();
   dberr_t err = look_up_pending();
   if (err != DB_SUCCESS) return err;
   offsets_.forget_heap();
