@@ -166,6 +166,16 @@ embedder_that_ends_first_leaves_the_other_its_threads() {
   expect 'callbacks' "$(callbacks)" 'clean_up 5000'
 }
 
+server_without_a_performance_schema() {
+  start --performance-schema=OFF
+  act start
+  expect 'rows' "$(act count)" '5000 rows'
+  expect 'cursor' "$(act leave_open)" 'open 0 on a row'
+  act observe_parallel_reader
+  stop
+  expect 'callbacks' "$(callbacks)" '5000'
+}
+
 start_and_stop_without_cursors() {
   start
   act start

@@ -23,6 +23,7 @@
 #include <mutex>
 #include <vector>
 
+#include "common/thread_row.h"
 #include "cursor.h"
 
 class ReadView;
@@ -77,7 +78,7 @@ class CommonApi {
   // --- sessions: common/session.cc ---
 
   /** @return a session bound to the calling thread, null if out of memory */
-  static void *create_thd();
+  static void *create_thd(Session_role role = Session_role::CURSOR);
 
   /** Make my_thd the calling thread's current session; the one before is stored
       in *original_thd unless that is null. */

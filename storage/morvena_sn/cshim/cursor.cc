@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "common.h"
+#include "common/thread_row.h"
 #include "cursor/open.h"
 #include "handler_api.h"
 
@@ -81,7 +82,8 @@ uintptr_t open_index_cursor(const char *db_name, const char *table_name,
     return new IndexCursorWrapper(opened, std::move(cursor));
   };
   // By reference: a copy in a function object may need memory.
-  return open_handle({db_name, table_name, snapshot_donor, timeout_sec},
+  const char *index = index_name != nullptr ? index_name : "";
+  return open_handle({db_name, table_name, index, snapshot_donor, timeout_sec},
                      std::cref(make), {error, message});
 }
 

@@ -86,6 +86,14 @@
     and failures are also lines of the server's error log, errors of the server
     while reading as "got error while scan index :" and the server's code.
 
+  Seen from SQL.  Each open cursor's session is a row of
+    performance_schema.threads, thread/morvena_sn/cursor: PROCESSLIST_DB and
+    PROCESSLIST_INFO name the table, the index and the donor, and
+    metadata_locks.OWNER_THREAD_ID leads to it. Workers of parallel reads have
+    rows called thread/morvena_sn/worker, which name the cursor's session.
+    SHOW GLOBAL STATUS LIKE 'morvena_sn_%' counts what all of them do. These
+    sessions are no clients: KILL does not find them, and no limit counts them.
+
   Shutdown.  Every cursor is to be closed and deinit_common() called before the
     server's InnoDB stops: a function given to register_shutdown_observer() is
     the place. Before it runs, openings that wait are interrupted, and from then
@@ -274,7 +282,10 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
   Lifetime: holds a session, a metadata lock on the table (DDL waits) and the
             snapshot (purge keeps what it sees).
   Threads:  the new session becomes the calling thread's.
-  Blocks:   waits for metadata and table locks.
+  Blocks:   waits for metadata and table locks. A thread that has another cursor
+            on the table waits here for a statement that waits for that cursor,
+            as ALTER TABLE does: the server sees no deadlock in it, and only a
+            timeout ends it.
 */
 uintptr_t open_index_cursor(const char *db_name, const char *table_name,
                             const char *index_name, bool index_only,

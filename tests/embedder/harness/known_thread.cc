@@ -35,4 +35,6 @@ Known_thread::~Known_thread() {
   my_thread_end();
 }
 
+const void *own_thread_row() { return PSI_THREAD_CALL(get_thread)(); }
+
 }  // namespace harness

@@ -16,9 +16,9 @@
 
 namespace harness {
 
-/** As long as it lives, the server knows this thread, and the performance schema
-    lists what it holds: the metadata locks of a thread without an entry there
-    are in none of its tables. */
+/** As long as it lives, the server knows this thread, and the performance
+   schema lists what it holds: the metadata locks of a thread without an entry
+   there are in none of its tables. */
 class Known_thread {
  public:
   Known_thread();
@@ -26,6 +26,10 @@ class Known_thread {
   Known_thread(const Known_thread &) = delete;
   Known_thread &operator=(const Known_thread &) = delete;
 };
+
+/** @return the entry that the server files the calling thread's doings under,
+    null for none */
+const void *own_thread_row();
 
 }  // namespace harness
 

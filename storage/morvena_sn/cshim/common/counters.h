@@ -35,8 +35,8 @@ enum class Tally : size_t {
                     // not included
   PARKS,            // waits of a worker that left the index to others
   KILLS,            // calls that ended because their session was killed
-  REFUSALS,         // openings that failed
-  FAILURES,         // reads that failed
+  REFUSALS,         // openings that failed, reads of what cannot be read
+  FAILURES,         // reads that failed otherwise
   N
 };
 

@@ -18,6 +18,7 @@
 #include <iostream>
 #include <string>
 
+#include "common/counters.h"
 #include "host.h"
 
 namespace {
@@ -110,4 +111,23 @@ bool Failure::take_from(const THD *thd) {
   if (!state->is_error()) return false;
   set(state->mysql_errno(), state->message_text());
   return true;
+}
+
+void Failure::count() const {
+  switch (code()) {
+    case 0:
+    case er_callback_stopped:
+      return;
+    case ER_QUERY_INTERRUPTED:
+      return counters::count(Tally::KILLS);
+    case ER_CHECK_NOT_IMPLEMENTED:
+    case ER_INDEX_CORRUPT:
+    case ER_KEY_DOES_NOT_EXITS:
+    case ER_TABLESPACE_DISCARDED:
+    case ER_TABLE_DEF_CHANGED:
+    case ER_WRONG_ARGUMENTS:
+      return counters::count(Tally::REFUSALS);
+    default:
+      return counters::count(Tally::FAILURES);
+  }
 }

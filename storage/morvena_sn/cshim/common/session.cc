@@ -10,6 +10,9 @@
 // made by us, is not in the server's list of client sessions, and is kept for
 // reuse when it is closed.
 
+#include <algorithm>
+#include <iterator>
+#include <memory>
 #include <new>
 #include <unordered_set>
 
@@ -39,12 +42,24 @@ std::unordered_set<THD *> &in_use() {
   return sessions;
 }
 
-THD *take_idle_session() {
+// Those that workers use: their rows in performance_schema.threads are called
+// after it. Under thd_pool_mutex.
+std::unordered_set<const THD *> &workers_sessions() {
+  static std::unordered_set<const THD *> sessions;
+  return sessions;
+}
+
+THD *take_idle_session(Session_role role) {
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-  if (thd_pool.empty()) return nullptr;
-  THD *thd = thd_pool.back();
+  const size_t is_workers = role == Session_role::WORKER ? 1 : 0;
+  const auto found = std::find_if(
+      thd_pool.rbegin(), thd_pool.rend(), [is_workers](const THD *thd) {
+        return workers_sessions().count(thd) == is_workers;
+      });
+  if (found == thd_pool.rend()) return nullptr;
+  THD *thd = *found;
   in_use().insert(thd);
-  thd_pool.pop_back();
+  thd_pool.erase(std::next(found).base());
   return thd;
 }
 
@@ -82,11 +97,16 @@ void bind_to_thread(THD *thd) {
 }
 
 void destroy_session(THD *thd) {
-  thd->get_protocol_classic()->end_net();
-  thd->release_resources();
-  // A client's may come to lie there.
-  if (bound == thd) bound = nullptr;
-  delete thd;
+  PSI_thread *const row = thd->get_psi();
+  {
+    const thread_row::Bound bound_row(row);
+    thd->get_protocol_classic()->end_net();
+    thd->release_resources();
+    // A client's may come to lie there.
+    if (bound == thd) bound = nullptr;
+    delete thd;
+  }
+  thread_row::destroy(row);
 }
 
 // The host destroys a session on a thread that it was bound to.
@@ -97,15 +117,30 @@ struct Destroy_unbound {
   }
 };
 
-THD *new_session() {
+// Until the session has it, its row goes with whatever fails.
+struct Destroy_row {
+  void operator()(PSI_thread *row) const { thread_row::destroy(row); }
+};
+
+THD *new_session(Session_role role) {
+  std::unique_ptr<PSI_thread, Destroy_row> row(thread_row::create(role));
+  const thread_row::Bound bound_row(row.get());
   std::unique_ptr<THD, Destroy_unbound> thd(new (std::nothrow) THD(true));
   if (thd == nullptr) return nullptr;
   thd->get_protocol_classic()->init_net(nullptr);
   thd->set_new_thread_id();
+  bound_row.give_to(thd.get());
+  row.release();
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
   // Its way back must not fail.
   thd_pool.reserve(thd_pool_max_size);
-  in_use().insert(thd.get());
+  if (role == Session_role::WORKER) workers_sessions().insert(thd.get());
+  try {
+    in_use().insert(thd.get());
+  } catch (...) {
+    workers_sessions().erase(thd.get());
+    throw;
+  }
   return thd.release();
 }
 
@@ -128,10 +163,11 @@ void release_memory(THD *thd) {
 
 }  // namespace
 
-void *CommonApi::create_thd() {
-  THD *thd = take_idle_session();
-  if (thd == nullptr) thd = new_session();
+void *CommonApi::create_thd(Session_role role) {
+  THD *thd = take_idle_session(role);
+  if (thd == nullptr) thd = new_session(role);
   if (thd == nullptr) return nullptr;
+  const thread_row::Bound bound_row(thd);
   bind_to_thread(thd);
   thd->killed = THD::NOT_KILLED;
   // Today's date makes a datetime of a time.
@@ -193,6 +229,7 @@ void CommonApi::copy_settings(const void *from_thd, void *to_thd) {
 
 void CommonApi::close_thd(void *my_thd) {
   THD *thd = static_cast<THD *>(my_thd);
+  const thread_row::Bound bound_row(thd);
   {
     const std::lock_guard<std::mutex> lock(thd_pool_mutex);
     in_use().erase(thd);
@@ -201,6 +238,7 @@ void CommonApi::close_thd(void *my_thd) {
   thd->mdl_context.release_transactional_locks();
   release_transaction(thd);
   release_memory(thd);
+  bound_row.become_idle();
   {
     const std::lock_guard<std::mutex> lock(thd_pool_mutex);
     --n_closing;
@@ -208,6 +246,7 @@ void CommonApi::close_thd(void *my_thd) {
       thd_pool.push_back(thd);
       return;
     }
+    workers_sessions().erase(thd);
   }
   destroy_session(thd);
 }
@@ -225,6 +264,7 @@ void CommonApi::destroy_idle_sessions() {
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
   for (THD *thd : thd_pool) {
     if (thd == clients) clients = nullptr;
+    workers_sessions().erase(thd);
     Destroy_unbound()(thd);
   }
   thd_pool.clear();

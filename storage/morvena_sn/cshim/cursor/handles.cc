@@ -22,6 +22,7 @@
 
 #include "common.h"
 #include "common/counters.h"
+#include "common/thread_row.h"
 #include "cursor/open.h"
 #include "host.h"
 
@@ -60,6 +61,8 @@ void unlist(CursorWrapper *wrapper) {
 
 void release(CursorWrapper *wrapper) {
   wrapper->calls->unlist();
+  const thread_row::Bound row(static_cast<THD *>(wrapper->thd));
+  row.enter(thread_row::State::CLOSING);
   counters::add(Tally::CURSORS_OPEN, -1);
   CommonApi::thd_attach(wrapper->thd, nullptr);
   wrapper->drop_cursor();
@@ -118,7 +121,9 @@ Call::Call(CursorWrapper *wrapper) : wrapper_(wrapper) {
 }
 
 Call::~Call() {
-  wrapper_->calls->end(wrapper_->state.failure.is_interruption());
+  const Failure &failure = wrapper_->state.failure;
+  wrapper_->calls->end(failure.is_interruption());
+  failure.count();
 }
 
 void Call::out_of_memory() {

@@ -10,11 +10,13 @@
 
 #include "cursor/open.h"
 
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "common.h"
 #include "common/counters.h"
+#include "common/thread_row.h"
 #include "host.h"
 
 namespace {
@@ -29,6 +31,22 @@ void report_session(const Open_report &to, void *thd) {
   char *message = to.message != nullptr ? to.message : text;
   const uint error = CommonApi::get_last_error(thd, message);
   if (to.error != nullptr) *to.error = error;
+}
+
+// What the session's row in performance_schema.threads says of the cursor. The
+// names may be of any kind: they are looked at later.
+void tell(const thread_row::Bound &row, const Open_request &request) {
+  const auto or_empty = [](const char *name) { return name ? name : ""; };
+  char text[2 * NAME_LEN + 64];
+  if (request.index_name != nullptr) {
+    snprintf(text, sizeof text, "cursor on %.*s index %.*s donor %u", NAME_LEN,
+             or_empty(request.table_name), NAME_LEN, request.index_name,
+             request.donor);
+  } else {
+    snprintf(text, sizeof text, "cursor on %.*s donor %u", NAME_LEN,
+             or_empty(request.table_name), request.donor);
+  }
+  row.tell(request.db_name, text);
 }
 
 // A session that a step after it may leave through, with or without a table.
@@ -94,6 +112,7 @@ void report_failure(const Open_report &to, void *thd) {
 
 uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
                   const Make_wrapper &make, const Open_report &to) {
+  const thread_row::Bound row(static_cast<THD *>(thd));
   Opening opening(thd);
   try {
     CommonApi::thd_attach(thd, nullptr);
@@ -103,10 +122,13 @@ uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
       report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
       return 0;
     }
+    tell(row, request);
+    row.enter(thread_row::State::OPENING);
     CursorWrapper *wrapper = opening.open_and_lock(request)
                                  ? opening.make_wrapper(make, request.donor)
                                  : nullptr;
     if (wrapper != nullptr) {
+      row.enter(thread_row::State::OPEN);
       counters::count(Tally::CURSORS_OPENED);
       counters::count(Tally::CURSORS_OPEN);
       return reinterpret_cast<uintptr_t>(wrapper);

@@ -17,6 +17,7 @@
 
 #include <functional>
 
+#include "common/thread_row.h"
 #include "cursor.h"
 #include "cursor/handles.h"
 
@@ -24,6 +25,7 @@
 struct Open_request {
   const char *db_name;
   const char *table_name;
+  const char *index_name;  // null: the whole table
   uint32_t donor;
   int timeout_sec;
 };
@@ -55,6 +57,7 @@ bool read_in_parallel(CursorWrapper *wrapper, Cursor *cursor, size_t n_threads,
                       Parallel_load_func fn, void *argument) {
   Call call(wrapper);
   if (!call) return false;
+  const thread_row::Reading row(static_cast<THD *>(wrapper->thd));
   if (fn == nullptr) {
     wrapper->state.failure.set_wrong_argument("a callback");
     return false;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "common.h"
+#include "common/thread_row.h"
 #include "cursor.h"
 #include "cursor/open.h"
 #include "innodb_api.h"
@@ -66,8 +67,9 @@ uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
     if (cursor == nullptr) return nullptr;
     return new SeqCursorWrapper(opened, std::move(cursor));
   };
-  return open_handle({db_name, table_name, snapshot_donor, timeout_sec},
-                     std::cref(make), {error, message});
+  return open_handle(
+      {db_name, table_name, nullptr, snapshot_donor, timeout_sec},
+      std::cref(make), {error, message});
 }
 
 void close_seqscan_cursor(uintptr_t cursor) {

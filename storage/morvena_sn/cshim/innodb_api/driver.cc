@@ -13,12 +13,14 @@
 // worker's failure, threads or memory that cannot be had, a kill.
 
 #include <algorithm>
+#include <cstdio>
 #include <iostream>
 #include <new>
 #include <string>
 
 #include "common.h"
 #include "common/counters.h"
+#include "common/thread_row.h"
 #include "innodb_api.h"
 #include "innodb_api/scope.h"
 
@@ -59,12 +61,27 @@ class Reserved_threads {
   size_t n_;
 };
 
+// What a worker's row in performance_schema.threads says.
+void tell(const thread_row::Bound &row, size_t worker, const THD *cursors,
+          const TABLE *table, const char *index_name) {
+  char text[2 * NAME_LEN + 64];
+  snprintf(text, sizeof text, "worker %zu on %.*s index %.*s of session %u",
+           worker, NAME_LEN, table->s->table_name.str, NAME_LEN, index_name,
+           static_cast<uint>(cursors->thread_id()));
+  row.tell(table->s->db.str, text);
+  row.enter(thread_row::State::READING);
+}
+
 // A session for a worker's thread, with the settings of the cursor's.
 class Worker_session {
  public:
-  explicit Worker_session(const void *cursors) : thd_(CommonApi::create_thd()) {
+  Worker_session(size_t worker, const THD *cursors, const TABLE *table,
+                 const char *index_name)
+      : thd_(CommonApi::create_thd(Session_role::WORKER)),
+        row_(static_cast<const THD *>(thd_)) {
     if (thd_ == nullptr) throw std::bad_alloc();
     CommonApi::copy_settings(cursors, thd_);
+    tell(row_, worker, cursors, table, index_name);
   }
   ~Worker_session() { CommonApi::close_thd(thd_); }
   Worker_session(const Worker_session &) = delete;
@@ -73,6 +90,7 @@ class Worker_session {
 
  private:
   void *thd_;
+  const thread_row::Bound row_;
   const counters::Running running_{Tally::WORKERS_RUNNING};
 };
 
@@ -192,7 +210,8 @@ void ParallelIndexReader::parallel_read_worker(ThreadCtx *tctx) {
       return;
     }
     os_event_wait_low(event_, static_cast<int64_t>(m_sig_count));
-    const Worker_session session(trx_->mysql_thd);
+    const Worker_session session(tctx->id_, trx_->mysql_thd, mysql_table_,
+                                 index_->name());
     tctx->thd_ = session.get();
     work_until_done(tctx, true);
   } catch (...) {
