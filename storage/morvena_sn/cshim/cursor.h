@@ -170,9 +170,11 @@ typedef struct field_arg {
             index), and the read holds the index's latch. It must not wait for
             anything that needs them: statements that write to the table, on
             this thread or on another that it waits for, and reads of the
-            table through a cursor, which wait behind those. It must not open,
-            close or advance the read's own handle. Somebody who needs the
-            whole index for himself (purge at times) waits until each worker
+            table through a cursor, which wait behind those. It must not close
+            or advance the read's own handle. It cannot open a cursor: that is
+            refused, since the server opens no table under a page; read other
+            tables through handles that were opened before. Somebody who needs
+            the whole index for himself (purge at times) waits until each worker
             has come to the end of its page, the callback that it is in
             included, and other statements on the index wait behind him; then
             the read lets them through before it goes on. Copy what is needed,
@@ -274,6 +276,7 @@ void register_shutdown_observer(void *plugin, Shutdown_observer_func f);
                  1412 the index, or that of a partition, is newer than the
                  snapshot, 1712 the index is corrupt,
                  1102, 1103 a missing or impossible name,
+                 1235 called inside the callback of a parallel read,
                  3168 the server has not finished starting, or is stopping,
                  10134 out of memory.
   @retval other  the handle, until close_index_cursor()

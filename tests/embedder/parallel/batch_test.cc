@@ -9,6 +9,7 @@
 // Batches and the callback that takes them.
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -216,21 +217,79 @@ TEST_F(Parallel_batch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
   fill("t", 20000, "i, CONCAT(i, ' and more')");
   const Scan scan;
   for (const size_t threads : {size_t{0}, size_t{2}}) {
-    std::atomic<int> batches{0};
+    std::vector<std::unique_ptr<Cursor>> others;
+    for (int i = 0; i < 20; ++i)
+      others.push_back(std::make_unique<Cursor>(Open{.table = "other"}));
+    std::atomic<size_t> batches{0};
     EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
       void *session = current_session();
-      Cursor other({.table = "other"});
-      void *others = current_session();
-      EXPECT_NE(others, session);
+      Cursor &other = *others.at(batches++);
+      EXPECT_FALSE(other.set_range());
+      void *others_session = current_session();
+      EXPECT_NE(others_session, session);
       other.close();
-      EXPECT_EQ(current_session(), others);
+      EXPECT_EQ(current_session(), others_session);
       EXPECT_EQ(batch.read_int(1, 0), batch.read_int(0, 0));
       EXPECT_EQ(current_session(), session);
+      return false;
+    }));
+    EXPECT_GT(batches, 3u);
+  }
+}
+
+// The worker holds pages, under which the server opens no table.
+TEST_F(Parallel_batch, TheCallbackOpensNoCursor) {
+  make(5000);
+  sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
+  const Scan scan;
+  for (const size_t threads : {size_t{0}, size_t{2}}) {
+    std::atomic<int> batches{0};
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &) {
+      const Cursor cursor({.table = "other"});
+      const Scan other({.table = "other"});
+      EXPECT_FALSE(cursor.is_open());
+      EXPECT_FALSE(other.is_open());
+      for (const auto &[error, message] :
+           {std::pair(cursor.error, cursor.message),
+            std::pair(other.error, other.message)}) {
+        EXPECT_EQ(error, 1235u);
+        EXPECT_EQ(message,
+                  "Cannot open a cursor inside the callback of a parallel "
+                  "read");
+      }
       ++batches;
       return false;
     }));
-    EXPECT_GT(batches, 3);
+    EXPECT_GT(batches, 1);
+    EXPECT_TRUE(Cursor({.table = "other"}).is_open());
   }
+}
+
+TEST_F(Parallel_batch, TheCallbackReadsThroughACursorThatIsOpen) {
+  make(5000);
+  sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
+  sql.exec("INSERT INTO other VALUES (1, 42)");
+  const Scan scan;
+  for (const size_t threads : {size_t{0}, size_t{2}}) {
+    Cursor cursor({.table = "other"});
+    std::mutex mu;
+    int found = 0;
+    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
+      const std::lock_guard<std::mutex> lock(mu);
+      if (cursor.ints(1) == std::vector<long long>{42}) ++found;
+      EXPECT_TRUE(batch.read_int(0, 0));
+      return false;
+    }));
+    EXPECT_GT(found, 1);
+  }
+}
+
+// The mark is the thread's: another may be in a callback meanwhile.
+TEST_F(Parallel_batch, AFailingCallbackLeavesTheThreadAbleToOpen) {
+  make(5000);
+  const Scan scan;
+  EXPECT_FALSE(read_parallel(scan, 0, [](const Batch &) -> bool { throw 1; }));
+  EXPECT_TRUE(Cursor().is_open());
 }
 
 /** Reads between two others on the same worker: each has its own cursor. */

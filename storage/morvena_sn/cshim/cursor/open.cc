@@ -18,6 +18,7 @@
 #include "common/counters.h"
 #include "common/thread_row.h"
 #include "host.h"
+#include "innodb_api/in_callback.h"
 
 namespace {
 
@@ -152,6 +153,13 @@ void *create_session() {
 // @return a session, null with the reason reported
 void *session_for(const Open_report &to) {
   if (to.error != nullptr) *to.error = 0;
+  // The callback's worker holds pages, under which the host opens no table: it
+  // may have to read its definition and to store statistics about it.
+  if (in_callback()) {
+    report(to, ER_NOT_SUPPORTED_YET,
+           "Cannot open a cursor inside the callback of a parallel read");
+    return 0;
+  }
   if (!CommonApi::server_is_available()) {
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
     return nullptr;

@@ -14,8 +14,19 @@
 #include "common.h"
 #include "common/counters.h"
 #include "innodb_api.h"
+#include "innodb_api/in_callback.h"
 
 namespace {
+
+// A callback may read in parallel itself, through a handle that is open.
+thread_local size_t callbacks_entered = 0;
+
+struct Callback_mark {
+  Callback_mark() { ++callbacks_entered; }
+  ~Callback_mark() { --callbacks_entered; }
+  Callback_mark(const Callback_mark &) = delete;
+  Callback_mark &operator=(const Callback_mark &) = delete;
+};
 
 // The row; null for a position or row that the batch does not have, a column
 // that was not read, and NULL.
@@ -54,6 +65,8 @@ int64_t timestamp(ThreadCtx *tctx, const Row_column &column, const byte *row) {
 
 }  // namespace
 
+bool in_callback() { return callbacks_entered > 0; }
+
 void ParallelIndexReader::set_load_cb(Parallel_load_fn load_cb,
                                       void *argument) {
   loader_ = load_cb;
@@ -66,6 +79,7 @@ dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
   counters::count(Tally::BATCHES);
   bool stop = true;
   try {
+    const Callback_mark mark;
     stop =
         tctx->fn_(reinterpret_cast<uint64_t>(tctx), tctx->id_, tctx->argument_);
   } catch (...) {

@@ -1,0 +1,20 @@
+/*
+  Copyright (c) 2026, the morvena_sn authors.
+
+  This program is free software; you can redistribute it and/or modify it under
+  the terms of the GNU General Public License, version 2.0, as published by the
+  Free Software Foundation.
+*/
+
+/**
+  @file innodb_api/in_callback.h
+  Whether a thread is in a callback of a parallel read, where it holds pages.
+*/
+
+#ifndef MORVENA_SN_INNODB_API_IN_CALLBACK_H
+#define MORVENA_SN_INNODB_API_IN_CALLBACK_H
+
+/** @return whether the calling thread is in one */
+bool in_callback();
+
+#endif  // MORVENA_SN_INNODB_API_IN_CALLBACK_H
