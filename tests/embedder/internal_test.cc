@@ -8,11 +8,16 @@
 
 // What lies behind the exported functions and cannot be seen through them.
 
+#include <chrono>
 #include <cstring>
+#include <future>
 
 #include "common.h"
 #include "cursor_test.h"
 #include "handler_api.h"
+#include "host/innodb.h"
+
+#include "dict0dict.h"
 
 namespace {
 
@@ -85,6 +90,23 @@ TEST_F(Internal, KeyLengthLeavesNullPartsOut) {
   EXPECT_EQ(key_length("k", Keys().null().text("x")), 13u);
   EXPECT_EQ(key_length("k", Keys().number(1).null()), 5u);
   EXPECT_EQ(key_length("k", Keys().null()), 0u);
+}
+
+// A callback may ask for them, with a page in hand that somebody waits for who
+// has the dictionary's mutex.
+TEST_F(Internal, NamesOfIndexColumnsTakeNoMutexOfTheDictionarys) {
+  Cursor cursor({.index_only = true});
+  dict_sys_mutex_enter();
+  auto names = std::async(std::launch::async, [&] {
+    EXPECT_EQ(cursor.index_columns(),
+              (std::vector<std::string>{"id", "DB_TRX_ID", "DB_ROLL_PTR", "a",
+                                        "b", "c"}));
+    EXPECT_EQ(cursor.output_columns(), cursor.index_columns());
+  });
+  const auto state = names.wait_for(std::chrono::seconds(10));
+  dict_sys_mutex_exit();
+  EXPECT_EQ(state, std::future_status::ready);
+  names.get();
 }
 
 TEST_F(Internal, ReadModeTakesSharedLocks) {

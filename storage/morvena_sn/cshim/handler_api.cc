@@ -194,6 +194,7 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   // It ends the scan, so it is there before the scan begins.
   std::unique_ptr<IndexCursor> cursor(
       new IndexCursor(table, trx, key, index_only));
+  CommonApi::get_index_field_names(key, cursor->key_columns_);
   if (!start_index_scan(table, key)) return nullptr;
   if (can_fetch_ahead(key, index_only)) set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
@@ -215,12 +216,11 @@ void IndexCursor::cursor_output_col_names_names(
     CommonApi::get_table_field_names(table_, colnames);
     return;
   }
-  colnames.clear();
-  CommonApi::get_index_field_names(key_, colnames);
+  colnames = key_columns_;
 }
 
 void IndexCursor::get_key_col_names(std::vector<const char *> &columns) {
-  CommonApi::get_index_field_names(key_, columns);
+  columns = key_columns_;
 }
 
 int IndexCursor::get_key_user_cols() {

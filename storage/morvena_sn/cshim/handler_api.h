@@ -141,6 +141,9 @@ class IndexCursor {
   /** By partition: whether it has come to a row before a backward range. Empty
       where rows come in order. */
   std::vector<bool> passed_;
+  // The names of the index's columns. To ask for them takes a mutex of InnoDB's
+  // that must not be waited for with a page in hand, as callbacks have one.
+  std::vector<const char *> key_columns_;
   counters::Batched rows_read_{Tally::ROWS_READ};
   field_read_buffer buffer_;
   Local_time local_time_;
