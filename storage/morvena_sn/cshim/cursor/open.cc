@@ -158,7 +158,7 @@ void *session_for(const Open_report &to) {
   if (in_callback()) {
     report(to, ER_NOT_SUPPORTED_YET,
            "Cannot open a cursor inside the callback of a parallel read");
-    return 0;
+    return nullptr;
   }
   if (!CommonApi::server_is_available()) {
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
@@ -195,7 +195,10 @@ uint32_t open_donor(const Open_report &to) {
   if (thd == nullptr) return 0;
   Opening opening(thd);
   try {
+    const thread_row::Bound row(static_cast<THD *>(thd));
+    row.tell(nullptr, "snapshot");
     const uint32_t id = CommonApi::make_donor(thd);
+    row.enter(thread_row::State::OPEN);
     opening.session_of_donor();
     return id;
   } catch (...) {
