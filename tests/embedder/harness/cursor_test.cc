@@ -96,7 +96,7 @@ std::string to_text(const Decimal &value) {
   return text;
 }
 
-Cursor::Cursor(const Open &open) {
+Cursor::Cursor(const Open &open) : opened(open) {
   char text[512];
   memset(text, '?', sizeof text);
   handle = open_index_cursor(open.db, open.table, open.index, open.index_only,

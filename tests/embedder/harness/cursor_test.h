@@ -121,6 +121,7 @@ class Cursor {
   std::vector<std::string> output_columns() const;
   std::vector<std::string> index_columns() const;
 
+  const Open opened;  // on what
   uintptr_t handle = 0;
   unsigned int error = 12345;
   std::string message;

@@ -8,12 +8,22 @@
 
 #include "parallel_test.h"
 
+#include <sched.h>
+#include <strings.h>
+
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <sstream>
+#include <thread>
+
+#include "innodb_api.h"
 
 namespace harness {
 
@@ -94,7 +104,7 @@ Row Batch::row(const Columns &columns, unsigned int nr) const {
   return row;
 }
 
-Scan::Scan(const Open &open) {
+Scan::Scan(const Open &open) : opened(open) {
   char text[512];
   memset(text, '?', sizeof text);
   handle = open_seqscan_cursor(open.db, open.table, open.donor, open.timeout,
@@ -119,67 +129,224 @@ std::vector<std::string> Scan::output_columns() const {
 
 namespace {
 
+/**
+  Where the first two workers of a read meet: at a page end, each holding no
+  page. Workers yield there while somebody seems to wait for the index's latch;
+  once two have come, or nobody has for a while, the mark is taken away and the
+  read goes on as any other.
+*/
+class Meeting {
+ public:
+  Meeting(const Open &open, bool is_scan) : hold_(only_one_, std::try_to_lock) {
+    if (!hold_.owns_lock()) {
+      ADD_FAILURE() << "reads at the same time: say Workers::any";
+      return;
+    }
+    const std::string name = std::string(open.db) + "/" + open.table;
+    table_ = dd_table_open_on_name_in_mem(name.c_str(), false);
+    if (table_ == nullptr) return;
+    index_ = table_->first_index();
+    while (!is_scan && index_ != nullptr &&
+           strcasecmp(index_->name(), open.index) != 0)
+      index_ = index_->next();
+    if (index_ == nullptr) return;
+    current_ = this;
+    index_->lock.waiters = true;
+    ParallelIndexReader::s_yield = [] { current_->come(); };
+  }
+  ~Meeting() {
+    if (index_ != nullptr) {
+      ParallelIndexReader::s_yield = [] { sched_yield(); };
+      end();
+    }
+    if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
+  }
+  Meeting(const Meeting &) = delete;
+  Meeting &operator=(const Meeting &) = delete;
+
+ private:
+  void come() {
+    std::unique_lock<std::mutex> lock(mu_);
+    if (is_over_ || std::this_thread::get_id() == caller_) return;
+    present_.insert(std::this_thread::get_id());
+    if (present_.size() < 2)
+      met_.wait_for(lock, std::chrono::seconds(10),
+                    [this] { return is_over_; });
+    if (!is_over_) end();
+  }
+
+  // Somebody may wait indeed, and for the mark: he looks again.
+  void end() {
+    is_over_ = true;
+    index_->lock.waiters = false;
+    os_event_set(index_->lock.event);
+    met_.notify_all();
+  }
+
+  static std::mutex only_one_;
+  static Meeting *current_;  // while s_yield leads to it
+
+  const std::unique_lock<std::mutex> hold_;
+  const std::thread::id caller_ = std::this_thread::get_id();
+  dict_table_t *table_ = nullptr;
+  dict_index_t *index_ = nullptr;
+  std::mutex mu_;
+  std::condition_variable met_;        // with mu_
+  std::set<std::thread::id> present_;  // under mu_
+  bool is_over_ = false;               // under mu_
+};
+
+std::mutex Meeting::only_one_;
+Meeting *Meeting::current_ = nullptr;
+
+std::atomic<size_t> n_by_several{0};
+
 bool hand_over(uint64_t handle, uint64_t thread, void *argument) {
   return (*static_cast<const On_batch *>(argument))(Batch(handle, thread));
 }
 
-}  // namespace
-
-bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take) {
-  return cursor_advance_parallel(cursor.handle, threads, hand_over,
-                                 const_cast<On_batch *>(&take));
+bool advance(const Cursor &cursor, size_t threads, On_batch *take) {
+  return cursor_advance_parallel(cursor.handle, threads, hand_over, take);
 }
 
-bool read_parallel(const Scan &scan, size_t threads, const On_batch &take) {
-  return seqscan_cursor_advance_parallel(scan.handle, threads, hand_over,
-                                         const_cast<On_batch *>(&take));
+bool advance(const Scan &scan, size_t threads, On_batch *take) {
+  return seqscan_cursor_advance_parallel(scan.handle, threads, hand_over, take);
+}
+
+struct Read {
+  bool complete;
+  size_t n_workers;  // that delivered rows
+};
+
+template <class Reader>
+Read read_counting(const Reader &reader, size_t threads, const On_batch &take,
+                   Workers workers) {
+  std::optional<Meeting> meeting;
+  if (workers == Workers::several && threads > 1 && reader.is_open())
+    meeting.emplace(reader.opened, std::is_same_v<Reader, Scan>);
+  std::set<uint64_t> delivering;
+  std::mutex mu;
+  On_batch count = [&](const Batch &batch) {
+    {
+      const std::lock_guard<std::mutex> lock(mu);
+      delivering.insert(batch.thread);
+    }
+    return take(batch);
+  };
+  const bool complete = advance(reader, threads, &count);
+  if (complete && delivering.size() > 1) ++n_by_several;
+  return {complete, delivering.size()};
+}
+
+bool is_short_of_workers(const Read &read, size_t threads, Workers workers) {
+  return workers == Workers::several && threads > 1 && read.complete &&
+         read.n_workers == 1;
+}
+
+void expect_workers(const Read &read, size_t threads, Workers workers) {
+  EXPECT_FALSE(is_short_of_workers(read, threads, workers))
+      << "one worker of " << threads << " delivered everything";
 }
 
 template <class Reader>
-Delivered collect(const Reader &reader, size_t threads,
-                  const Columns &columns) {
-  Delivered result;
-  std::mutex mu;
-  result.complete = read_parallel(reader, threads, [&](const Batch &batch) {
-    Rows rows;
-    const size_t size = batch.size();
-    for (unsigned int nr = 0; nr < size; ++nr)
-      rows.push_back(batch.row(columns, nr));
-    const std::lock_guard<std::mutex> lock(mu);
-    result.batches[batch.thread].push_back(size);
-    std::move(rows.begin(), rows.end(), std::back_inserter(result.rows));
-    return false;
-  });
-  std::sort(result.rows.begin(), result.rows.end());
-  return result;
+bool read_by_workers(const Reader &reader, size_t threads, const On_batch &take,
+                     Workers workers) {
+  const Read read = read_counting(reader, threads, take, workers);
+  expect_workers(read, threads, workers);
+  return read.complete;
 }
 
-template Delivered collect(const Cursor &, size_t, const Columns &);
-template Delivered collect(const Scan &, size_t, const Columns &);
+/** Read into a result until more than one worker has delivered: the host may
+    take the mark away that they meet by, and what the second has read may be
+    invisible. */
+template <class Reader, class Result>
+Result read_until_shared(
+    const Reader &reader, size_t threads, Workers workers,
+    const std::function<void(const Batch &, Result *)> &take) {
+  for (int left = 3;; --left) {
+    Result result;
+    const Read read = read_counting(
+        reader, threads,
+        [&](const Batch &batch) {
+          take(batch, &result);
+          return false;
+        },
+        workers);
+    result.complete = read.complete;
+    if (left > 1 && is_short_of_workers(read, threads, workers)) continue;
+    expect_workers(read, threads, workers);
+    std::sort(result.rows.begin(), result.rows.end());
+    return result;
+  }
+}
+
+struct Delivered_ints {
+  bool complete = false;
+  std::vector<long long> rows;
+};
+
+}  // namespace
+
+size_t reads_by_several() { return n_by_several; }
+
+bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take,
+                   Workers workers) {
+  return read_by_workers(cursor, threads, take, workers);
+}
+
+bool read_parallel(const Scan &scan, size_t threads, const On_batch &take,
+                   Workers workers) {
+  return read_by_workers(scan, threads, take, workers);
+}
+
+template <class Reader>
+Delivered collect(const Reader &reader, size_t threads, const Columns &columns,
+                  Workers workers) {
+  std::mutex mu;
+  return read_until_shared<Reader, Delivered>(
+      reader, threads, workers, [&](const Batch &batch, Delivered *result) {
+        Rows rows;
+        const size_t size = batch.size();
+        for (unsigned int nr = 0; nr < size; ++nr)
+          rows.push_back(batch.row(columns, nr));
+        const std::lock_guard<std::mutex> lock(mu);
+        result->batches[batch.thread].push_back(size);
+        std::move(rows.begin(), rows.end(), std::back_inserter(result->rows));
+      });
+}
+
+template Delivered collect(const Cursor &, size_t, const Columns &, Workers);
+template Delivered collect(const Scan &, size_t, const Columns &, Workers);
 
 template <class Reader>
 std::vector<long long> collect_ints(const Reader &reader, size_t threads,
-                                    unsigned int column) {
-  std::vector<long long> values;
+                                    unsigned int column, Workers workers) {
   std::mutex mu;
-  const bool complete = read_parallel(reader, threads, [&](const Batch &batch) {
-    std::vector<long long> own;
-    const size_t size = batch.size();
-    for (unsigned int nr = 0; nr < size; ++nr)
-      own.push_back(batch.read_int(column, nr).value());
-    const std::lock_guard<std::mutex> lock(mu);
-    values.insert(values.end(), own.begin(), own.end());
-    return false;
-  });
-  EXPECT_TRUE(complete);
-  std::sort(values.begin(), values.end());
-  return values;
+  Delivered_ints result = read_until_shared<Reader, Delivered_ints>(
+      reader, threads, workers,
+      [&](const Batch &batch, Delivered_ints *delivered) {
+        std::vector<long long> own;
+        const size_t size = batch.size();
+        for (unsigned int nr = 0; nr < size; ++nr)
+          own.push_back(batch.read_int(column, nr).value());
+        const std::lock_guard<std::mutex> lock(mu);
+        delivered->rows.insert(delivered->rows.end(), own.begin(), own.end());
+      });
+  EXPECT_TRUE(result.complete);
+  return std::move(result.rows);
 }
 
 template std::vector<long long> collect_ints(const Cursor &, size_t,
-                                             unsigned int);
-template std::vector<long long> collect_ints(const Scan &, size_t,
-                                             unsigned int);
+                                             unsigned int, Workers);
+template std::vector<long long> collect_ints(const Scan &, size_t, unsigned int,
+                                             Workers);
+
+std::string filler(size_t bytes) {
+  const std::string n = std::to_string(bytes);
+  return "pad VARCHAR(" + n +
+         ") CHARACTER SET latin1 NOT NULL DEFAULT (REPEAT('p', " + n +
+         ")) INVISIBLE";
+}
 
 Server_log::Server_log(Client &sql)
     : path_(sql.text("SELECT @@log_error")),
@@ -231,7 +398,9 @@ Parallel_test::Parallel_test() {
   donor.exec("USE db");
   // Text in the column's own character set, which the reads give.
   donor.exec("SET character_set_results = NULL");
-  sql.exec("SET cte_max_recursion_depth = 10000000");
+  sql.exec(
+      "SET cte_max_recursion_depth = 10000000,"
+      " group_concat_max_len = 1000000");
 }
 
 void Parallel_test::take_snapshot() {
@@ -252,12 +421,19 @@ Rows Parallel_test::donor_rows(const std::string &select) {
   return rows;
 }
 
-void Parallel_test::expect_whole_table(const std::string &select) {
-  const Rows expected = donor_rows(select);
+void Parallel_test::expect_whole_table(const std::string &select,
+                                       Workers workers) {
+  const Rows expected = donor_rows(
+      !select.empty()
+          ? select
+          : sql.text("SELECT CONCAT('SELECT ', GROUP_CONCAT('`', column_name,"
+                     " '`' ORDER BY ordinal_position), ' FROM t')"
+                     " FROM information_schema.columns"
+                     " WHERE table_schema = 'db' AND table_name = 't'"));
   const auto compare = [&](const auto &reader, const Columns &columns) {
     for (const size_t threads : thread_counts) {
       SCOPED_TRACE(std::to_string(threads) + " threads");
-      const Delivered delivered = collect(reader, threads, columns);
+      const Delivered delivered = collect(reader, threads, columns, workers);
       EXPECT_TRUE(delivered.complete);
       expect_rows(delivered.rows, expected);
     }
@@ -282,7 +458,7 @@ void Parallel_test::expect_whole_table(const std::string &select) {
 
 void Parallel_test::expect_range(const Open &open, const Range &range,
                                  const Columns &columns,
-                                 const std::string &select) {
+                                 const std::string &select, Workers workers) {
   const Rows expected = donor_rows(select);
   Open with_donor = open;
   with_donor.donor = donor.id();
@@ -291,7 +467,7 @@ void Parallel_test::expect_range(const Open &open, const Range &range,
   cursor.set_range(range);
   for (const size_t threads : thread_counts) {
     SCOPED_TRACE(std::to_string(threads) + " threads: " + select);
-    const Delivered delivered = collect(cursor, threads, columns);
+    const Delivered delivered = collect(cursor, threads, columns, workers);
     EXPECT_TRUE(delivered.complete);
     expect_rows(delivered.rows, expected);
   }

@@ -80,6 +80,7 @@ class Scan {
   void set_columns(std::vector<uint32_t> positions);
   std::vector<std::string> output_columns() const;
 
+  const Open opened;  // on what; its index is not looked at
   uintptr_t handle = 0;
   unsigned int error = 12345;
   std::string message;
@@ -88,9 +89,24 @@ class Scan {
 /** Takes a batch; true stops the read. Runs on several threads. */
 using On_batch = std::function<bool(const Batch &)>;
 
+/** How many workers deliver rows where a read asks for more than one. */
+enum class Workers {
+  /** More than one, or the case fails. The first worker at a page end waits for
+      a second: a small table is read through before another thread wakes up.
+      One such read at a time. */
+  several,
+  /** Of a page or two, with no threads to be had, or beside other reads. */
+  any
+};
+
 /** @return what the reading function answers */
-bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take);
-bool read_parallel(const Scan &scan, size_t threads, const On_batch &take);
+bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take,
+                   Workers workers = Workers::any);
+bool read_parallel(const Scan &scan, size_t threads, const On_batch &take,
+                   Workers workers = Workers::any);
+
+/** How many reads have got their rows from more than one worker. */
+size_t reads_by_several();
 
 /** What a read delivered. */
 struct Delivered {
@@ -100,12 +116,18 @@ struct Delivered {
 };
 
 template <class Reader>
-Delivered collect(const Reader &reader, size_t threads, const Columns &columns);
+Delivered collect(const Reader &reader, size_t threads, const Columns &columns,
+                  Workers workers = Workers::any);
 
 /** One column of integers, sorted. */
 template <class Reader>
 std::vector<long long> collect_ints(const Reader &reader, size_t threads,
-                                    unsigned int column);
+                                    unsigned int column,
+                                    Workers workers = Workers::any);
+
+/** The definition of a column pad of that many bytes in every row, so that few
+    rows fill a page. Statements that do not name it do without it. */
+std::string filler(size_t bytes);
 
 /** An index of db as InnoDB has it. */
 class Index_watch {
@@ -167,11 +189,14 @@ class Parallel_test : public Cursor_test {
   /** The donor's rows, sorted. */
   Rows donor_rows(const std::string &select);
   /** For every number of threads, by a sequential scan and by a cursor on the
-      primary key (if the table has one): the donor's rows. */
-  void expect_whole_table(const std::string &select = "SELECT * FROM t");
+      primary key (if the table has one): the donor's rows.
+      @param select  what gives them; empty: all columns, invisible ones too */
+  void expect_whole_table(const std::string &select = "",
+                          Workers workers = Workers::any);
   /** For every number of threads: a range by an index cursor. */
   void expect_range(const Open &open, const Range &range,
-                    const Columns &columns, const std::string &select);
+                    const Columns &columns, const std::string &select,
+                    Workers workers = Workers::any);
   /** Wait until deleted rows are gone from the pages. */
   void wait_for_purge();
 
