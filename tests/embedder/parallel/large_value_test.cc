@@ -23,16 +23,22 @@ using namespace harness;
 
 class Parallel_large_value : public Parallel_test {
  protected:
-  void make(const std::string &options = "") {
+  /** @param pad  what of a row stays on its page: two or three to a page */
+  void make(const std::string &options = "", size_t pad = 7000) {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB, c LONGTEXT,"
-        " j JSON, g GEOMETRY) " +
-        options);
+        " j JSON, g GEOMETRY, " +
+        filler(pad) + ") " + options);
     fill("t", 60,
          "i, REPEAT(CHAR(i USING binary), i * 1500), REPEAT('text', i * 700),"
          " JSON_OBJECT('k', i, 'large', REPEAT('j', i * 900)),"
          " ST_GeomFromText(CONCAT('LINESTRING(0 0', REPEAT(',1 1', i * 100),"
          " ')'))");
+  }
+  /** Two rows to a page. */
+  void make_json(const std::string &options = "") {
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON, " + filler(7000) +
+             ") " + options);
   }
 };
 
@@ -168,8 +174,8 @@ TEST_F(Parallel_large_value, GrownInPlaceAndBeyond) {
 
 // Changes of a few bytes are made in the stored value itself.
 TEST_F(Parallel_large_value, JsonChangedInPlace) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
-  fill("t", 40,
+  make_json();
+  fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large', REPEAT('j', 30000), 'z',"
        " REPEAT('z', 30), 'n', i)");
   take_snapshot();
@@ -184,8 +190,8 @@ TEST_F(Parallel_large_value, JsonChangedInPlace) {
 }
 
 TEST_F(Parallel_large_value, JsonChangedInPlaceByAnOpenTransaction) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
-  fill("t", 40,
+  make_json();
+  fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
        " REPEAT('j', 30000 + i))");
   sql.exec("BEGIN");
@@ -197,8 +203,8 @@ TEST_F(Parallel_large_value, JsonChangedInPlaceByAnOpenTransaction) {
 }
 
 TEST_F(Parallel_large_value, JsonChangedInPlaceBetweenTwoSnapshots) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
-  fill("t", 20,
+  make_json();
+  fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
        " REPEAT('j', 40000))");
   Client holder;
@@ -210,21 +216,21 @@ TEST_F(Parallel_large_value, JsonChangedInPlaceBetweenTwoSnapshots) {
 }
 
 TEST_F(Parallel_large_value, InRedundantRows) {
-  make("ROW_FORMAT = REDUNDANT");
+  make("ROW_FORMAT = REDUNDANT", 3900);
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
   expect_whole_table();
 }
 
 TEST_F(Parallel_large_value, InCompactRows) {
-  make("ROW_FORMAT = COMPACT");
+  make("ROW_FORMAT = COMPACT", 3900);
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
   expect_whole_table();
 }
 
 TEST_F(Parallel_large_value, InCompressedRows) {
-  make("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 4");
+  make("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 4", 3400);
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
   sql.exec("DELETE FROM t WHERE id % 5 = 0");
@@ -232,10 +238,8 @@ TEST_F(Parallel_large_value, InCompressedRows) {
 }
 
 TEST_F(Parallel_large_value, JsonChangedInCompressedRows) {
-  sql.exec(
-      "CREATE TABLE t (id INT PRIMARY KEY, j JSON)"
-      " ROW_FORMAT = COMPRESSED");
-  fill("t", 20,
+  make_json("ROW_FORMAT = COMPRESSED");
+  fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
        " REPEAT(UUID(), 3000))");
   take_snapshot();
@@ -245,7 +249,13 @@ TEST_F(Parallel_large_value, JsonChangedInCompressedRows) {
 
 TEST_F(Parallel_large_value, OfAFetchedRow) {
   make();
-  sql.exec("ALTER TABLE t ADD COLUMN v INT NOT NULL DEFAULT 3, ADD KEY (v)");
+  sql.exec(
+      "ALTER TABLE t ADD COLUMN v INT NOT NULL DEFAULT 3 AFTER g,"
+      " ADD COLUMN entry CHAR(255) CHARACTER SET latin1 INVISIBLE,"
+      " ADD KEY v (v, entry, id)");
+  sql.exec(
+      "INSERT INTO t (id, entry, pad) WITH RECURSIVE n (i) AS (SELECT 1 UNION"
+      " ALL SELECT i + 1 FROM n WHERE i < 1500) SELECT i + 1000, i, '' FROM n");
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
   expect_range({.index = "v"}, {}, {0, 1, 2, 3, 4, 5}, "SELECT * FROM t");
@@ -256,7 +266,8 @@ class Parallel_instant : public Parallel_test {
   void make() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(50),"
-        " c TEXT)");
+        " c TEXT, " +
+        filler(100) + ")");
     fill("t", 3000,
          "i, i * 2, CONCAT('b', i), NULLIF(REPEAT('c', i % 90), '')");
   }
@@ -344,23 +355,25 @@ TEST_F(Parallel_instant, FewColumnsReadOfManyAdded) {
   make();
   alter("ADD COLUMN d INT DEFAULT 77, ADD COLUMN e INT DEFAULT 88");
   Scan scan;
-  scan.set_columns({4});
+  const uint32_t d = 5;  // behind the filler
+  scan.set_columns({d});
   for (const size_t threads : thread_counts)
-    expect_rows(collect(scan, threads, {4}).rows, Rows(3000, Row{"77"}));
+    expect_rows(collect(scan, threads, {d}).rows, Rows(3000, Row{"77"}));
 }
 
 TEST_F(Parallel_instant, SecondaryIndexOnAnAddedColumn) {
   make();
   alter("ADD COLUMN d INT DEFAULT 77");
   sql.exec("UPDATE t SET d = id WHERE id % 2 = 0");
-  sql.exec("ALTER TABLE t ADD KEY by_d (d)");
-  expect_range({.index = "by_d", .index_only = true}, {}, {0, 4},
+  sql.exec("ALTER TABLE t ADD KEY by_d (d, pad)");
+  expect_range({.index = "by_d", .index_only = true}, {}, {0, 5},
                "SELECT id, d FROM t");
   expect_whole_table();
 }
 
 TEST_F(Parallel_instant, InRedundantRows) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT) ROW_FORMAT = REDUNDANT");
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, " + filler(400) +
+           ") ROW_FORMAT = REDUNDANT");
   fill("t", 1000, "i, i");
   alter("ADD COLUMN d VARCHAR(20) DEFAULT 'default'");
   fill("t", 100, "i + 5000, i, NULL");

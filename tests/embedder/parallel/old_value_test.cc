@@ -18,8 +18,9 @@ using namespace harness;
 class Parallel_old_value : public Parallel_test {
  protected:
   Parallel_old_value() {
-    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON)");
-    fill("t", 40,
+    sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON, " + filler(7000) +
+             ")");
+    fill("t", 48,
          "i, JSON_OBJECT('n', 1000 + i, 'text', 'xxxxxxxxxx',"
          " 'rest', REPEAT('y', 20000 + 1000 * i))");
     take_snapshot();

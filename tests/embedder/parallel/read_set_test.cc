@@ -30,7 +30,7 @@ class Parallel_read_set : public Parallel_test {
                              : ", IF((i + " + n + ") % 3, CONCAT(i), NULL)";
     }
     sql.exec("CREATE TABLE t (" + columns + ")");
-    fill("t", 1500, values);
+    fill("t", n_rows, values);
   }
 
   /** What is read is SQL's; all the rest has no value. */
@@ -53,6 +53,7 @@ class Parallel_read_set : public Parallel_test {
   }
 
   static constexpr unsigned int n_columns = 20;
+  static constexpr size_t n_rows = 4000;
 };
 
 TEST_F(Parallel_read_set, EachColumnAlone) {
@@ -85,7 +86,7 @@ TEST_F(Parallel_read_set, None) {
     const Delivered delivered =
         collect(scan, threads, first_columns(n_columns));
     EXPECT_TRUE(delivered.complete);
-    expect_rows(delivered.rows, Rows(1500, Row(n_columns)));
+    expect_rows(delivered.rows, Rows(n_rows, Row(n_columns)));
   }
 }
 
@@ -109,18 +110,17 @@ TEST_F(Parallel_read_set, ChangesFromReadToRead) {
 TEST_F(Parallel_read_set, OfAnIndexCursor) {
   Cursor cursor;
   cursor.set_columns({3, 7});
-  cursor.set_range({Keys().number(100), Keys().number(1200)});
+  cursor.set_range({Keys().number(100), Keys().number(3900)});
   for (const size_t threads : thread_counts)
     expect_rows(collect(cursor, threads, {1, 3, 7}).rows,
                 donor_rows("SELECT NULL, c3, c7 FROM t WHERE id BETWEEN 100 AND"
-                           " 1200"));
+                           " 3900"));
 }
 
 TEST_F(Parallel_read_set, OfARowThatIsFetched) {
-  sql.exec(
-      "CREATE TABLE u (id INT PRIMARY KEY, a INT, b INT, c INT,"
-      " KEY by_a (a))");
-  fill("u", 100, "i, i, i + 1000, i + 2000");
+  sql.exec("CREATE TABLE u (id INT PRIMARY KEY, a INT, b INT, c INT, " +
+           filler(2000) + ", KEY by_a (a, pad))");
+  fill("u", 200, "i, i, i + 1000, i + 2000");
   Cursor cursor({.table = "u", .index = "by_a"});
   cursor.set_columns({3});
   for (const size_t threads : thread_counts)
@@ -137,13 +137,13 @@ TEST_F(Parallel_null, EveryColumnOfManyNullBits) {
     values += ", IF(i % 70 = " + std::to_string(i % 70) + ", NULL, i)";
   }
   sql.exec("CREATE TABLE t (" + columns + ")");
-  fill("t", 300, values);
+  fill("t", 2000, values);
   expect_whole_table();
 }
 
 TEST_F(Parallel_null, RowsOfNothingElse) {
   sql.exec("CREATE TABLE t (a INT, b TEXT, c DATE, d JSON, e BIT(3))");
-  fill("t", 300, "NULL, NULL, NULL, NULL, NULL");
+  fill("t", 20000, "NULL, NULL, NULL, NULL, NULL");
   expect_whole_table();
 }
 
@@ -151,7 +151,7 @@ TEST_F(Parallel_null, BitsAmongTheNullBits) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a BIT(13), b BIT(1), c INT,"
       " d BIT(7) NOT NULL)");
-  fill("t", 500,
+  fill("t", 12000,
        "i, IF(i % 3, i % 8192, NULL), IF(i % 5, i % 2, NULL),"
        " NULLIF(i % 4, 0), i % 128");
   expect_whole_table();

@@ -76,13 +76,12 @@ TEST_F(Parallel_refusal, FunctionalIndex) {
 }
 
 TEST_F(Parallel_refusal, MultiValuedIndex) {
-  sql.exec(
-      "CREATE TABLE t (id INT PRIMARY KEY, j JSON,"
-      " KEY m ((CAST(j AS UNSIGNED ARRAY))))");
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON, " + filler(3500) +
+           ", KEY m ((CAST(j AS UNSIGNED ARRAY))))");
   fill("t", 100, "i, JSON_ARRAY(i, i + 1)");
   expect_refused(Cursor({.index = "m"}),
                  "Cannot do parallel scan on index with virtual field\n");
-  expect_whole_table("SELECT id, j, NULL FROM t");
+  expect_whole_table("SELECT id, j, pad, NULL FROM t");
 }
 
 TEST_F(Parallel_refusal, TableRebuiltAfterTheSnapshot) {
@@ -139,18 +138,18 @@ class Parallel_odd_index : public Parallel_test {};
 TEST_F(Parallel_odd_index, VirtualColumnsHaveNoValue) {
   sql.exec(
       "CREATE TABLE t (v INT AS (a * 2) VIRTUAL, id INT PRIMARY KEY, a INT,"
-      " w VARCHAR(20) AS (CONCAT('w', a)) VIRTUAL, b INT, KEY by_v (v),"
-      " KEY by_b (b))");
+      " w VARCHAR(20) AS (CONCAT('w', a)) VIRTUAL, b INT, " +
+      filler(150) + ", KEY by_v (v), KEY by_b (b, pad))");
   fill("t (id, a, b)", 3000, "i, i * 3, i * 5");
-  expect_whole_table("SELECT NULL, id, a, NULL, b FROM t");
+  expect_whole_table("SELECT NULL, id, a, NULL, b, pad FROM t");
   expect_range({.index = "by_b", .index_only = true}, {}, {1, 4},
                "SELECT id, b FROM t");
 }
 
 TEST_F(Parallel_odd_index, StoredGeneratedColumns) {
   sql.exec(
-      "CREATE TABLE t (id INT PRIMARY KEY, a INT, s INT AS (a + 100) STORED,"
-      " KEY by_s (s))");
+      "CREATE TABLE t (id INT PRIMARY KEY, a INT, s INT AS (a + 100) STORED, " +
+      filler(150) + ", KEY by_s (s, pad))");
   fill("t (id, a)", 3000, "i, i * 3");
   expect_whole_table();
   expect_range({.index = "by_s", .index_only = true}, {}, {0, 2},
@@ -158,16 +157,16 @@ TEST_F(Parallel_odd_index, StoredGeneratedColumns) {
 }
 
 TEST_F(Parallel_odd_index, FullText) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, w TEXT, FULLTEXT KEY f (w))");
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, w TEXT, " + filler(900) +
+           ", FULLTEXT KEY f (w))");
   fill("t", 500, "i, CONCAT('some words of row ', i)");
   expect_whole_table();
   EXPECT_EQ(Cursor({.index = "f"}).error, 1178u);
 }
 
 TEST_F(Parallel_odd_index, Spatial) {
-  sql.exec(
-      "CREATE TABLE t (id INT PRIMARY KEY, p POINT NOT NULL SRID 0,"
-      " SPATIAL KEY s (p))");
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, p POINT NOT NULL SRID 0, " +
+           filler(900) + ", SPATIAL KEY s (p))");
   fill("t", 500, "i, ST_GeomFromText(CONCAT('POINT(', i, ' 2)'))");
   expect_whole_table();
   EXPECT_EQ(Cursor({.index = "s"}).error, 1178u);
@@ -177,7 +176,7 @@ TEST_F(Parallel_odd_index, InvisibleColumnsAndIndexes) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT INVISIBLE,"
       " KEY by_a (a) INVISIBLE)");
-  fill("t (id, a)", 3000, "i, i * 3");
+  fill("t (id, a)", 15000, "i, i * 3");
   expect_whole_table("SELECT id, a FROM t");
 }
 

@@ -33,7 +33,7 @@ class Parallel_value : public Value_test {
  protected:
   void check(const std::string &type, const std::vector<std::string> &values,
              const Expected &expected = {}) {
-    store(type, values);
+    store_over_pages(type, values);
     // Text in the column's own character set.
     sql.exec("SET character_set_results = NULL");
     const Rows rows =
@@ -52,6 +52,18 @@ class Parallel_value : public Value_test {
     }
     sql.exec("SET character_set_results = utf8mb4");
     sql.exec("DROP TABLE t");
+  }
+
+  /** The rows, and copies of those that are not too long: 24 pages of two rows
+      each. */
+  void store_over_pages(const std::string &type,
+                        const std::vector<std::string> &values) {
+    store(type, values);
+    sql.exec("ALTER TABLE t ADD COLUMN " + filler(7000));
+    while (sql.number("SELECT COUNT(*) FROM t") < 48)
+      sql.exec("INSERT INTO t (id, c) SELECT id + " +
+               sql.text("SELECT MAX(id) FROM t") +
+               ", c FROM t WHERE c IS NULL OR LENGTH(c) < 70000");
   }
 
   std::map<long long, Reads> read_all(size_t threads) {
@@ -96,7 +108,10 @@ class Parallel_value : public Value_test {
   /** One spelling of a decimal number. */
   std::string as_decimal(const std::string &text) {
     if (text.size() > 60) return text;
-    return sql.text("SELECT CAST('" + text + "' AS DECIMAL(65,30))");
+    std::string &decimal = decimals_[text];
+    if (decimal.empty())
+      decimal = sql.text("SELECT CAST('" + text + "' AS DECIMAL(65,30))");
+    return decimal;
   }
 
   static Expected not_a_number() {
@@ -104,6 +119,9 @@ class Parallel_value : public Value_test {
     expected.integer = expected.real = expected.decimal = "0";
     return expected;
   }
+
+ private:
+  std::map<std::string, std::string> decimals_;  // by what was asked
 };
 
 TEST_F(Parallel_value, Integers) {
@@ -131,7 +149,7 @@ TEST_F(Parallel_value, Decimals) {
 }
 
 TEST_F(Parallel_value, DecimalWords) {
-  store("DECIMAL(12,3)", {"-12345.678"});
+  store_over_pages("DECIMAL(12,3)", {"-12345.678"});
   const Reads reads = read_all(2).at(1);
   EXPECT_TRUE(reads.decimal->negative);
   EXPECT_EQ(reads.decimal->integer_words, (std::vector<int32_t>{12345}));
@@ -140,7 +158,7 @@ TEST_F(Parallel_value, DecimalWords) {
 
 TEST_F(Parallel_value, DecimalOfAllDigits) {
   const std::string digits = std::string(35, '9') + "." + std::string(30, '9');
-  store("DECIMAL(65,30)", {digits, "-" + digits});
+  store_over_pages("DECIMAL(65,30)", {digits, "-" + digits});
   const auto reads = read_all(2);
   EXPECT_EQ(reads.at(1).text, digits);
   EXPECT_EQ(reads.at(2).text, "-" + digits);
@@ -247,7 +265,7 @@ TEST_F(Parallel_value, Dates) {
 TEST_F(Parallel_value, ZeroDates) {
   sql.exec("SET sql_mode = ''");
   for (const char *type : {"DATE", "DATETIME(6)", "TIMESTAMP"}) {
-    store(std::string(type) + " NOT NULL", {"0"});
+    store_over_pages(std::string(type) + " NOT NULL", {"0"});
     const Reads reads = read_all(2).at(1);
     EXPECT_EQ(reads.date, no_date);
     EXPECT_EQ(reads.time, 0);
@@ -265,7 +283,8 @@ TEST_F(Parallel_value, Datetimes) {
 }
 
 TEST_F(Parallel_value, DatetimeMicroseconds) {
-  store("DATETIME(6)", {"'1970-01-01'", "'1999-12-31 23:59:59.999999'"});
+  store_over_pages("DATETIME(6)",
+                   {"'1970-01-01'", "'1999-12-31 23:59:59.999999'"});
   const auto reads = read_all(2);
   EXPECT_EQ(reads.at(1).datetime, -946684800000000);
   EXPECT_EQ(reads.at(2).datetime, -1);
@@ -280,7 +299,7 @@ TEST_F(Parallel_value, Timestamps) {
 }
 
 TEST_F(Parallel_value, TimestampsReadInTheGlobalTimeZone) {
-  store("TIMESTAMP(3) NULL", {"'2026-11-21 12:34:56.654'"});
+  store_over_pages("TIMESTAMP(3) NULL", {"'2026-11-21 12:34:56.654'"});
   sql.exec("SET GLOBAL time_zone = '+05:30'");
   sql.exec("SET time_zone = '+05:30'");
   const std::string text = sql.text("SELECT c FROM t WHERE id = 1");
@@ -324,8 +343,23 @@ TEST_F(Parallel_value, Times) {
           times());
 }
 
+// What no short decimal number gives, and both ends of the range.
+TEST_F(Parallel_value, RealNumbersOfAllDigits) {
+  store_over_pages("DOUBLE", {"1e0/3", "-1e0/7", "1.7976931348623157e308",
+                              "2.2250738585072014e-308", "PI()", "1e22"});
+  const Rows rows = sql.query("SELECT id, c FROM t WHERE c IS NOT NULL");
+  for (const size_t threads : thread_counts) {
+    const auto delivered = read_all(threads);
+    for (const Row &row : rows) {
+      const Reads &reads = delivered.at(std::stoll(row[0].value()));
+      EXPECT_EQ(reads.real, strtod(row[1].value().c_str(), nullptr));
+      EXPECT_EQ(reads.text, row[1]);
+    }
+  }
+}
+
 TEST_F(Parallel_value, TimeMicroseconds) {
-  store("TIME(1)", {"'-00:00:01.5'", "'838:59:59'"});
+  store_over_pages("TIME(1)", {"'-00:00:01.5'", "'838:59:59'"});
   const auto reads = read_all(2);
   EXPECT_EQ(reads.at(1).time, -1500000);
   EXPECT_EQ(reads.at(2).time, 3020399000000);

@@ -9,10 +9,17 @@
 // Whole tables, for every number of threads: trees of every height, keys and
 // row formats of every kind.
 
+#include <filesystem>
+#include <fstream>
+
+#include "innodb_api.h"
 #include "parallel_test.h"
+
+#include "buf0lru.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using namespace harness;
 
 class Parallel_whole_table : public Parallel_test {
@@ -47,7 +54,7 @@ class Parallel_whole_table : public Parallel_test {
 
 TEST_F(Parallel_whole_table, Empty) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
-  expect_whole_table();
+  expect_whole_table("", Workers::any);
 }
 
 TEST_F(Parallel_whole_table, EmptyCallsNobody) {
@@ -62,13 +69,13 @@ TEST_F(Parallel_whole_table, EmptyCallsNobody) {
 
 TEST_F(Parallel_whole_table, OneRow) {
   make("id INT PRIMARY KEY, v INT", 1, "i, 7");
-  expect_whole_table();
+  expect_whole_table("", Workers::any);
 }
 
 TEST_F(Parallel_whole_table, OnePage) {
   make("id INT PRIMARY KEY, v INT", 200, "i, i * 2");
   EXPECT_EQ(tree_levels(), 1u);
-  expect_whole_table();
+  expect_whole_table("", Workers::any);
 }
 
 TEST_F(Parallel_whole_table, AsManyRowsAsABatch) {
@@ -118,8 +125,9 @@ TEST_F(Parallel_whole_table, EveryNumberOfRowsOfADeepTree) {
       sql.exec("INSERT INTO t VALUES (CONCAT(LPAD(" + std::to_string(rows) +
                ", 6, '0'), REPEAT('k', 2994)))");
     const Scan scan;
+    const Workers workers = rows >= 12 ? Workers::several : Workers::any;
     for (const size_t threads : {size_t{0}, size_t{2}, size_t{3}, size_t{5}})
-      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), size_t(rows))
+      EXPECT_EQ(collect(scan, threads, {0}, workers).rows.size(), size_t(rows))
           << threads << " threads";
   }
 }
@@ -243,31 +251,33 @@ TEST_F(Parallel_whole_table, TwoReadsOfOneCursorAreTheSame) {
 }
 
 TEST_F(Parallel_whole_table, WithoutADonorItIsTheCursorsOwnSnapshot) {
-  make("id INT PRIMARY KEY, v INT", 100, "i, i");
+  make("id INT PRIMARY KEY, v INT", 9000, "i, i");
   const Scan scan;
-  sql.exec("DELETE FROM t WHERE id > 10");
-  EXPECT_EQ(collect(scan, 4, {0}).rows.size(), 100u);
+  sql.exec("DELETE FROM t WHERE id % 3 > 0");
+  EXPECT_EQ(collect(scan, 4, {0}).rows.size(), 9000u);
   const Scan later;
-  EXPECT_EQ(collect(later, 4, {0}).rows.size(), 10u);
+  EXPECT_EQ(collect(later, 4, {0}).rows.size(), 3000u);
 }
 
 TEST_F(Parallel_whole_table, UnknownDonorDoesNotFailTheOpen) {
-  make("id INT PRIMARY KEY, v INT", 100, "i, i");
+  make("id INT PRIMARY KEY, v INT", 9000, "i, i");
   const Scan scan({.donor = 4000000000});
   ASSERT_TRUE(scan.is_open()) << scan.message;
-  EXPECT_EQ(collect(scan, 2, {0}).rows.size(), 100u);
+  EXPECT_EQ(collect(scan, 2, {0}).rows.size(), 9000u);
 }
 
 TEST_F(Parallel_whole_table, ManyHandlesAtOnce) {
-  make("id INT PRIMARY KEY, v INT", 6000, "i, i");
+  make("id INT PRIMARY KEY, v INT", 30000, "i, i");
+  const size_t before = reads_by_several();
   std::vector<std::future<void>> readers;
   for (int i = 0; i < 6; ++i)
     readers.push_back(on_own_thread([] {
       const Scan scan;
       for (int round = 0; round < 5; ++round)
-        EXPECT_EQ(collect(scan, 4, {0}).rows.size(), 6000u);
+        EXPECT_EQ(collect(scan, 4, {0}, Workers::any).rows.size(), 30000u);
     }));
   for (auto &reader : readers) reader.get();
+  EXPECT_GT(reads_by_several(), before);
 }
 
 }  // namespace
