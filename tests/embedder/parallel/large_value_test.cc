@@ -127,30 +127,49 @@ TEST_F(Parallel_large_value, ChangedByTheDonor) {
 
 // Its writer lets go of the page between the value's parts.
 TEST_F(Parallel_large_value, BeingWrittenByTheDonor) {
-  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB)");
-  fill("t", 40, "i, REPEAT('x', 40000)");
+  sql.exec("CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB, " + filler(7000) +
+           ")");
+  fill("t", 48, "i, REPEAT('x', 40000)");
   take_snapshot();
   donor.exec("UPDATE t SET b = REPEAT('y', 40000) WHERE id = 1");
+  const std::string others(40000, 'x'), first(40000, 'y');
+  std::string before = others;
   const Scan scan({.donor = donor.id()});
+  size_t n_meanwhile = 0;
   for (int i = 0; i < 20; ++i) {
+    const std::string after(2000000, static_cast<char>('A' + i));
+    const auto is_whole = [&](long long id, const std::string &value) {
+      if (id == 20) return value == before || value == after;
+      return value == (id == 1 ? first : others);
+    };
     std::future<Reply> writing =
         donor.send("UPDATE t SET b = REPEAT(CHAR(65 + " + std::to_string(i) +
                    "), 2000000) WHERE id = 20");
-    std::atomic<size_t> n_empty{0}, n_rows{0};
-    while (writing.wait_for(std::chrono::seconds(0)) !=
-           std::future_status::ready) {
-      n_rows = 0;
-      const bool complete = read_parallel(scan, 0, [&](const Batch &batch) {
+    const auto is_written = [&] {
+      return writing.wait_for(std::chrono::seconds(0)) ==
+             std::future_status::ready;
+    };
+    while (!is_written()) {
+      std::atomic<size_t> n_torn{0}, n_rows{0};
+      const auto take = [&](const Batch &batch) {
         n_rows += batch.size();
         for (unsigned int nr = 0; nr < batch.size(); ++nr)
-          if (batch.read_text(1, nr).value().empty()) ++n_empty;
+          if (!is_whole(batch.read_int(0, nr).value(),
+                        batch.read_text(1, nr).value()))
+            ++n_torn;
         return false;
-      });
-      EXPECT_TRUE(!complete || n_rows == 40u) << n_rows;
+      };
+      const bool complete =
+          read_parallel(scan, i % 2 ? 3 : 0, take, Workers::any);
+      EXPECT_TRUE(!complete || n_rows == 48u) << n_rows;
+      EXPECT_EQ(n_torn, 0u);
+      if (!is_written()) ++n_meanwhile;
     }
     EXPECT_EQ(writing.get().error, 0u);
-    ASSERT_EQ(n_empty, 0u);
+    ASSERT_FALSE(HasFailure());
+    before = after;
   }
+  EXPECT_GT(n_meanwhile, 0u);
   donor.exec("ROLLBACK");
 }
 
