@@ -234,8 +234,61 @@ TEST_F(Parallel_whole_table, CompressedTo2K) {
   expect_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 2");
 }
 
-TEST_F(Parallel_whole_table, CompressedPages) {
-  expect_row_format("COMPRESSION = 'zlib'");
+/** A table whose pages lie in its file and nowhere else. */
+class Parallel_compressed_pages : public Parallel_whole_table {
+ protected:
+  void write_and_forget_pages() {
+    sql.exec("FLUSH TABLES t FOR EXPORT");
+    forget_pages();
+    compressed_pages_ = count_compressed_pages(
+        fs::path(sql.text("SELECT @@datadir")) / "db/t.ibd");
+    sql.exec("UNLOCK TABLES");
+  }
+
+  int64_t pages_read() {
+    return std::stoll(
+        *sql.query("SHOW GLOBAL STATUS LIKE 'Innodb_pages_read'")[0][1]);
+  }
+
+  size_t compressed_pages_ = 0;
+
+ private:
+  // All are written and nobody uses them.
+  static void forget_pages() {
+    const Scan scan;
+    dict_table_t *table = dd_table_open_on_name_in_mem("db/t", false);
+    buf_LRU_flush_or_remove_pages(table->space, BUF_REMOVE_ALL_NO_WRITE,
+                                  nullptr, false);
+    dd_table_close(table, nullptr, nullptr, false);
+  }
+
+  static size_t count_compressed_pages(const fs::path &path) {
+    constexpr size_t page_bytes = 16384, type_at = 24, compressed = 14;
+    std::ifstream file(path, std::ios::binary);
+    std::vector<unsigned char> page(page_bytes);
+    size_t n = 0;
+    while (file.read(reinterpret_cast<char *>(page.data()), page_bytes))
+      n += page[type_at] * 256u + page[type_at + 1] == compressed;
+    return n;
+  }
+};
+
+TEST_F(Parallel_compressed_pages, AreReadFromTheDisk) {
+  make("id INT PRIMARY KEY, a INT, b VARCHAR(40), c TEXT", 9000,
+       "i, NULLIF(i % 5, 0), CONCAT('row ', i), REPEAT('c', i % 600)");
+  sql.exec("ALTER TABLE t COMPRESSION = 'zlib', FORCE");
+  const Rows expected = donor_rows("SELECT * FROM t");
+  for (const size_t threads : thread_counts) {
+    SCOPED_TRACE(std::to_string(threads) + " threads");
+    write_and_forget_pages();
+    EXPECT_GT(compressed_pages_, 100u);
+    const Scan scan;
+    const int64_t before = pages_read();
+    const Delivered delivered = collect(scan, threads, {0, 1, 2, 3});
+    EXPECT_GT(pages_read() - before, 100);
+    EXPECT_TRUE(delivered.complete);
+    expect_rows(delivered.rows, expected);
+  }
 }
 
 TEST_F(Parallel_whole_table, TwoReadsOfOneCursorAreTheSame) {
