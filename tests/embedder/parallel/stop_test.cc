@@ -43,7 +43,7 @@ class Parallel_stop : public Parallel_test {
     EXPECT_EQ(sql.attempt("ALTER TABLE t COMMENT 'not locked'").error, 0u);
     const Scan scan;
     for (const size_t threads : {size_t{0}, size_t{3}})
-      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), n_rows);
+      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), n_rows) << threads;
   }
 };
 
@@ -76,18 +76,27 @@ TEST_F(Parallel_stop, NoFurtherBatchComesToTheWorkerThatStopped) {
   }
 }
 
+// Every worker has its first batch in hand when one refuses; the others return
+// from theirs when that one is gone. A page takes fewer rows than a batch, so
+// that none has another before it looks.
 TEST_F(Parallel_stop, OneWorkersFailureStopsTheOthers) {
   make(200000);
   {
     const Scan scan;
-    std::atomic<bool> refused{false};
-    std::atomic<size_t> taken{0};
-    EXPECT_FALSE(read_parallel(scan, 4, [&](const Batch &batch) {
-      if (!refused.exchange(true)) return true;
-      taken += batch.size();
-      return false;
+    constexpr size_t n_workers = 4;
+    std::atomic<size_t> n_calls{0};
+    EXPECT_FALSE(read_parallel(scan, n_workers, [&](const Batch &batch) {
+      const bool refuses = n_calls++ == 0;
+      EXPECT_EQ(batch.size(), 4096u);
+      EXPECT_TRUE(wait_until([&] { return n_calls >= n_workers; }));
+      // The cursor's, and those of the workers that are left.
+      if (!refuses) {
+        EXPECT_TRUE(wait_until(
+            [&] { return CommonApi::sessions_in_use() <= n_workers; }));
+      }
+      return refuses;
     }));
-    EXPECT_LT(taken, 200000u - 4096u);
+    EXPECT_EQ(n_calls, n_workers);
   }
   expect_all_is_back(200000);
 }
@@ -103,7 +112,7 @@ TEST_F(Parallel_stop, TheSameCursorReadsAgain) {
 }
 
 TEST_F(Parallel_stop, TheAnswerToALastPartialBatchIsNotLookedAt) {
-  make(100);
+  make(3000);
   const Scan scan;
   for (const size_t threads : thread_counts)
     EXPECT_TRUE(
@@ -126,14 +135,14 @@ TEST_F(Parallel_stop, AnExceptionEndsTheRead) {
 }
 
 TEST_F(Parallel_stop, AnExceptionOfTheLastBatchFailsTheRead) {
-  make(100);
+  make(3000);
   {
     const Scan scan;
     for (const size_t threads : thread_counts)
       EXPECT_FALSE(
           read_parallel(scan, threads, [](const Batch &) -> bool { throw 5; }));
   }
-  expect_all_is_back(100);
+  expect_all_is_back(3000);
 }
 
 TEST_F(Parallel_stop, KilledWithinTheCallback) {
@@ -202,10 +211,14 @@ class Parallel_stop_old_versions : public Parallel_stop {
         kill_session(session);
       });
       begun = true;
-      EXPECT_FALSE(read_parallel(scan, threads, [](const Batch &) {
-        ADD_FAILURE() << "a row that came after the snapshot";
-        return false;
-      }));
+      // Nobody comes to a page end before the kill, so nobody can wait there.
+      EXPECT_FALSE(read_parallel(
+          scan, threads,
+          [](const Batch &) {
+            ADD_FAILURE() << "a row that came after the snapshot";
+            return false;
+          },
+          Workers::any));
       const auto ended = steady_clock::now();
       killer.get();
       EXPECT_LT(ended - killed, std::chrono::seconds(1));
@@ -285,11 +298,14 @@ TEST_F(Parallel_budget, WithOneLeftTheCallingThreadReads) {
     const Reservation others(255);
     const Scan scan;
     const auto caller = std::this_thread::get_id();
-    EXPECT_TRUE(read_parallel(scan, 8, [&](const Batch &) {
-      EXPECT_EQ(std::this_thread::get_id(), caller);
-      EXPECT_EQ(ThreadBudget::s_active_threads.load(), 255u);
-      return false;
-    }));
+    EXPECT_TRUE(read_parallel(
+        scan, 8,
+        [&](const Batch &) {
+          EXPECT_EQ(std::this_thread::get_id(), caller);
+          EXPECT_EQ(ThreadBudget::s_active_threads.load(), 255u);
+          return false;
+        },
+        Workers::any));
   }
   expect_all_is_back(10000);
 }
@@ -301,7 +317,7 @@ TEST_F(Parallel_budget, WithNoneLeftTheCallingThreadReads) {
     ASSERT_EQ(others.count(), 256u);
     const Scan scan;
     for (const size_t threads : thread_counts)
-      EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 10000u);
+      EXPECT_EQ(collect(scan, threads, {0}, Workers::any).rows.size(), 10000u);
     EXPECT_EQ(ThreadBudget::s_active_threads.load(), 256u);
   }
   expect_all_is_back(10000);
