@@ -78,19 +78,30 @@ class Parallel_units : public Parallel_test {
     ASSERT_EQ(index.root_records(), n_leaves);
     ASSERT_EQ(index.levels(), 2u);
   }
+
+  /** The reader holds the latch of the index that it reads. */
+  static void expect_opened(const char *index, const char *other,
+                            const char *name, const char *table = "t") {
+    const Index_watch watch(table, index), others(table, other);
+    EXPECT_EQ(watch.latch_holders(), 0u);
+    const Opened_reader reader(name, true, table);
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(watch.latch_holders(), 1u) << index;
+    EXPECT_EQ(others.latch_holders(), 0u) << other;
+  }
 };
 
 TEST_F(Parallel_units, NoNameIsTheClusteredIndex) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
-  EXPECT_TRUE(Opened_reader(nullptr));
-  sql.exec("CREATE TABLE u (v INT)");
-  EXPECT_TRUE(Opened_reader(nullptr, true, "u"));
+  expect_opened("PRIMARY", "by_v", nullptr);
+  sql.exec("CREATE TABLE u (v INT, KEY by_v (v))");
+  expect_opened("GEN_CLUST_INDEX", "by_v", nullptr, "u");
 }
 
 TEST_F(Parallel_units, NamesMatchInAnyCase) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY By_V (v))");
-  EXPECT_TRUE(Opened_reader("primary"));
-  EXPECT_TRUE(Opened_reader("BY_v"));
+  expect_opened("PRIMARY", "By_V", "primary");
+  expect_opened("By_V", "PRIMARY", "BY_v");
 }
 
 TEST_F(Parallel_units, UnknownNamesRunTogetherOnOneLine) {
