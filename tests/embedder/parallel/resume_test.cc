@@ -12,6 +12,7 @@
 
 #include "parallel_test.h"
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 
@@ -83,6 +84,13 @@ class Parallel_resume : public Parallel_test {
         " WHERE id % 10000 IN (0, 100)");
   }
 
+  /** The root's children, which are leaves. */
+  static size_t leaves() {
+    const Index_watch index;
+    EXPECT_EQ(index.levels(), 2u);
+    return index.root_records();
+  }
+
   /** Read with one thread; what happens at the nth yield. */
   Ints read_with_yields(size_t nth, const std::function<void()> &what) {
     const Scan scan({.donor = donor.id()});
@@ -93,6 +101,29 @@ class Parallel_resume : public Parallel_test {
       waiter.wait();
     };
     return collect_ints(scan, 0, 0);
+  }
+
+  /** Read while something happens at the first yield; other workers that come
+      to theirs meanwhile wait there. */
+  Ints read_with_event(size_t threads, const std::function<void()> &what) {
+    const Scan scan({.donor = donor.id()});
+    Pretended_waiter waiter;
+    std::once_flag once;
+    std::atomic<size_t> n_arrived{0};
+    bool has_happened = false;
+    at_yield = [&] {
+      ++n_arrived;
+      std::call_once(once, [&] {
+        // Each worker arrives once before it has happened.
+        EXPECT_TRUE(threads < 2 || wait_until([&] { return n_arrived > 1; }));
+        what();
+        has_happened = true;
+      });
+      waiter.wait();
+    };
+    const Ints seen = collect_ints(scan, threads, 0, Workers::any);
+    EXPECT_TRUE(has_happened);
+    return seen;
   }
 
   Client writer_;
@@ -139,9 +170,19 @@ TEST_F(Parallel_resume, YieldDuringWhichPagesAreSplit) {
 
 TEST_F(Parallel_resume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
   make(2000);
-  const Ints seen = read_with_yields(
-      4, [&] { writer_.exec("DELETE FROM t WHERE id % 300 = 0"); });
+  const size_t n_before = leaves();
+  const Ints seen = read_with_yields(4, [&] {
+    writer_.exec("DELETE FROM t WHERE id % 300 = 0");
+    // 200 characters of four bytes each.
+    writer_.exec(
+        "UPDATE t SET pad = REPEAT(_utf8mb4 X'F09F9880', 200)"
+        " WHERE id % 300 = 100");
+  });
   EXPECT_EQ(seen, visible_);
+  EXPECT_GT(n_yields_, 4u);
+  EXPECT_EQ(sql.number("SELECT COUNT(*) FROM t"), 2000 - 666);
+  EXPECT_EQ(sql.number("SELECT COUNT(*) FROM t WHERE LENGTH(pad) = 800"), 667);
+  EXPECT_GT(leaves(), n_before);
 }
 
 // The first worker that yields has it happen while most units still wait.
@@ -149,32 +190,33 @@ TEST_F(Parallel_resume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
   make(6000);
   for (const size_t threads : thread_counts) {
     crowd();
-    const Scan scan({.donor = donor.id()});
-    Pretended_waiter waiter;
-    std::once_flag once;
-    at_yield = [&] {
-      std::call_once(once, [&] { writer_.exec("ROLLBACK"); });
-      waiter.wait();
-    };
-    EXPECT_EQ(collect_ints(scan, threads, 0), visible_) << threads;
+    EXPECT_GT(writer_.number("SELECT COUNT(*) FROM t"), 40000);
+    EXPECT_EQ(read_with_event(threads, [&] { writer_.exec("ROLLBACK"); }),
+              visible_)
+        << threads;
+    EXPECT_EQ(writer_.number("SELECT COUNT(*) FROM t"), 6000);
   }
 }
 
-// The end of a unit that was cut again is a key, not the row that had it.
+// The end of a unit that was cut again is a key, not the row that had it, which
+// may have become a later one or an earlier one.
 TEST_F(Parallel_resume, UnitsWhoseLastRecordsChangeBeforeTheyAreRead) {
   make(6000);
+  const auto count = [this](const std::string &value) {
+    return sql.number("SELECT COUNT(*) FROM t WHERE pad = " + value);
+  };
   for (const size_t threads : thread_counts) {
-    const Scan scan({.donor = donor.id()});
-    Pretended_waiter waiter;
-    std::once_flag once;
-    at_yield = [&] {
-      std::call_once(once, [&] {
-        writer_.exec("UPDATE t SET pad = CONCAT('changed by ', " +
-                     std::to_string(threads) + ")");
-      });
-      waiter.wait();
-    };
-    EXPECT_EQ(collect_ints(scan, threads, 0), visible_) << threads;
+    SCOPED_TRACE(threads);
+    const std::string value = "'changed by " + std::to_string(threads) + "'";
+    const std::string change = "UPDATE t SET pad = " + value;
+    EXPECT_EQ(read_with_event(threads, [&] { writer_.exec(change); }),
+              visible_);
+    EXPECT_EQ(count(value), 6000);
+    writer_.exec("BEGIN");
+    writer_.exec("UPDATE t SET pad = 'uncommitted'");
+    EXPECT_EQ(read_with_event(threads, [&] { writer_.exec("ROLLBACK"); }),
+              visible_);
+    EXPECT_EQ(count(value), 6000);
   }
 }
 
