@@ -91,9 +91,16 @@ TEST_F(Parallel_batch, WorkersHaveASessionEach) {
   const Scan scan;
   std::mutex mu;
   std::map<uint64_t, std::set<void *>> sessions;
+  // Each worker's share has more rows than a batch.
   EXPECT_TRUE(read_parallel(scan, 4, [&](const Batch &batch) {
-    const std::lock_guard<std::mutex> lock(mu);
-    sessions[batch.thread].insert(current_session());
+    {
+      const std::lock_guard<std::mutex> lock(mu);
+      sessions[batch.thread].insert(current_session());
+    }
+    EXPECT_TRUE(wait_until([&] {
+      const std::lock_guard<std::mutex> lock(mu);
+      return sessions.size() == 4;
+    }));
     return false;
   }));
   std::set<void *> different;
