@@ -215,10 +215,11 @@ TEST_F(Parallel_latch, NobodyWaitsForALongRead) {
 
 TEST_F(Parallel_latch, TwoReadsAndTheirWriters) {
   std::atomic<bool> done{false};
+  std::atomic<size_t> n_written{0};
   const auto write = [&](const std::string &statement) {
     Client client;
     client.exec("USE db");
-    while (!done) client.exec(statement);
+    for (; !done; ++n_written) client.exec(statement);
   };
   auto one = on_own_thread([&] {
     write(
@@ -227,19 +228,29 @@ TEST_F(Parallel_latch, TwoReadsAndTheirWriters) {
   });
   auto other = on_own_thread(
       [&] { write("REPLACE INTO t VALUES (101, 1, REPEAT('r', 300000))"); });
-  const auto read = [] {
+  std::vector<long long> expected(20000);
+  for (size_t i = 0; i < expected.size(); ++i)
+    expected[i] = 2 * static_cast<long long>(i + 1);
+  const auto read = [&] {
     for (int round = 0; round < 10; ++round) {
       Scan scan;
       scan.set_columns({0});
-      EXPECT_GE(collect(scan, 4, {0}).rows.size(), 20000u);
+      auto ids = collect_ints(scan, 4, 0, Workers::any);
+      // The row that one writer replaces, once he has come to it.
+      const auto replaced = std::lower_bound(ids.begin(), ids.end(), 101);
+      if (replaced != ids.end() && *replaced == 101) ids.erase(replaced);
+      EXPECT_TRUE(ids == expected) << ids.size();
     }
   };
+  const size_t before = reads_by_several();
   auto reader = on_own_thread(read);
   read();
   reader.get();
+  EXPECT_GT(reads_by_several(), before);
   done = true;
   one.get();
   other.get();
+  EXPECT_GT(n_written, 2u);
 }
 
 }  // namespace
