@@ -173,7 +173,7 @@ TEST_F(Misuse, ACallbackMayLookAtItsHandleAndNoMore) {
   };
   for (const size_t threads : {0, 3})
     EXPECT_TRUE(read_parallel(scan, 0, [&](const Batch &) {
-      EXPECT_TRUE(read_parallel(cursor, threads, misuse));
+      EXPECT_TRUE(read_parallel(cursor, threads, misuse, Workers::any));
       return false;
     }));
 }

@@ -88,11 +88,14 @@ class Small_pool_kept_pages : public Parallel_test {
     const Scan scan({.donor = donor.id()});
     std::vector<std::atomic<bool>> has_passed(n_threads);
     std::atomic<size_t> rows{0};
-    EXPECT_TRUE(read_parallel(scan, n_threads, [&](const Batch &batch) {
-      if (!has_passed[batch.thread].exchange(true)) gate->pass();
-      rows += batch.size();
-      return false;
-    }));
+    EXPECT_TRUE(read_parallel(
+        scan, n_threads,
+        [&](const Batch &batch) {
+          if (!has_passed[batch.thread].exchange(true)) gate->pass();
+          rows += batch.size();
+          return false;
+        },
+        Workers::any));
     return rows;
   }
 };

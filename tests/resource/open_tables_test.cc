@@ -168,7 +168,7 @@ TEST_F(Open_tables, MoreCursorsThanTablesAndFilesMayBeOpen) {
     const std::string name = table_name(i);
     EXPECT_EQ(sql.attempt("ALTER TABLE " + name + " ADD w INT").error, 0u);
     const Scan scan({.table = name.c_str()});
-    EXPECT_EQ(collect_ints(scan, 4, 1), expected_[at]) << name;
+    EXPECT_EQ(collect_ints(scan, 4, 1, Workers::any), expected_[at]) << name;
   }
   EXPECT_LE(status("Open_tables"), sql.number("SELECT @@table_open_cache") + 1);
 }

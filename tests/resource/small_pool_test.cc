@@ -67,16 +67,19 @@ template <class Reader>
 Totals totals_of(const Reader &reader, size_t threads) {
   Totals totals;
   std::mutex mu;
-  EXPECT_TRUE(read_parallel(reader, threads, [&](const Batch &batch) {
-    Totals own;
-    const size_t size = batch.size();
-    for (unsigned int nr = 0; nr < size; ++nr)
-      own.add(static_cast<uint64_t>(batch.read_int(0, nr).value()),
-              static_cast<uint64_t>(batch.read_int(1, nr).value()));
-    const std::lock_guard<std::mutex> lock(mu);
-    totals.add(own);
-    return false;
-  }));
+  EXPECT_TRUE(read_parallel(
+      reader, threads,
+      [&](const Batch &batch) {
+        Totals own;
+        const size_t size = batch.size();
+        for (unsigned int nr = 0; nr < size; ++nr)
+          own.add(static_cast<uint64_t>(batch.read_int(0, nr).value()),
+                  static_cast<uint64_t>(batch.read_int(1, nr).value()));
+        const std::lock_guard<std::mutex> lock(mu);
+        totals.add(own);
+        return false;
+      },
+      Workers::any));
   return totals;
 }
 

@@ -101,9 +101,9 @@ enum class Workers {
 
 /** @return what the reading function answers */
 bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take,
-                   Workers workers = Workers::any);
+                   Workers workers = Workers::several);
 bool read_parallel(const Scan &scan, size_t threads, const On_batch &take,
-                   Workers workers = Workers::any);
+                   Workers workers = Workers::several);
 
 /** How many reads have got their rows from more than one worker. */
 size_t reads_by_several();
@@ -117,13 +117,13 @@ struct Delivered {
 
 template <class Reader>
 Delivered collect(const Reader &reader, size_t threads, const Columns &columns,
-                  Workers workers = Workers::any);
+                  Workers workers = Workers::several);
 
 /** One column of integers, sorted. */
 template <class Reader>
 std::vector<long long> collect_ints(const Reader &reader, size_t threads,
                                     unsigned int column,
-                                    Workers workers = Workers::any);
+                                    Workers workers = Workers::several);
 
 /** The definition of a column pad of that many bytes in every row, so that few
     rows fill a page. Statements that do not name it do without it. */
@@ -192,11 +192,11 @@ class Parallel_test : public Cursor_test {
       primary key (if the table has one): the donor's rows.
       @param select  what gives them; empty: all columns, invisible ones too */
   void expect_whole_table(const std::string &select = "",
-                          Workers workers = Workers::any);
+                          Workers workers = Workers::several);
   /** For every number of threads: a range by an index cursor. */
   void expect_range(const Open &open, const Range &range,
                     const Columns &columns, const std::string &select,
-                    Workers workers = Workers::any);
+                    Workers workers = Workers::several);
   /** Wait until deleted rows are gone from the pages. */
   void wait_for_purge();
 
