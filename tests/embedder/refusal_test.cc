@@ -100,9 +100,7 @@ TEST_F(Refusal, TemporaryTableHidesNoBaseTable) {
   EXPECT_EQ(cursor.ints(0), (std::vector<long long>{1}));
 }
 
-TEST_F(Refusal, UnknownIndex) {
-  expect_error(1176, {.index = "nothing"});
-}
+TEST_F(Refusal, UnknownIndex) { expect_error(1176, {.index = "nothing"}); }
 
 TEST_F(Refusal, MissingIndexName) {
   for (const char *name : {static_cast<const char *>(nullptr), ""}) {

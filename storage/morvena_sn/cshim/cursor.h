@@ -97,8 +97,9 @@
   Shutdown.  Every cursor is to be closed and deinit_common() called before the
     server's InnoDB stops: a function given to register_shutdown_observer() is
     the place. Before it runs, openings that wait are interrupted, and from then
-    on none succeeds (3168). What is left open is interrupted and closed by the system when
-    the last client session has ended; its handles then answer as closed ones.
+    on none succeeds (3168). What is left open is interrupted and closed by the
+    system when the last client session has ended; its handles then answer as
+    closed ones.
 
   Column numbers are 0-based positions in the table, in its definition's
   order, wherever a function takes one. cursor_col_fieldnr() alone answers with

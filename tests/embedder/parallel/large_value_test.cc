@@ -85,7 +85,9 @@ TEST_F(Parallel_large_value, DoNotPileUpInABatch) {
     }));
     std::sort(ids.begin(), ids.end());
     EXPECT_EQ(ids, as_ints(sql.query("SELECT id FROM t ORDER BY id")));
-    if (threads > 1) EXPECT_GT(workers.size(), 1u);
+    if (threads > 1) {
+      EXPECT_GT(workers.size(), 1u);
+    }
     // Fewer would be a batch for each row or so.
     EXPECT_GE(largest_batch, 4 * bytes);
     EXPECT_LE(largest_batch, 9 * bytes);

@@ -52,8 +52,8 @@ class Failure {
       reported an error */
   bool take_from(const THD *thd);
 
-  /** Have the process's counters know of it: a kill, what cannot be read, or any
-      other failure. A callback's own stop is none. */
+  /** Have the process's counters know of it: a kill, what cannot be read, or
+     any other failure. A callback's own stop is none. */
   void count() const;
 
   bool is_set() const { return code() != 0; }

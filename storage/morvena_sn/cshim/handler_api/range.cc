@@ -83,7 +83,8 @@ void swap_sets(TABLE *table, std::vector<my_bitmap_map> *sets) {
 bool IndexCursor::no_row(int error) {
   if (error == 0) return false;
   if (error != HA_ERR_END_OF_FILE && error != HA_ERR_KEY_NOT_FOUND) {
-    write_to_log(("got error while scan index :" + std::to_string(error)).c_str());
+    write_to_log(
+        ("got error while scan index :" + std::to_string(error)).c_str());
     fail(error);
   }
   return true;
