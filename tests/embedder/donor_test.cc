@@ -296,6 +296,14 @@ TEST_F(Donor, UnknownIsNoErrorOfTheRows) {
   EXPECT_EQ(cursor.ints(2), (Ints{20, 40, 60}));
 }
 
+TEST_F(Donor, UnknownDoesNotHideWhyAnIndexIsRefused) {
+  sql.exec(
+      "CREATE TABLE f (id INT PRIMARY KEY, x TEXT, FULLTEXT KEY words (x))");
+  Cursor cursor({.table = "f", .index = "words", .donor = 4000000000});
+  EXPECT_FALSE(cursor.is_open());
+  EXPECT_EQ(cursor.error, 1178u);
+}
+
 TEST_F(Donor, UnknownWithAnUnknownIndexReportsTheIndex) {
   Cursor cursor({.index = "nothing", .donor = 4000000000});
   EXPECT_FALSE(cursor.is_open());

@@ -215,6 +215,54 @@ TEST_F(Ending, KillOfTheClientEndsTheReadOfItsOwnSnapshotOnAnyThread) {
   EXPECT_LT(ms_since(killed), 1000);
 }
 
+// Each step is short, and most only take a row that was fetched ahead.
+TEST_F(Ending, KillOfTheClientEndsALoopOfSteps) {
+  make(20000);
+  Client client;
+  client.exec("USE db");
+  std::atomic<bool> begun{false};
+  auto reply = call_on_client_thread(client, [&] {
+    Cursor cursor;
+    while (cursor.set_range()) {
+      while (cursor.next()) begun = true;
+      if (error_of(cursor.handle) != 0) break;
+    }
+    EXPECT_EQ(error_of(cursor.handle), 1317u);
+  });
+  ASSERT_TRUE(wait_until([&] { return begun.load(); }));
+  const auto killed = steady_clock::now();
+  sql.exec("KILL QUERY " + std::to_string(client.id()));
+  reply.get();
+  EXPECT_LT(ms_since(killed), 1000);
+}
+
+TEST_F(Ending, ACancelledRangeLeavesNone) {
+  make(10);
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  cursor_cancel(cursor.handle);
+  EXPECT_FALSE(cursor.set_range({.begin = Keys().number(5)}));
+  EXPECT_FALSE(cursor.next());
+  EXPECT_FALSE(cursor.read_int(0).has_value());
+  EXPECT_FALSE(read_parallel(cursor, 0, [](const Batch &) { return false; }));
+  EXPECT_EQ(cursor.ints(0, {.begin = Keys().number(9)}),
+            (std::vector<long long>{9, 10}));
+}
+
+TEST_F(Ending, AFailureStaysUntilTheNextRange) {
+  make(1000);
+  Cursor cursor;
+  ASSERT_TRUE(cursor.set_range());
+  ASSERT_TRUE(cursor.next());
+  kill_session(current_session());
+  while (cursor.next()) {
+  }
+  EXPECT_EQ(error_of(cursor.handle), 1317u);
+  EXPECT_FALSE(cursor.next());
+  EXPECT_EQ(error_of(cursor.handle), 1317u);
+}
+
 TEST_F(Ending, KillOfAnotherDonorEndsNothing) {
   make(50000);
   Client other;
@@ -417,6 +465,24 @@ TEST_F(Own_snapshot, IsUnknownAfterItsEnd) {
   EXPECT_EQ(session_error(current_session()).number, 1094u);
   EXPECT_EQ(cursor_snapshot(cursor.handle), 0);
   EXPECT_EQ(sql.number("SELECT 1"), 1);
+}
+
+TEST_F(Own_snapshot, IdIsNotGivenOutAgain) {
+  const uint32_t first = open_snapshot(nullptr, nullptr);
+  close_snapshot(first);
+  const uint32_t second = open_snapshot(nullptr, nullptr);
+  EXPECT_NE(second, first);
+  close_snapshot(first);
+  const Cursor cursor({.donor = second});
+  EXPECT_EQ(cursor_snapshot(cursor.handle), 1);
+  close_snapshot(second);
+}
+
+TEST_F(Own_snapshot, EndsWithoutAWordInTheLog) {
+  const Server_log log(sql);
+  close_snapshot(open_snapshot(nullptr, nullptr));
+  EXPECT_EQ(log.count("[ERROR]"), 0u) << log.text();
+  EXPECT_EQ(log.count("[Warning]"), 0u) << log.text();
 }
 
 TEST_F(Own_snapshot, HoldsBackPurgeUntilItsEnd) {

@@ -329,9 +329,9 @@ TEST_F(Partition_newer_than_the_snapshot, LeavesUnchangedTablesReadable) {
 
 class Locked_table : public Refusal {
  protected:
-  /** Have the pool hand out next a session that waits so long for metadata
-      locks. @return the session */
-  static void *wait_for_locks(int seconds) {
+  /** @return the session that the pool hands out next; its last user was ready
+      to wait so long. */
+  static void *next_session(int seconds = 10) {
     Cursor cursor({.timeout = seconds});
     void *session = current_session();
     // Negative is as good as for ever: a year at least.
@@ -353,29 +353,27 @@ class Locked_table : public Refusal {
 };
 
 TEST_F(Locked_table, WaitEndsWithTheTimeout) {
-  wait_for_locks(1);
   locker.exec("LOCK TABLES db.t WRITE");
-  expect_error(1205, {});
+  expect_error(1205, {.timeout = 1});
 }
 
 TEST_F(Locked_table, NoWaitWithATimeoutOfZero) {
-  wait_for_locks(0);
   locker.exec("LOCK TABLES db.t WRITE");
-  expect_error(1205, {});
+  expect_error(1205, {.timeout = 0});
 }
 
-TEST_F(Locked_table, FailedOpeningLeavesTheTimeoutOfTheSession) {
-  wait_for_locks(0);
+TEST_F(Locked_table, TimeoutOfTheSessionsLastUserDoesNotCount) {
+  void *session = next_session(1000);
   locker.exec("LOCK TABLES db.t WRITE");
-  expect_error(1205, {.timeout = 1000});
-  expect_error(1205, {.timeout = 1000});
+  expect_error(1205, {.timeout = 0});
+  EXPECT_EQ(current_session(), session);
 }
 
 TEST_F(Locked_table, NegativeTimeoutWaitsUntilTheLockIsGone) {
-  void *session = wait_for_locks(-1);
+  void *session = next_session(-1);
   locker.exec("LOCK TABLES db.t WRITE");
   std::future<void> opening = on_own_thread([] {
-    Cursor cursor;
+    Cursor cursor({.timeout = -1});
     EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
   });
   EXPECT_TRUE(waits(session));
@@ -385,10 +383,10 @@ TEST_F(Locked_table, NegativeTimeoutWaitsUntilTheLockIsGone) {
 }
 
 TEST_F(Locked_table, LongTimeoutWaitsUntilTheLockIsGone) {
-  void *session = wait_for_locks(1000);
+  void *session = next_session();
   locker.exec("LOCK TABLES db.t WRITE");
   std::future<void> opening = on_own_thread([] {
-    Cursor cursor;
+    Cursor cursor({.timeout = 1000});
     EXPECT_TRUE(cursor.is_open()) << cursor.error << cursor.message;
   });
   EXPECT_TRUE(waits(session));
@@ -396,9 +394,10 @@ TEST_F(Locked_table, LongTimeoutWaitsUntilTheLockIsGone) {
 }
 
 TEST_F(Locked_table, KillEndsTheWait) {
-  void *session = wait_for_locks(1000);
+  void *session = next_session();
   locker.exec("LOCK TABLES db.t WRITE");
-  std::future<void> opening = on_own_thread([this] { expect_error(1317, {}); });
+  std::future<void> opening =
+      on_own_thread([this] { expect_error(1317, {.timeout = 1000}); });
   EXPECT_TRUE(waits(session));
   kill_session(session);
   opening.get();
@@ -409,9 +408,8 @@ TEST_F(Locked_table, KillEndsTheWait) {
 }
 
 TEST_F(Locked_table, ReadLockOfAnotherSessionIsNoHindrance) {
-  wait_for_locks(1);
   locker.exec("LOCK TABLES db.t READ");
-  EXPECT_TRUE(Cursor().is_open());
+  EXPECT_TRUE(Cursor({.timeout = 1}).is_open());
 }
 
 TEST_F(Locked_table, RowLocksAreNoHindrance) {
@@ -433,9 +431,10 @@ TEST_F(Locked_table, DefinitionWaitsForTheCursor) {
 }
 
 TEST_F(Locked_table, TableGoneWhileWaiting) {
-  void *session = wait_for_locks(1000);
+  void *session = next_session();
   locker.exec("LOCK TABLES db.t WRITE");
-  std::future<void> opening = on_own_thread([this] { expect_error(1146, {}); });
+  std::future<void> opening =
+      on_own_thread([this] { expect_error(1146, {.timeout = 1000}); });
   EXPECT_TRUE(waits(session));
   locker.exec("DROP TABLE db.t");
   locker.exec("UNLOCK TABLES");

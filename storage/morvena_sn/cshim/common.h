@@ -100,6 +100,9 @@ class CommonApi {
       stays the calling thread's current session. */
   static void close_thd(void *my_thd);
 
+  /** The same for a session whose id must not be used again. */
+  static void destroy_thd(void *my_thd);
+
   /** @return the error number of the session's last report, 0 for none; its
       text goes to message (512 bytes), which stays as it is when there is no
       report */
@@ -165,7 +168,8 @@ class CommonApi {
       does not exist is no failure. May throw std::bad_alloc. */
   static trx_t *start_transaction(uint64_t snapshot_donor);
 
-  /** Whether a session reads under a snapshot already. */
+  /** Whether a session reads under a snapshot already; under READ UNCOMMITTED
+      it never does. */
   static bool has_snapshot(void *my_thd);
 
   /** Make a session a donor of its own: its transaction takes a view now and

@@ -35,6 +35,7 @@ struct IndexCursorWrapper final : CursorWrapper {
 
   // The row that cursor_set_read_range() found is still to be reported.
   bool first_read = false;
+  bool failed = false;  // the range ended by a failure
   std::unique_ptr<IndexCursor> cursor;
 };
 
@@ -136,10 +137,17 @@ bool cursor_set_read_range(uintptr_t cursor, field_arg *begin, field_arg *end,
   const Index_use use(cursor);
   if (!use) return false;
   Call call(use.get());
-  use->first_read = call && call.run(false, [&] {
+  use->failed = false;
+  if (!call) {
+    use->first_read = false;
+    use->cursor->forget_range();
+    return false;
+  }
+  use->first_read = call.run(false, [&] {
     return !use->cursor->set_read_range(begin, end, closed_begin, closed_end,
                                         reverse);
   });
+  use->failed = use->state.failure.is_set();
   return use->first_read;
 }
 
@@ -152,13 +160,17 @@ void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields) {
 bool cursor_advance(uintptr_t cursor) {
   const Index_use use(cursor);
   if (!use) return true;
+  // What ended the range stays its end.
+  if (use->failed && use->state.failure.is_set()) return true;
   Call call(use.get());
   if (!call) return true;
   if (use->first_read) {
     use->first_read = false;
     return false;
   }
-  return call.run(true, [&] { return use->cursor->advance(); });
+  const bool ended = call.run(true, [&] { return use->cursor->advance(); });
+  use->failed = use->state.failure.is_set();
+  return ended;
 }
 
 bool cursor_advance_parallel(uintptr_t cursor, size_t nthreads,

@@ -429,7 +429,8 @@ void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields);
 
 /**
   Move to the next row of the range, in the range's order. The first call
-  after a cursor_set_read_range() that answered true stays on its row.
+  after a cursor_set_read_range() that answered true stays on its row. A failure
+  that ended a range stays the handle's error until the next range.
 
   @retval false  a row is current; the cursor_read_field_* functions read it
   @retval true   no further row, no range set, the read failed or the cursor's

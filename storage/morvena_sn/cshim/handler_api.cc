@@ -178,10 +178,12 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   TABLE *table = static_cast<TABLE *>(my_table);
   trx_t *trx = CommonApi::start_transaction(snapshot_donor);
   if (trx == nullptr) return nullptr;
+  // An unknown donor is no failure: it must not hide one that comes after it.
+  THD *thd = table->in_use;
+  const bool is_donor_unknown = thd->is_error();
+  thd->clear_error();
   KEY *key = find_key_by_name(table, idx_name != nullptr ? idx_name : "");
   if (key == nullptr) {
-    // An unknown donor is no failure, and is not what is reported.
-    table->in_use->clear_error();
     my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name != nullptr ? idx_name : "",
              table->s->table_name.str);
     return nullptr;
@@ -198,6 +200,9 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   if (!start_index_scan(table, key)) return nullptr;
   if (can_fetch_ahead(key, index_only)) set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
+  if (is_donor_unknown) {
+    my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(snapshot_donor));
+  }
   return cursor.release();
 }
 

@@ -61,6 +61,11 @@ class IndexCursor {
   /** @retval false on the range's first row  @retval true no row, or error */
   bool set_read_range(const field_arg *begin, const field_arg *end,
                       bool closed_begin, bool closed_end, bool reverse);
+  /** There is no range to read any more. */
+  void forget_range() {
+    has_row_ = false;
+    bounds_ = Bounds::REFUSED;
+  }
   /** @retval false on the next row  @retval true no further row, or error */
   bool advance();
 

@@ -66,15 +66,14 @@ class Session_calls {
  private:
   friend class Watch;
 
-  void interrupt_if_killed();
   void clear_kill();
 
   THD *const thd_;
   const uint32_t owner_;
   // Odd while a call is under way. Stored before to_be_ended_ is looked at; the
-  // watch stores to_be_ended_ before it looks at the number again.
+  // watch stores to_be_ended_ before it looks at the number.
   std::atomic<uint64_t> number_{0};
-  std::atomic<uint64_t> to_be_ended_{0};  // the call whose client was killed
+  std::atomic<bool> to_be_ended_{false};  // its client or owner was killed
   std::atomic<uint32_t> client_{0};       // on whose thread the call runs
   std::atomic<bool> cancelled_{false};    // set under the watch's mutex
   std::atomic<bool> opening_{false};

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <ctime>
 #include <iostream>
+#include <new>
 #include <string>
 
 #include "common/counters.h"
@@ -85,8 +86,21 @@ void Failure::clear() {
 void Failure::set(unsigned int code, const char *text) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (is_set()) return;
-  copy_text(text_, sizeof text_, text);
+  if (text_ == nullptr) text_ = new (std::nothrow) char[text_bytes];
+  if (text_ != nullptr) copy_text(text_, text_bytes, text);
   code_.store(code, std::memory_order_release);
+}
+
+const char *Failure::text() const {
+  if (!is_set()) return "";
+  return text_ != nullptr ? text_ : "Out of memory";
+}
+
+void Failure::end() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  code_ = 0;
+  delete[] text_;
+  text_ = nullptr;
 }
 
 void Failure::raise(unsigned int code, const char *text) {

@@ -38,6 +38,11 @@ class Failure {
  public:
   static constexpr size_t text_bytes = 512;
 
+  Failure() = default;
+  ~Failure() { delete[] text_; }
+  Failure(const Failure &) = delete;
+  Failure &operator=(const Failure &) = delete;
+
   /** A call begins. */
   void clear();
   void set(unsigned int code, const char *text);
@@ -59,12 +64,14 @@ class Failure {
   bool is_set() const { return code() != 0; }
   unsigned int code() const { return code_.load(std::memory_order_acquire); }
   /** Until clear(); empty without a failure. */
-  const char *text() const { return is_set() ? text_ : ""; }
+  const char *text() const;
+  /** The handle is closed: give the text's memory back. */
+  void end();
 
  private:
   std::mutex mutex_;
   std::atomic<unsigned int> code_{0};  // set under mutex_, after text_
-  char text_[text_bytes] = "";
+  char *text_ = nullptr;  // made by the first failure; under mutex_ until then
 };
 
 #endif  // MORVENA_SN_COMMON_FAILURE_H

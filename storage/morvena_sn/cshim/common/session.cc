@@ -11,6 +11,7 @@
 // reuse when it is closed.
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -29,9 +30,12 @@ namespace {
 // InnoDB transaction, which is being freed. Under thd_pool_mutex.
 size_t n_closing = 0;
 
-// The session of ours that the thread was bound to last. It may be gone: any
-// thread destroys idle ones.
+// The session of ours that the thread was bound to last. It may be gone, since
+// any thread destroys idle ones, and a client's may lie there.
 thread_local const THD *bound = nullptr;
+// How many sessions had been destroyed when it was known to be ours.
+thread_local uint64_t bound_at = 0;
+std::atomic<uint64_t> n_destroyed{0};
 
 // The client whose session was the thread's before one of ours.
 thread_local uint32_t client_of_thread = 0;
@@ -47,6 +51,32 @@ std::unordered_set<THD *> &in_use() {
 std::unordered_set<const THD *> &workers_sessions() {
   static std::unordered_set<const THD *> sessions;
   return sessions;
+}
+
+class Find_by_address : public Find_THD_Impl {
+ public:
+  explicit Find_by_address(const THD *wanted) : wanted_(wanted) {}
+  bool operator()(THD *thd) override { return thd == wanted_; }
+
+ private:
+  const THD *wanted_;
+};
+
+bool is_a_clients(const THD *thd) {
+  Find_by_address finder(thd);
+  return static_cast<bool>(
+      Global_THD_manager::get_instance()->find_thd(&finder));
+}
+
+// Whether the thread's current session is one that a cursor left with it, gone
+// or not.
+bool has_own_session() {
+  if (current_thd != bound || bound == nullptr) return false;
+  const uint64_t destroyed = n_destroyed;
+  if (bound_at == destroyed) return true;
+  bound_at = destroyed;
+  if (is_a_clients(bound)) bound = nullptr;
+  return bound != nullptr;
 }
 
 THD *take_idle_session(Session_role role) {
@@ -94,6 +124,7 @@ void adapt_to_cursors(THD *thd) {
 void bind_to_thread(THD *thd) {
   make_current(thd);
   bound = thd;
+  bound_at = n_destroyed;
 }
 
 void destroy_session(THD *thd) {
@@ -102,8 +133,8 @@ void destroy_session(THD *thd) {
     const thread_row::Bound bound_row(row);
     thd->get_protocol_classic()->end_net();
     thd->release_resources();
-    // A client's may come to lie there.
     if (bound == thd) bound = nullptr;
+    ++n_destroyed;
     delete thd;
   }
   thread_row::destroy(row);
@@ -186,6 +217,7 @@ void CommonApi::thd_attach(void *my_thd, void **original_thd) {
   // measure this thread's stack from the other's.
   if (current_thd == thd && my_thread_equal(thd->real_id, my_thread_self())) {
     bound = thd;
+    bound_at = n_destroyed;
     return;
   }
   bind_to_thread(thd);
@@ -193,7 +225,7 @@ void CommonApi::thd_attach(void *my_thd, void **original_thd) {
 
 void CommonApi::attach_over_own(void *my_thd) {
   if (current_thd == my_thd) return;
-  if (current_thd == nullptr || current_thd == bound) {
+  if (current_thd == nullptr || has_own_session()) {
     bind_to_thread(static_cast<THD *>(my_thd));
   }
 }
@@ -213,7 +245,7 @@ uint32_t CommonApi::calling_client() {
   const THD *thd = current_thd;
   if (thd == nullptr) {
     client_of_thread = 0;
-  } else if (thd != bound) {
+  } else if (!has_own_session()) {
     client_of_thread = thd->thread_id();
   }
   return client_of_thread;
@@ -227,8 +259,10 @@ void CommonApi::copy_settings(const void *from_thd, void *to_thd) {
   to->start_time = from->start_time;
 }
 
-void CommonApi::close_thd(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+namespace {
+
+// @return whether the session was taken into the pool
+bool give_back(THD *thd, bool to_pool) {
   const thread_row::Bound bound_row(thd);
   {
     const std::lock_guard<std::mutex> lock(thd_pool_mutex);
@@ -239,15 +273,26 @@ void CommonApi::close_thd(void *my_thd) {
   release_transaction(thd);
   release_memory(thd);
   bound_row.become_idle();
-  {
-    const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-    --n_closing;
-    if (thd_pool.size() < thd_pool_max_size) {
-      thd_pool.push_back(thd);
-      return;
-    }
-    workers_sessions().erase(thd);
+  const std::lock_guard<std::mutex> lock(thd_pool_mutex);
+  --n_closing;
+  if (to_pool && thd_pool.size() < thd_pool_max_size) {
+    thd_pool.push_back(thd);
+    return true;
   }
+  workers_sessions().erase(thd);
+  return false;
+}
+
+}  // namespace
+
+void CommonApi::close_thd(void *my_thd) {
+  THD *thd = static_cast<THD *>(my_thd);
+  if (!give_back(thd, true)) destroy_session(thd);
+}
+
+void CommonApi::destroy_thd(void *my_thd) {
+  THD *thd = static_cast<THD *>(my_thd);
+  give_back(thd, false);
   destroy_session(thd);
 }
 
@@ -260,7 +305,7 @@ uint CommonApi::get_last_error(void *my_thd, char *message) {
 
 void CommonApi::destroy_idle_sessions() {
   // One of ours is bound again by whoever uses it, if it is alive.
-  THD *clients = current_thd == bound ? nullptr : current_thd;
+  THD *clients = has_own_session() ? nullptr : current_thd;
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
   for (THD *thd : thd_pool) {
     if (thd == clients) clients = nullptr;

@@ -195,7 +195,8 @@ trx_t *CommonApi::start_transaction(uint64_t snapshot_donor) {
 bool CommonApi::has_snapshot(void *my_thd) {
   THD *thd = static_cast<THD *>(my_thd);
   const trx_t *trx = transaction_of(thd);
-  return trx != nullptr && MVCC::is_view_active(trx->read_view);
+  return trx != nullptr && trx->isolation_level != TRX_ISO_READ_UNCOMMITTED &&
+         MVCC::is_view_active(trx->read_view);
 }
 
 uint32_t CommonApi::make_donor(void *my_thd) {
@@ -203,7 +204,10 @@ uint32_t CommonApi::make_donor(void *my_thd) {
   // A session that has not used InnoDB has none.
   trx_t *trx = check_trx_exists(thd);
   host::start_read_transaction(trx);
-  if (trx_assign_read_view(trx) == nullptr) throw std::bad_alloc();
+  // A server that takes no changes has no views and needs none.
+  if (trx_assign_read_view(trx) == nullptr && !srv_read_only_mode) {
+    throw std::bad_alloc();
+  }
   const std::lock_guard<std::mutex> lock(donors_mutex);
   own_donors.emplace(thd->thread_id(), thd);
   return thd->thread_id();
@@ -215,6 +219,9 @@ void *CommonApi::drop_donor(uint32_t id) {
   if (found == own_donors.end()) return nullptr;
   THD *thd = found->second;
   own_donors.erase(found);
+  // No statement has told the server of the transaction, so it would not end
+  // it.
+  trx_commit_for_mysql(transaction_of(thd));
   return thd;
 }
 

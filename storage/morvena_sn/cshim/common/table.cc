@@ -8,7 +8,9 @@
 
 // Tables: opened and locked in a session the way a statement would.
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "common.h"
 #include "host.h"
@@ -55,6 +57,34 @@ host::Table_ref *make_table_ref(THD *thd, const char *db_name,
   MDL_REQUEST_INIT(&ref->mdl_request, MDL_key::TABLE, db, table,
                    metadata_lock_for(lock_type), MDL_TRANSACTION);
   return ref;
+}
+
+// The host gives up without an error where the session is the victim of a
+// deadlock over metadata, with an ALTER that waits for an old definition, say:
+// a statement then lets everything go and opens once more. So does this, as
+// long as for a lock.
+TABLE *try_to_open(THD *thd, const char *db_name, const char *table_name,
+                   int lock_type) {
+  const auto give_up = std::chrono::steady_clock::now() +
+                       std::chrono::seconds(thd->variables.lock_wait_timeout);
+  for (;;) {
+    host::Table_ref *ref = make_table_ref(thd, db_name, table_name, lock_type);
+    if (ref == nullptr) return nullptr;
+    Open_table_context context(thd, 0);
+    if (!::open_table(thd, ref, &context)) return ref->table;
+    if (thd->is_error()) return nullptr;
+    if (thd->killed != THD::NOT_KILLED) {
+      // Of a kill before the opening the host says nothing.
+      my_error(ER_QUERY_INTERRUPTED, MYF(0));
+      return nullptr;
+    }
+    if (std::chrono::steady_clock::now() >= give_up) {
+      my_error(ER_LOCK_WAIT_TIMEOUT, MYF(0));
+      return nullptr;
+    }
+    thd->mdl_context.release_transactional_locks();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
 }
 
 // Closes dictionary tables on the way out.
@@ -122,15 +152,7 @@ void *CommonApi::open_table(void *my_thd, const char *db_name,
     my_error(ER_WRONG_OBJECT, MYF(0), db_name, table_name, "BASE TABLE");
     return nullptr;
   }
-  host::Table_ref *ref = make_table_ref(thd, db_name, table_name, lock_type);
-  if (ref == nullptr) return nullptr;
-  Open_table_context context(thd, 0);
-  if (::open_table(thd, ref, &context)) {
-    // The host says nothing where the session had been killed before.
-    if (!thd->is_error() && thd->killed) my_error(ER_QUERY_INTERRUPTED, MYF(0));
-    return nullptr;
-  }
-  TABLE *table = ref->table;
+  TABLE *table = try_to_open(thd, db_name, table_name, lock_type);
   if (table == nullptr) return nullptr;
   if (table->s->db_type() != innodb_hton) {
     my_error(ER_ILLEGAL_HA, MYF(0), table_name);

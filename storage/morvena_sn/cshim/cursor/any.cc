@@ -15,7 +15,8 @@
 
 namespace {
 
-using Any_look = Handle_use<CursorWrapper, Use::LOOK>;
+// A parallel read takes its snapshot meanwhile.
+using Any_use = Handle_use<CursorWrapper, Use::ALONE>;
 
 constexpr unsigned int no_handle = ER_WRONG_ARGUMENTS;
 
@@ -51,7 +52,7 @@ bool cursor_progress(uintptr_t handle, uint64_t *rows, uint64_t *pages,
 }
 
 int cursor_snapshot(uintptr_t cursor) {
-  const Any_look use(cursor);
+  const Any_use use(cursor);
   if (!use) return 0;
   if (use->has_donors_snapshot) return 1;
   return CommonApi::has_snapshot(use->thd) ? 2 : 0;

@@ -66,6 +66,7 @@ void release(CursorWrapper *wrapper) {
   counters::add(Tally::CURSORS_OPEN, -1);
   CommonApi::thd_attach(wrapper->thd, nullptr);
   wrapper->drop_cursor();
+  wrapper->state.failure.end();
   CommonApi::unlock_table(wrapper->thd, wrapper->table, HDL_READ);
   CommonApi::close_thd(wrapper->thd);
 }

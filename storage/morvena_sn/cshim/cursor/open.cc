@@ -108,6 +108,7 @@ void report_failure(const Open_report &to, void *thd) {
   if (!session->is_error() && session->killed != THD::NOT_KILLED) {
     my_error(ER_QUERY_INTERRUPTED, MYF(0));
   }
+  if (!session->is_error()) my_error(ER_UNKNOWN_ERROR, MYF(0));
   report_session(to, thd);
 }
 
@@ -211,5 +212,5 @@ void close_donor(uint32_t id) {
   void *thd = CommonApi::drop_donor(id);
   if (thd == nullptr) return;
   CommonApi::thd_attach(thd, nullptr);
-  CommonApi::close_thd(thd);
+  CommonApi::destroy_thd(thd);
 }

@@ -17,6 +17,7 @@
 #include <new>
 #include <string>
 
+#include "common/counters.h"
 #include "innodb_api.h"
 
 #include "srv0srv.h"
@@ -110,6 +111,8 @@ Refusal refusal(const dict_index_t *index, const TABLE *table,
 bool take_snapshot(trx_t *trx) {
   if (srv_read_only_mode) return true;
   if (trx->isolation_level == TRX_ISO_READ_UNCOMMITTED) return true;
+  if (MVCC::is_view_active(trx->read_view)) return true;
+  counters::count(Tally::SNAPSHOTS_TAKEN);
   return trx_assign_read_view(trx) != nullptr;
 }
 
