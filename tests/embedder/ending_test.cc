@@ -32,6 +32,12 @@ unsigned int error_of(uintptr_t handle) {
   return cursor_error(handle, nullptr);
 }
 
+/** Whether one worker reads all or several do is no matter here. */
+template <class Reader>
+bool read_by_any(const Reader &reader, size_t threads, const On_batch &take) {
+  return read_parallel(reader, threads, take, Workers::any);
+}
+
 class Ending : public Parallel_test {
  protected:
   void make(size_t n_rows) {
@@ -60,7 +66,7 @@ TEST_F(Ending, CancelEndsAParallelRead) {
       cancelled = steady_clock::now();
       cursor_cancel(scan.handle);
     });
-    EXPECT_FALSE(read_parallel(scan, threads, [&](const Batch &batch) {
+    EXPECT_FALSE(read_by_any(scan, threads, [&](const Batch &batch) {
       begun = true;
       return take_time(batch);
     }));
@@ -156,7 +162,7 @@ TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
         client,
         [&] {
           Scan scan;
-          complete = read_parallel(scan, 2, [&](const Batch &batch) {
+          complete = read_by_any(scan, 2, [&](const Batch &batch) {
             begun = true;
             return take_time(batch);
           });
@@ -183,7 +189,7 @@ TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
   bool complete = false;
   call_on_client_thread(client, [&] {
     const Scan scan;
-    complete = read_parallel(scan, 2, [](const Batch &) { return false; });
+    complete = read_by_any(scan, 2, [](const Batch &) { return false; });
   }).get();
   EXPECT_TRUE(complete);
   end_by("KILL " + std::to_string(client.id()), "");
@@ -201,7 +207,7 @@ TEST_F(Ending, KillOfTheClientEndsTheReadOfItsOwnSnapshotOnAnyThread) {
     const Scan scan({.donor = client.id()});
     EXPECT_EQ(cursor_snapshot(scan.handle), 1);
     on_own_thread([&] {
-      EXPECT_FALSE(read_parallel(scan, 2, [&](const Batch &batch) {
+      EXPECT_FALSE(read_by_any(scan, 2, [&](const Batch &batch) {
         begun = true;
         return take_time(batch);
       }));
@@ -245,7 +251,7 @@ TEST_F(Ending, ACancelledRangeLeavesNone) {
   EXPECT_FALSE(cursor.set_range({.begin = Keys().number(5)}));
   EXPECT_FALSE(cursor.next());
   EXPECT_FALSE(cursor.read_int(0).has_value());
-  EXPECT_FALSE(read_parallel(cursor, 0, [](const Batch &) { return false; }));
+  EXPECT_FALSE(read_by_any(cursor, 0, [](const Batch &) { return false; }));
   EXPECT_EQ(cursor.ints(0, {.begin = Keys().number(9)}),
             (std::vector<long long>{9, 10}));
 }
@@ -270,7 +276,7 @@ TEST_F(Ending, KillOfAnotherDonorEndsNothing) {
   other.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   const Scan scan({.donor = other.id()});
   std::atomic<bool> killed{false};
-  EXPECT_TRUE(read_parallel(scan, 2, [&](const Batch &) {
+  EXPECT_TRUE(read_by_any(scan, 2, [&](const Batch &) {
     if (!killed.exchange(true)) {
       sql.exec("KILL " + std::to_string(other.id()));
       std::this_thread::sleep_for(milliseconds(300));
@@ -348,8 +354,7 @@ class Ending_in_full_flow : public Ending {
             const Scan scan({.donor = own_donor ? client.id() : 0});
             handle = scan.handle;
             // Until it is ended: one read may be over before.
-            while (
-                read_parallel(scan, 2, [](const Batch &) { return false; })) {
+            while (read_by_any(scan, 2, [](const Batch &) { return false; })) {
             }
             returned = steady_clock::now();
             EXPECT_EQ(error_of(scan.handle), 1317u) << way;
@@ -397,7 +402,7 @@ TEST_F(Ending, ProgressIsKnownWhileAReadRuns) {
   EXPECT_EQ(rows, 0u);
   for (const size_t threads : {0, 3}) {
     std::atomic<uint64_t> largest{0};
-    EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &) {
+    EXPECT_TRUE(read_by_any(scan, threads, [&](const Batch &) {
       uint64_t seen = 0;
       EXPECT_TRUE(cursor_progress(scan.handle, &seen, nullptr, nullptr));
       largest = std::max(largest.load(), seen);

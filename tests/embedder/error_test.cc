@@ -20,6 +20,12 @@ namespace {
 
 using namespace harness;
 
+/** Whether one worker reads all or several do is no matter here. */
+template <class Reader>
+bool read_by_any(const Reader &reader, size_t threads, const On_batch &take) {
+  return read_parallel(reader, threads, take, Workers::any);
+}
+
 struct Told {
   unsigned int code;
   std::string text;
@@ -54,7 +60,7 @@ TEST_F(Cursor_error, IsZeroAfterCallsThatDoNotFail) {
   }
   EXPECT_EQ(error_of(cursor).code, 0u);
   EXPECT_EQ(error_of(cursor).text, "");
-  EXPECT_TRUE(read_parallel(cursor, 2, go_on));
+  EXPECT_TRUE(read_by_any(cursor, 2, go_on));
   EXPECT_EQ(error_of(cursor).code, 0u);
   EXPECT_FALSE(cursor.read_int(7).has_value());
   EXPECT_EQ(error_of(cursor).code, 0u);
@@ -94,7 +100,7 @@ TEST_F(Cursor_error, ToldByAKillOfAParallelRead) {
   for (const size_t threads : {0, 1, 4}) {
     Scan scan;
     void *const session = current_session();
-    EXPECT_FALSE(read_parallel(scan, threads, [&](const Batch &) {
+    EXPECT_FALSE(read_by_any(scan, threads, [&](const Batch &) {
       kill_session(session);
       return false;
     }));
@@ -107,7 +113,7 @@ TEST_F(Cursor_error, OfAKilledReadOfAnEmptyTable) {
   for (const size_t threads : {0, 1, 4}) {
     Scan scan;
     kill_session(current_session());
-    EXPECT_FALSE(read_parallel(scan, threads, go_on)) << threads;
+    EXPECT_FALSE(read_by_any(scan, threads, go_on)) << threads;
     EXPECT_EQ(error_of(scan).code, 1317u) << threads;
   }
 }
@@ -117,15 +123,15 @@ TEST_F(Cursor_error, SaysThatTheCallbackStoppedTheRead) {
   Scan scan;
   for (const size_t threads : {0, 1, 4}) {
     EXPECT_FALSE(
-        read_parallel(scan, threads, [](const Batch &) { return true; }));
+        read_by_any(scan, threads, [](const Batch &) { return true; }));
     EXPECT_EQ(error_of(scan).code, 10135u);
     EXPECT_EQ(error_of(scan).text, "The callback stopped the read");
-    EXPECT_FALSE(read_parallel(scan, threads, [](const Batch &) -> bool {
+    EXPECT_FALSE(read_by_any(scan, threads, [](const Batch &) -> bool {
       throw std::runtime_error("its own");
     }));
     EXPECT_EQ(error_of(scan).code, 10135u);
     EXPECT_EQ(error_of(scan).text, "The callback threw an exception");
-    EXPECT_TRUE(read_parallel(scan, threads, go_on));
+    EXPECT_TRUE(read_by_any(scan, threads, go_on));
     EXPECT_EQ(error_of(scan).code, 0u);
   }
 }
@@ -133,7 +139,7 @@ TEST_F(Cursor_error, SaysThatTheCallbackStoppedTheRead) {
 TEST_F(Cursor_error, IsZeroWhereALastBatchIsRefused) {
   make(10);
   Scan scan;
-  EXPECT_TRUE(read_parallel(scan, 0, [](const Batch &) { return true; }));
+  EXPECT_TRUE(read_by_any(scan, 0, [](const Batch &) { return true; }));
   EXPECT_EQ(error_of(scan).code, 0u);
 }
 
@@ -146,13 +152,13 @@ TEST_F(Cursor_error, NamesWhatAParallelReadCannotRead) {
       " PARTITIONS 2");
   const Server_log log(sql);
   Cursor of_virtual({.index = "by_w"});
-  EXPECT_FALSE(read_parallel(of_virtual, 2, go_on));
+  EXPECT_FALSE(read_by_any(of_virtual, 2, go_on));
   EXPECT_EQ(error_of(of_virtual).code, 1178u);
   const std::string text =
       "Cannot do parallel scan on index with virtual field";
   EXPECT_EQ(error_of(of_virtual).text, text);
   Cursor of_partitions({.table = "p"});
-  EXPECT_FALSE(read_parallel(of_partitions, 2, go_on));
+  EXPECT_FALSE(read_by_any(of_partitions, 2, go_on));
   EXPECT_EQ(error_of(of_partitions).code, 1178u);
   // The line has a time stamp: year, month, day, the T before the time.
   const std::string written = log.text();
