@@ -20,7 +20,7 @@ tests := $(if $(filter thread,$(SANITIZE)),-R ^unit)
 override BUILD := $(folder)
 export BUILD
 
-.PHONY: all host build server stop demo test soak bench clean format help
+.PHONY: all host build server stop demo test soak bench clean format lint help
 .NOTPARALLEL:
 
 all: build
@@ -67,8 +67,10 @@ clean:
 	rm -rf $(folder)
 
 format:
-	@command -v clang-format >/dev/null || { echo "format: clang-format is not installed"; exit 1; }
-	git ls-files -co --exclude-standard '*.h' '*.cc' '*.c' | xargs clang-format -i
+	@tools/lint.sh format
+
+lint:
+	@tools/lint.sh formatted
 
 help:
 	@echo 'make          fetch the host server, build $(BUILD)/plugin/morvena_sn.so'
@@ -79,6 +81,7 @@ help:
 	@echo 'make demo     read real data through the plug-in, and compare with SQL'
 	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'
 	@echo 'make format   clang-format the sources'
+	@echo 'make lint     are they formatted'
 	@echo 'make clean    end the servers in $(BUILD) and delete it'
 	@echo 'Variables: BUILD, HOST_SOURCE, HOST_BUILD, HOST_MYSQLD, SANITIZE (see'
 	@echo 'Makefile), JOBS'

@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Looks at our sources without compiling them.
+#
+#   tools/lint.sh formatted       are they formatted? Shows what is not
+#   tools/lint.sh format          formats them
+#
+# Fails where something is wrong, with 77 where nothing was looked at: the program
+# is missing, or the list of what to look at.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+# Debian 12's. Another version formats differently.
+version=14
+
+cannot() {
+  echo "lint: $*" >&2
+  exit 77
+}
+
+# The program NAME in that version.
+tool() {
+  local name
+  for name in "$1-$version" "$1"; do
+    if "$name" --version 2>/dev/null | grep -q "version $version\."; then
+      echo "$name"
+      return
+    fi
+  done
+  cannot "$1 $version, Debian 12's, is not installed"
+}
+
+# The files of PATTERN..., committed or not, but none that git ignores.
+sources() {
+  local list file
+  list=$(git ls-files -co --exclude-standard "$@") ||
+    cannot "git does not list the sources"
+  while read -r file; do
+    if [[ -e $file ]]; then echo "$file"; fi
+  done <<<"$list"
+}
+
+clang_format() {
+  local program list
+  program=$(tool clang-format)
+  list=$(sources '*.h' '*.cc' '*.c')
+  xargs "$program" "$@" <<<"$list"
+}
+
+case ${1-} in
+  formatted) clang_format --dry-run -Werror ;;
+  format) clang_format -i ;;
+  *)
+    sed -n '2,/^set /s/^#//p' "$0"
+    exit 2
+    ;;
+esac
