@@ -69,8 +69,10 @@ clean:
 format:
 	@tools/lint.sh format
 
+# clang-tidy needs a build's compile commands, and takes minutes.
 lint:
 	@tools/lint.sh formatted
+	@tools/lint.sh tidy || test $$? = 77
 
 help:
 	@echo 'make          fetch the host server, build $(BUILD)/plugin/morvena_sn.so'
@@ -81,7 +83,7 @@ help:
 	@echo 'make demo     read real data through the plug-in, and compare with SQL'
 	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'
 	@echo 'make format   clang-format the sources'
-	@echo 'make lint     are they formatted'
+	@echo 'make lint     are they formatted, and what does clang-tidy say of them'
 	@echo 'make clean    end the servers in $(BUILD) and delete it'
 	@echo 'Variables: BUILD, HOST_SOURCE, HOST_BUILD, HOST_MYSQLD, SANITIZE (see'
 	@echo 'Makefile), JOBS'

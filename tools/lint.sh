@@ -3,13 +3,17 @@
 #
 #   tools/lint.sh formatted       are they formatted? Shows what is not
 #   tools/lint.sh format          formats them
+#   tools/lint.sh tidy [FILE...]  clang-tidy with the checks of .clang-tidy, on
+#                                 these files or on all of the module and the
+#                                 examples; $BUILD/cmake has the compile commands
 #
 # Fails where something is wrong, with 77 where nothing was looked at: the program
 # is missing, or the list of what to look at.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+commands=${BUILD:-build}/cmake
 
-# Debian 12's. Another version formats differently.
+# Debian 12's. Another version formats differently and checks other things.
 version=14
 
 cannot() {
@@ -46,9 +50,28 @@ clang_format() {
   xargs "$program" "$@" <<<"$list"
 }
 
+# Says something only of a file in which there is something.
+# shellcheck disable=SC2016
+tidy() {
+  local program list
+  program=$(tool clang-tidy)
+  [[ -e $commands/compile_commands.json ]] ||
+    cannot "$commands has no compile commands; make writes them"
+  if [[ $# -gt 0 ]]; then
+    list=$(printf '%s\n' "$@")
+  else
+    list=$(sources 'storage/*.cc' 'examples/*.cc')
+  fi
+  xargs -n 1 -P "$(nproc)" sh -c 'found=$("$@" 2>&1) || {
+      printf "%s\n" "$found" | grep -v " generated\.$"
+      exit 1
+    }' sh "$program" -p "$commands" --quiet <<<"$list"
+}
+
 case ${1-} in
   formatted) clang_format --dry-run -Werror ;;
   format) clang_format -i ;;
+  tidy) tidy "${@:2}" ;;
   *)
     sed -n '2,/^set /s/^#//p' "$0"
     exit 2
