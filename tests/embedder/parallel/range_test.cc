@@ -195,7 +195,7 @@ TEST_F(Parallel_deep_range, EveryKeyAsBothBounds) {
       Ints expected;
       for (int i = from / 2 * 2 + 2; i < to; i += 2) expected.push_back(i);
       for (const size_t threads : {size_t{0}, size_t{2}, size_t{5}})
-        EXPECT_EQ(collect_ints(cursor, threads, 1, workers_for(expected, 10)),
+        EXPECT_EQ(collect_ints(cursor, threads, 1, workers_for(expected, 25)),
                   expected)
             << from << " to " << to << " by " << threads;
     }
