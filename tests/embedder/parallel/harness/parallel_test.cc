@@ -263,7 +263,9 @@ template <class Reader, class Result>
 Result read_until_shared(
     const Reader &reader, size_t threads, Workers workers,
     const std::function<void(const Batch &, Result *)> &take) {
-  for (int left = 3;; --left) {
+  const auto give_up =
+      std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  for (int left = 50;; --left) {
     Result result;
     const Read read = read_counting(
         reader, threads,
@@ -273,7 +275,10 @@ Result read_until_shared(
         },
         workers);
     result.complete = read.complete;
-    if (left > 1 && is_short_of_workers(read, threads, workers)) continue;
+    if (is_short_of_workers(read, threads, workers) && left > 1 &&
+        std::chrono::steady_clock::now() < give_up) {
+      continue;
+    }
     expect_workers(read, threads, workers);
     std::sort(result.rows.begin(), result.rows.end());
     return result;
