@@ -9,6 +9,7 @@
 // Snapshots: a cursor's transaction reads through a copy of the donor's view.
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <mutex>
@@ -54,13 +55,18 @@ std::map<uint32_t, THD *> own_donors;  // under donors_mutex
 // While the donor reads system tables, the dictionary's above all, the server
 // puts a temporary transaction into the session's InnoDB slot. Its snapshot is
 // a different one, and it is freed without the donor's mutex: never copy it.
-// The slot is emptied before the session's flag is set and filled after the
-// flag is cleared, so it is read first.
-bool reads_system_tables(THD *donor) {
-  const bool is_empty = thd_get_ha_data(donor, innodb_hton) == nullptr;
-  std::atomic_thread_fence(std::memory_order_acquire);
-  if (donor->is_attachable_transaction_active()) return true;
-  return is_empty && has_transaction(donor);
+// The slot is emptied before the session's flag is set, and has the donor's own
+// transaction again before the flag is cleared. So what the slot holds before
+// and after the flag was seen cleared is the donor's own, if it is the same.
+// @return whether the donor can be asked; *trx is its own transaction, null if
+// it has none
+bool find_own_transaction(THD *donor, trx_t **trx) {
+  *trx = transaction_of(donor);
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  if (donor->is_attachable_transaction_active()) return false;
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  if (transaction_of(donor) != *trx) return false;
+  return *trx != nullptr || !has_transaction(donor);
 }
 
 // The donor's view can be neither closed under the mutex, removed nor reopened
@@ -120,10 +126,9 @@ bool ask_donor(trx_t *trx, uint64_t id, bool *copied) {
     my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(id));
     return true;
   }
-  if (reads_system_tables(donor.get())) return false;
-  if (trx_t *donor_trx = transaction_of(donor.get())) {
-    *copied = copy_view(trx, donor_trx);
-  }
+  trx_t *donor_trx = nullptr;
+  if (!find_own_transaction(donor.get(), &donor_trx)) return false;
+  if (donor_trx != nullptr) *copied = copy_view(trx, donor_trx);
   return true;
 }
 
