@@ -63,6 +63,8 @@ void Definer::move_away_and_back(const Table &table) {
 // However often it takes: a table must not stay away. At a shutdown it may.
 void Definer::put_back() {
   for (int i = 0; i < 20; ++i) {
+    // A shutdown waits for this, and a client may hold the table until then.
+    if (world_.stop && i >= 5) return;
     if (!connection_.connect()) {
       if (world_.stop) return;
       continue;

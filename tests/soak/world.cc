@@ -83,7 +83,7 @@ bool Connection::connect() {
     if (may_be_killed()) world_.targets.add(role_, client_->id());
     // What waits must let the others go on.
     client_->exec(
-        "SET lock_wait_timeout = 2, innodb_lock_wait_timeout = 1,"
+        "SET lock_wait_timeout = 1, innodb_lock_wait_timeout = 1,"
         " cte_max_recursion_depth = 1000000");
     client_->exec("USE soak");
     return true;
