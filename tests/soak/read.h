@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "cursor.h"
 #include "tables.h"
 
 namespace soak {
@@ -78,6 +79,7 @@ class Open_read {
   Open_read &operator=(const Open_read &) = delete;
 
   bool is_open() const { return handle_ != 0; }
+  bool has_donors_snapshot() const { return cursor_snapshot(handle_) == 1; }
   Delivery read();
   void close();
   bool was_killed() const { return killed_; }

@@ -63,7 +63,7 @@ class Reader {
  private:
   void read_once();
   bool begin(const Plan &plan);
-  void write(const Plan &plan);
+  bool write(const Plan &plan);
   bool ask(const Plan &plan);
   void meet_fate();
   void finish_fate();
@@ -98,12 +98,12 @@ bool Reader::begin(const Plan &plan) {
   if (donor_.attempt("ROLLBACK").error != 0) return false;
   if (donor_.attempt("START TRANSACTION WITH CONSISTENT SNAPSHOT").error != 0)
     return false;
-  if (random_.once_in(3)) write(plan);
-  return true;
+  return !random_.once_in(3) || write(plan);
 }
 
 // After a deadlock the transaction, and with it the snapshot, is another.
-void Reader::write(const Plan &plan) {
+// @return whether there is one
+bool Reader::write(const Plan &plan) {
   const std::string &table = plan.table->name;
   const std::string statements[] = {
       "REPLACE INTO " + table + " (id, v, pad) VALUES (" + own_id() + ", " +
@@ -116,10 +116,11 @@ void Reader::write(const Plan &plan) {
     if (reply.error == 0) wrote_ = true;
     if (reply.error != 1213) continue;
     wrote_ = false;
-    donor_.attempt("ROLLBACK");
-    donor_.attempt("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-    return;
+    return donor_.attempt("ROLLBACK").error == 0 &&
+           donor_.attempt("START TRANSACTION WITH CONSISTENT SNAPSHOT").error ==
+               0;
   }
+  return true;
 }
 
 bool Reader::ask(const Plan &plan) {
@@ -169,6 +170,10 @@ void Reader::read_once() {
   if (!donor_.is_alive()) {
     give_up(plan, Outcome::UNCHECKED, "donor lost before the cursor was open");
     return;
+  }
+  if (!read.has_donors_snapshot()) {
+    world_.tally.report_difference(plan.text() +
+                                   ": not the snapshot of the donor");
   }
   fate_ = asks_first ? static_cast<Fate>(random_.below(4)) : Fate::STAYS;
   meet_fate();
