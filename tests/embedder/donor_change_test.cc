@@ -16,12 +16,12 @@ namespace {
 
 using namespace harness;
 
-class Changing_donor : public Donor_test {
+class ChangingDonor : public Donor_test {
  protected:
   Purge purge{&sql};
 };
 
-TEST_F(Changing_donor, CommitsWhileTheCursorReads) {
+TEST_F(ChangingDonor, CommitsWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
   Cursor cursor({.donor = donor.id()});
@@ -36,7 +36,7 @@ TEST_F(Changing_donor, CommitsWhileTheCursorReads) {
 }
 
 // What the donor had written stays part of what the cursor sees.
-TEST_F(Changing_donor, CommitsItsOwnRowsWhileTheCursorReads) {
+TEST_F(ChangingDonor, CommitsItsOwnRowsWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   donor.exec("INSERT INTO t VALUES (5, 50)");
   change();
@@ -45,7 +45,7 @@ TEST_F(Changing_donor, CommitsItsOwnRowsWhileTheCursorReads) {
   EXPECT_EQ(cursor.ints(1), (Ints{10, 20, 30, 50}));
 }
 
-TEST_F(Changing_donor, RollsBackItsRowsWhileTheCursorReads) {
+TEST_F(ChangingDonor, RollsBackItsRowsWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   donor.exec("INSERT INTO t VALUES (5, 50)");
   Cursor cursor({.donor = donor.id()});
@@ -53,7 +53,7 @@ TEST_F(Changing_donor, RollsBackItsRowsWhileTheCursorReads) {
   EXPECT_EQ(cursor.ints(1), before);
 }
 
-TEST_F(Changing_donor, DisconnectsWhileTheCursorReads) {
+TEST_F(ChangingDonor, DisconnectsWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
   Cursor cursor({.donor = donor.id()});
@@ -69,7 +69,7 @@ TEST_F(Changing_donor, DisconnectsWhileTheCursorReads) {
   EXPECT_EQ(cursor.ints(1), before);
 }
 
-TEST_F(Changing_donor, IsKilledWhileTheCursorReads) {
+TEST_F(ChangingDonor, IsKilledWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   donor.exec("INSERT INTO t VALUES (5, 50)");
   Cursor cursor({.donor = donor.id()});
@@ -85,7 +85,7 @@ TEST_F(Changing_donor, IsKilledWhileTheCursorReads) {
   EXPECT_EQ(cursor.ints(1), before);
 }
 
-TEST_F(Changing_donor, StartsAnotherTransactionWhileTheCursorReads) {
+TEST_F(ChangingDonor, StartsAnotherTransactionWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   Cursor first({.donor = donor.id()});
   change();
@@ -95,7 +95,7 @@ TEST_F(Changing_donor, StartsAnotherTransactionWhileTheCursorReads) {
   EXPECT_EQ(second.ints(1), after);
 }
 
-class Donors_transaction : public Donor_test {
+class DonorsTransaction : public Donor_test {
  protected:
   std::string info(const std::string &column) {
     return of_transactions(
@@ -104,7 +104,7 @@ class Donors_transaction : public Donor_test {
   }
 };
 
-TEST_F(Donors_transaction, IsLeftAsItWas) {
+TEST_F(DonorsTransaction, IsLeftAsItWas) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   const std::string id = info("trx_id"), level = info("trx_isolation_level");
   EXPECT_NE(id, "none");
@@ -118,7 +118,7 @@ TEST_F(Donors_transaction, IsLeftAsItWas) {
   EXPECT_EQ(info("trx_state"), "RUNNING");
 }
 
-TEST_F(Donors_transaction, MayGoOnToWriteAndCommit) {
+TEST_F(DonorsTransaction, MayGoOnToWriteAndCommit) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   {
     Cursor cursor({.donor = donor.id()});
@@ -129,14 +129,14 @@ TEST_F(Donors_transaction, MayGoOnToWriteAndCommit) {
   EXPECT_EQ(read(0), (Ints{10, 20, 30, 70}));
 }
 
-TEST_F(Donors_transaction, ReadsItsOwnSnapshotOnAfterTheCursor) {
+TEST_F(DonorsTransaction, ReadsItsOwnSnapshotOnAfterTheCursor) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
   EXPECT_EQ(read(donor.id()), before);
   EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
 }
 
-TEST_F(Donors_transaction, IsNotStartedForAnIdleSession) {
+TEST_F(DonorsTransaction, IsNotStartedForAnIdleSession) {
   EXPECT_EQ(info("trx_id"), "none");
   EXPECT_EQ(read(donor.id()), before);
   EXPECT_EQ(info("trx_id"), "none");

@@ -79,7 +79,7 @@ TEST_F(Donor, TransactionWithoutAReadGivesAFreshSnapshot) {
 
 // A statement that looks for a time zone reads system tables, in a transaction
 // that stands in for the session's; here it has to wait for one of them.
-class Donor_that_reads_system_tables : public Donor_test {
+class DonorThatReadsSystemTables : public Donor_test {
  protected:
   void begin_to_read() {
     locker.exec("LOCK TABLES mysql.time_zone_name WRITE");
@@ -95,7 +95,7 @@ class Donor_that_reads_system_tables : public Donor_test {
   std::future<Reply> reading;
 };
 
-TEST_F(Donor_that_reads_system_tables, SnapshotIsThatOfItsOwnTransaction) {
+TEST_F(DonorThatReadsSystemTables, SnapshotIsThatOfItsOwnTransaction) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
   begin_to_read();
@@ -108,7 +108,7 @@ TEST_F(Donor_that_reads_system_tables, SnapshotIsThatOfItsOwnTransaction) {
 }
 
 // The transaction that stands in may have a view: it must not be looked at.
-TEST_F(Donor_that_reads_system_tables, IsWaitedForWithoutATransactionToo) {
+TEST_F(DonorThatReadsSystemTables, IsWaitedForWithoutATransactionToo) {
   begin_to_read();
   auto rows = on_own_thread([&] { EXPECT_EQ(read(donor.id()), after); });
   EXPECT_EQ(rows.wait_for(std::chrono::milliseconds(300)),
@@ -119,7 +119,7 @@ TEST_F(Donor_that_reads_system_tables, IsWaitedForWithoutATransactionToo) {
   rows.get();
 }
 
-TEST_F(Donor_that_reads_system_tables, IsWaitedForAsLongAsForALock) {
+TEST_F(DonorThatReadsSystemTables, IsWaitedForAsLongAsForALock) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   begin_to_read();
   const Cursor cursor({.donor = donor.id(), .timeout = 1});
@@ -137,7 +137,7 @@ TEST_F(Donor_that_reads_system_tables, IsWaitedForAsLongAsForALock) {
 }
 
 // In and out of such transactions all the time.
-TEST_F(Donor_that_reads_system_tables, ManyTimes) {
+TEST_F(DonorThatReadsSystemTables, ManyTimes) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
   sql.exec("SET cte_max_recursion_depth = 100000");

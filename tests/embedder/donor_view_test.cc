@@ -64,7 +64,7 @@ class Reopened_view {
   ReadView *view_;
 };
 
-class Donors_view : public Donor_test {
+class DonorsView : public Donor_test {
  protected:
   /** A transaction of the donor's that has begun and opened no view: that of
       the autocommitted statement before is closed and kept. */
@@ -74,12 +74,12 @@ class Donors_view : public Donor_test {
     return transaction_of(donor.id());
   }
 
-  Donors_view() { sql.exec("CREATE TABLE untouched (id INT PRIMARY KEY)"); }
+  DonorsView() { sql.exec("CREATE TABLE untouched (id INT PRIMARY KEY)"); }
 
   Purge purge{&sql};
 };
 
-TEST_F(Donors_view, ThatPurgeHasPassedIsNotRead) {
+TEST_F(DonorsView, ThatPurgeHasPassedIsNotRead) {
   EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
   change();
   ASSERT_TRUE(purge.has_run(5));
@@ -92,7 +92,7 @@ TEST_F(Donors_view, ThatPurgeHasPassedIsNotRead) {
 }
 
 // Nothing was committed since: it is as good as a fresh one.
-TEST_F(Donors_view, ThatIsCurrentIsRead) {
+TEST_F(DonorsView, ThatIsCurrentIsRead) {
   change();
   EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), after);
   trx_t *trx = begin_without_a_view();

@@ -331,9 +331,9 @@ TEST_F(Ending, OpeningWaitsNoLongerThanItWasTold) {
 
 /** A read in full flow, of ROWS rows, is ended ROUNDS times in a way; the
     longest time to its return goes to the error log. */
-class Ending_in_full_flow : public Ending {
+class EndingInFullFlow : public Ending {
  protected:
-  Ending_in_full_flow() {
+  EndingInFullFlow() {
     make(setting("ROWS", 200000));
     client.exec("USE db");
   }
@@ -380,7 +380,7 @@ class Ending_in_full_flow : public Ending {
   Client client;
 };
 
-TEST_F(Ending_in_full_flow, ByEachWayItTakesLessThanASecond) {
+TEST_F(EndingInFullFlow, ByEachWayItTakesLessThanASecond) {
   const auto kill = [this](uintptr_t) {
     sql.exec("KILL QUERY " + std::to_string(client.id()));
   };

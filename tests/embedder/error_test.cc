@@ -42,7 +42,7 @@ Told error_of(const Handle &handle) {
   return error_of(handle.handle);
 }
 
-class Cursor_error : public Parallel_test {
+class CursorError : public Parallel_test {
  protected:
   void make(size_t n_rows = 10) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
@@ -51,7 +51,7 @@ class Cursor_error : public Parallel_test {
   static bool go_on(const Batch &) { return false; }
 };
 
-TEST_F(Cursor_error, IsZeroAfterCallsThatDoNotFail) {
+TEST_F(CursorError, IsZeroAfterCallsThatDoNotFail) {
   make();
   Cursor cursor;
   EXPECT_EQ(error_of(cursor).code, 0u);
@@ -66,7 +66,7 @@ TEST_F(Cursor_error, IsZeroAfterCallsThatDoNotFail) {
   EXPECT_EQ(error_of(cursor).code, 0u);
 }
 
-TEST_F(Cursor_error, NamesHandlesThatAreNone) {
+TEST_F(CursorError, NamesHandlesThatAreNone) {
   make();
   EXPECT_EQ(error_of(uintptr_t{0}).code, 1210u);
   EXPECT_EQ(cursor_error(0, nullptr), 1210u);
@@ -81,7 +81,7 @@ TEST_F(Cursor_error, NamesHandlesThatAreNone) {
   }
 }
 
-TEST_F(Cursor_error, ToldByAKillWhileStepping) {
+TEST_F(CursorError, ToldByAKillWhileStepping) {
   make();
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());
@@ -95,7 +95,7 @@ TEST_F(Cursor_error, ToldByAKillWhileStepping) {
   EXPECT_EQ(error_of(cursor).text, "Query execution was interrupted");
 }
 
-TEST_F(Cursor_error, ToldByAKillOfAParallelRead) {
+TEST_F(CursorError, ToldByAKillOfAParallelRead) {
   make(100000);
   for (const size_t threads : {0, 1, 4}) {
     Scan scan;
@@ -108,7 +108,7 @@ TEST_F(Cursor_error, ToldByAKillOfAParallelRead) {
   }
 }
 
-TEST_F(Cursor_error, OfAKilledReadOfAnEmptyTable) {
+TEST_F(CursorError, OfAKilledReadOfAnEmptyTable) {
   make(0);
   for (const size_t threads : {0, 1, 4}) {
     Scan scan;
@@ -118,7 +118,7 @@ TEST_F(Cursor_error, OfAKilledReadOfAnEmptyTable) {
   }
 }
 
-TEST_F(Cursor_error, SaysThatTheCallbackStoppedTheRead) {
+TEST_F(CursorError, SaysThatTheCallbackStoppedTheRead) {
   make(100000);
   Scan scan;
   for (const size_t threads : {0, 1, 4}) {
@@ -136,14 +136,14 @@ TEST_F(Cursor_error, SaysThatTheCallbackStoppedTheRead) {
   }
 }
 
-TEST_F(Cursor_error, IsZeroWhereALastBatchIsRefused) {
+TEST_F(CursorError, IsZeroWhereALastBatchIsRefused) {
   make(10);
   Scan scan;
   EXPECT_TRUE(read_by_any(scan, 0, [](const Batch &) { return true; }));
   EXPECT_EQ(error_of(scan).code, 0u);
 }
 
-TEST_F(Cursor_error, NamesWhatAParallelReadCannotRead) {
+TEST_F(CursorError, NamesWhatAParallelReadCannotRead) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT AS (v + 1) VIRTUAL,"
       " KEY by_w (w))");
@@ -169,7 +169,7 @@ TEST_F(Cursor_error, NamesWhatAParallelReadCannotRead) {
   EXPECT_EQ(written.substr(line + 10, 1), "T");
 }
 
-TEST_F(Cursor_error, NamesAWrongBoundAndAMissingCallback) {
+TEST_F(CursorError, NamesAWrongBoundAndAMissingCallback) {
   make();
   Cursor cursor;
   field_arg broken{1, nullptr, nullptr, nullptr};
@@ -182,7 +182,7 @@ TEST_F(Cursor_error, NamesAWrongBoundAndAMissingCallback) {
   EXPECT_EQ(error_of(cursor).code, 0u);
 }
 
-TEST_F(Cursor_error, NamesARangeOfAMultiValuedIndex) {
+TEST_F(CursorError, NamesARangeOfAMultiValuedIndex) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, j JSON, KEY m ((CAST(j->'$' AS"
       " UNSIGNED ARRAY))))");
@@ -193,7 +193,7 @@ TEST_F(Cursor_error, NamesARangeOfAMultiValuedIndex) {
   EXPECT_EQ(error_of(cursor).code, 1178u);
 }
 
-TEST_F(Cursor_error, OfAnOpeningIsNeverZero) {
+TEST_F(CursorError, OfAnOpeningIsNeverZero) {
   make();
   const Cursor cursor({.index = "none"});
   EXPECT_FALSE(cursor.is_open());
@@ -201,7 +201,7 @@ TEST_F(Cursor_error, OfAnOpeningIsNeverZero) {
   EXPECT_EQ(cursor.message, "Key 'none' doesn't exist in table 't'");
 }
 
-TEST(Copy_text, CutsBetweenTwoCharacters) {
+TEST(CopyText, CutsBetweenTwoCharacters) {
   // Two, three and four bytes a character, after 0 to 3 single ones.
   for (const std::string character : {"\u00e4", "\u20ac", "\U0001f600"}) {
     for (size_t before = 0; before < 4; ++before) {

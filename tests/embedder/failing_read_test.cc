@@ -19,16 +19,16 @@ using namespace harness;
 
 const std::string words = "got error while scan index :";
 
-class Failing_read : public Parallel_test {
+class FailingRead : public Parallel_test {
  protected:
   // More rows than are fetched ahead.
-  Failing_read() {
+  FailingRead() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
     fill("t", 20000, "i");
   }
 };
 
-TEST_F(Failing_read, SaysItsCodeOnce) {
+TEST_F(FailingRead, SaysItsCodeOnce) {
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());
   kill_session(current_session());
@@ -41,7 +41,7 @@ TEST_F(Failing_read, SaysItsCodeOnce) {
   EXPECT_EQ(log.count(words), 1u);
 }
 
-TEST_F(Failing_read, SaysItsCodeWhereARangeDoesNotBegin) {
+TEST_F(FailingRead, SaysItsCodeWhereARangeDoesNotBegin) {
   Cursor cursor;
   kill_session(current_session());
   const Server_log log(sql);
@@ -49,7 +49,7 @@ TEST_F(Failing_read, SaysItsCodeWhereARangeDoesNotBegin) {
   EXPECT_EQ(log.count(words + std::to_string(HA_ERR_GENERIC) + "\n"), 1u);
 }
 
-TEST_F(Failing_read, EndOfARangeSaysNothing) {
+TEST_F(FailingRead, EndOfARangeSaysNothing) {
   const Server_log log(sql);
   Cursor cursor;
   EXPECT_EQ(cursor.ints(0).size(), 20000u);

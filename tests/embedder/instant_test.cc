@@ -17,7 +17,7 @@ namespace {
 
 using namespace harness;
 
-class Instant_change : public Parallel_test {
+class InstantChange : public Parallel_test {
  protected:
   /** Whether rows have versions: before, a column could only be added last. */
   bool has_versions() {
@@ -58,7 +58,7 @@ class Instant_change : public Parallel_test {
 };
 
 // The snapshot's rows have no place for the columns: refused, as SQL refuses.
-TEST_F(Instant_change, OfColumnsAfterTheSnapshotIsRefused) {
+TEST_F(InstantChange, OfColumnsAfterTheSnapshotIsRefused) {
   std::vector<std::string> actions{
       "ADD COLUMN c INT DEFAULT 7, ADD COLUMN d VARCHAR(10)"};
   if (has_versions()) {
@@ -90,7 +90,7 @@ TEST_F(Instant_change, OfColumnsAfterTheSnapshotIsRefused) {
   }
 }
 
-TEST_F(Instant_change, OfNamesAndDefaultsAfterTheSnapshotLeavesItsRows) {
+TEST_F(InstantChange, OfNamesAndDefaultsAfterTheSnapshotLeavesItsRows) {
   create("DYNAMIC");
   take_snapshot();
   sql.exec("UPDATE t SET b = 'before the change' WHERE id % 3 = 0");
@@ -103,7 +103,7 @@ TEST_F(Instant_change, OfNamesAndDefaultsAfterTheSnapshotLeavesItsRows) {
 }
 
 // Rows of every version, and versions of the rows from before.
-TEST_F(Instant_change, OldVersionsAcrossChangesAreThoseOfSql) {
+TEST_F(InstantChange, OldVersionsAcrossChangesAreThoseOfSql) {
   for (const char *format : {"REDUNDANT", "COMPACT", "DYNAMIC"}) {
     SCOPED_TRACE(format);
     create(format);

@@ -76,7 +76,7 @@ TEST_F(Key, NumbersOutOfRangeAreClamped) {
   expect_same(Keys().text("99999999999999999999"), "2147483647");
 }
 
-class Key_of_nan : public Cursor_test {
+class KeyOfNan : public Cursor_test {
  protected:
   const Keys nan = Keys().real(std::numeric_limits<double>::quiet_NaN());
   const Keys zero = Keys().real(0), null = Keys().null();
@@ -108,7 +108,7 @@ class Key_of_nan : public Cursor_test {
   }
 };
 
-TEST_F(Key_of_nan, HasNoRowOfANullableColumn) {
+TEST_F(KeyOfNan, HasNoRowOfANullableColumn) {
   for (const char *type : {"FLOAT", "DOUBLE"}) {
     SCOPED_TRACE(type);
     make(type);
@@ -119,7 +119,7 @@ TEST_F(Key_of_nan, HasNoRowOfANullableColumn) {
   }
 }
 
-TEST_F(Key_of_nan, HasNoRowOfAColumnWithoutNulls) {
+TEST_F(KeyOfNan, HasNoRowOfAColumnWithoutNulls) {
   for (const char *type : {"FLOAT NOT NULL", "DOUBLE NOT NULL"}) {
     SCOPED_TRACE(type);
     make(type);
@@ -128,7 +128,7 @@ TEST_F(Key_of_nan, HasNoRowOfAColumnWithoutNulls) {
   }
 }
 
-TEST_F(Key_of_nan, HasNoRowInParallel) {
+TEST_F(KeyOfNan, HasNoRowInParallel) {
   make("DOUBLE");
   sql.exec("INSERT INTO t VALUES (4, NULL, 1)");
   Cursor cursor({.index = "k", .index_only = true});

@@ -14,9 +14,9 @@ namespace {
 
 using namespace harness;
 
-class Text_key : public Key_of {};
+class TextKey : public Key_of {};
 
-TEST_F(Text_key, CaseInsensitiveText) {
+TEST_F(TextKey, CaseInsensitiveText) {
   store("VARCHAR(20) COLLATE utf8mb4_0900_ai_ci",
         {"'apple'", "'APPLE'", "'\u00c4pple'", "'banana'", "''"});
   expect_same(Keys().text("Apple"), "'Apple'");
@@ -25,20 +25,20 @@ TEST_F(Text_key, CaseInsensitiveText) {
   expect_same(Keys().text("b"), "'b'");
 }
 
-TEST_F(Text_key, TextWithPaddedSpaces) {
+TEST_F(TextKey, TextWithPaddedSpaces) {
   store("VARCHAR(20) COLLATE utf8mb4_general_ci",
         {"'a'", "'a '", "'A  '", "'b'"});
   expect_same(Keys().text("a"), "'a'");
   expect_same(Keys().text("a   "), "'a   '");
 }
 
-TEST_F(Text_key, CaseSensitiveText) {
+TEST_F(TextKey, CaseSensitiveText) {
   store("VARCHAR(20) COLLATE utf8mb4_bin", {"'A'", "'a'", "'b'", "'\u20ac'"});
   expect_same(Keys().text("A"), "'A'");
   expect_same(Keys().text("\u20ac"), "'\u20ac'");
 }
 
-TEST_F(Text_key, Chars) {
+TEST_F(TextKey, Chars) {
   store("CHAR(6) CHARACTER SET latin1",
         {"'abc'", "'abcdef'", "''", "'\u00e9'"});
   expect_same(Keys().text("abc"), "'abc'");
@@ -46,26 +46,26 @@ TEST_F(Text_key, Chars) {
   expect_same(Keys().text(""), "''");
 }
 
-TEST_F(Text_key, TextTooLongIsCut) {
+TEST_F(TextKey, TextTooLongIsCut) {
   store("VARCHAR(5)", {"'abcde'", "'abcdf'", "'b'"});
   expect_same(Keys().text("abcdefgh"), "'abcde'");
   expect_same(Keys().text(std::string(100000, 'b')), "'bbbbb'");
 }
 
-TEST_F(Text_key, Binaries) {
+TEST_F(TextKey, Binaries) {
   store("BINARY(4)", {"X'00000000'", "X'00FF0001'", "'ab'", "X'FFFFFFFF'"});
   expect_same(Keys().text(std::string("\0\xff\0\1", 4)), "X'00FF0001'");
   expect_same(Keys().text(std::string("ab\0\0", 4)), "X'61620000'");
 }
 
-TEST_F(Text_key, Varbinaries) {
+TEST_F(TextKey, Varbinaries) {
   store("VARBINARY(300)", {"X''", "X'00'", "X'0000'", "REPEAT(X'FE', 300)"});
   expect_same(Keys().text(""), "X''");
   expect_same(Keys().text(std::string(1, '\0')), "X'00'");
   expect_same(Keys().text(std::string(300, '\xfe')), "REPEAT(X'FE', 300)");
 }
 
-TEST_F(Text_key, LongVarchars) {
+TEST_F(TextKey, LongVarchars) {
   store("VARCHAR(3072) CHARACTER SET latin1",
         {"REPEAT('q', 3072)", "REPEAT('q', 3071)", "'q'"});
   expect_same(Keys().text(std::string(3072, 'q')), "REPEAT('q', 3072)");
@@ -74,7 +74,7 @@ TEST_F(Text_key, LongVarchars) {
 
 // A part that holds a prefix compares by the prefix; the cursor does not
 // filter.
-TEST_F(Text_key, PrefixOfAVarchar) {
+TEST_F(TextKey, PrefixOfAVarchar) {
   store("VARCHAR(50)", {"'abcd'", "'abce'", "'abd'", "'ab'"}, "c(3)");
   Cursor cursor({.index = "k"});
   const Keys key = Keys().text("abcd");
@@ -84,7 +84,7 @@ TEST_F(Text_key, PrefixOfAVarchar) {
   EXPECT_EQ(cursor.texts({1}, {key, key}), (Rows{{"abcd"}, {"abce"}}));
 }
 
-TEST_F(Text_key, PrefixOfAText) {
+TEST_F(TextKey, PrefixOfAText) {
   store("TEXT", {"REPEAT('x', 20000)", "'xyz'", "'y'"}, "c(10)");
   Cursor cursor({.index = "k"});
   EXPECT_EQ(cursor.ints(0, {Keys().text("xyz"), Keys().text("xyz")}),
@@ -94,7 +94,7 @@ TEST_F(Text_key, PrefixOfAText) {
   EXPECT_EQ(cursor.ints(0, {Keys().text("y"), {}}), (Ints{3}));
 }
 
-TEST_F(Text_key, PrefixOfABlob) {
+TEST_F(TextKey, PrefixOfABlob) {
   store("BLOB", {"REPEAT(X'01', 20000)", "X'0102'", "X'02'"}, "c(5)");
   Cursor cursor({.index = "k"});
   EXPECT_EQ(cursor.ints(0, {Keys().text("\x01\x02"), Keys().text("\x01\x02")}),
@@ -102,7 +102,7 @@ TEST_F(Text_key, PrefixOfABlob) {
   EXPECT_EQ(cursor.ints(0, {Keys().text("\x02"), {}}), (Ints{3}));
 }
 
-TEST_F(Text_key, UnicodePrefixCountsCharacters) {
+TEST_F(TextKey, UnicodePrefixCountsCharacters) {
   store("VARCHAR(20) COLLATE utf8mb4_bin",
         {"'\u20ac\u20ac1'", "'\u20ac\u20ac2'", "'\u20ac'"}, "c(2)");
   Cursor cursor({.index = "k"});

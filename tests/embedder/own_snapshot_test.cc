@@ -20,9 +20,9 @@ namespace {
 using namespace harness;
 using std::chrono::milliseconds;
 
-class Own_snapshot : public Parallel_test {
+class OwnSnapshot : public Parallel_test {
  protected:
-  Own_snapshot() {
+  OwnSnapshot() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
     sql.exec("CREATE TABLE u (id INT PRIMARY KEY, v INT)");
     sql.exec("INSERT INTO t VALUES (1, 10)");
@@ -30,7 +30,7 @@ class Own_snapshot : public Parallel_test {
   }
 };
 
-TEST_F(Own_snapshot, IsOneMomentForSeveralTables) {
+TEST_F(OwnSnapshot, IsOneMomentForSeveralTables) {
   unsigned int error = 5;
   char message[512] = "";
   const uint32_t moment = open_snapshot(&error, message);
@@ -52,7 +52,7 @@ TEST_F(Own_snapshot, IsOneMomentForSeveralTables) {
             (std::vector<long long>{10}));
 }
 
-TEST_F(Own_snapshot, IsUnknownAfterItsEnd) {
+TEST_F(OwnSnapshot, IsUnknownAfterItsEnd) {
   const uint32_t moment = open_snapshot(nullptr, nullptr);
   close_snapshot(moment);
   close_snapshot(moment);
@@ -65,7 +65,7 @@ TEST_F(Own_snapshot, IsUnknownAfterItsEnd) {
   EXPECT_EQ(sql.number("SELECT 1"), 1);
 }
 
-TEST_F(Own_snapshot, IdIsNotGivenOutAgain) {
+TEST_F(OwnSnapshot, IdIsNotGivenOutAgain) {
   const uint32_t first = open_snapshot(nullptr, nullptr);
   close_snapshot(first);
   const uint32_t second = open_snapshot(nullptr, nullptr);
@@ -76,14 +76,14 @@ TEST_F(Own_snapshot, IdIsNotGivenOutAgain) {
   close_snapshot(second);
 }
 
-TEST_F(Own_snapshot, EndsWithoutAWordInTheLog) {
+TEST_F(OwnSnapshot, EndsWithoutAWordInTheLog) {
   const Server_log log(sql);
   close_snapshot(open_snapshot(nullptr, nullptr));
   EXPECT_EQ(log.count("[ERROR]"), 0u) << log.text();
   EXPECT_EQ(log.count("[Warning]"), 0u) << log.text();
 }
 
-TEST_F(Own_snapshot, HoldsBackPurgeUntilItsEnd) {
+TEST_F(OwnSnapshot, HoldsBackPurgeUntilItsEnd) {
   const uint32_t moment = open_snapshot(nullptr, nullptr);
   sql.exec("DELETE FROM t");
   for (int i = 0; i < 200; ++i) sql.exec("UPDATE u SET v = v + 1");
@@ -93,7 +93,7 @@ TEST_F(Own_snapshot, HoldsBackPurgeUntilItsEnd) {
   close_snapshot(moment);
 }
 
-TEST_F(Own_snapshot, CursorsTellWhoseTheyHave) {
+TEST_F(OwnSnapshot, CursorsTellWhoseTheyHave) {
   const Cursor own;
   EXPECT_EQ(cursor_snapshot(own.handle), 2);
   take_snapshot();

@@ -26,7 +26,7 @@ Ints sorted(Ints rows) {
   return rows;
 }
 
-class Range_of_prefixes_in_partitions : public Cursor_test {
+class RangeOfPrefixesInPartitions : public Cursor_test {
  protected:
   void make_few(const std::string &column, const std::string &part) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, s " + column +
@@ -82,42 +82,42 @@ class Range_of_prefixes_in_partitions : public Cursor_test {
   }
 };
 
-TEST_F(Range_of_prefixes_in_partitions, TheMergeIsOutOfOrder) {
+TEST_F(RangeOfPrefixesInPartitions, TheMergeIsOutOfOrder) {
   make_few("VARCHAR(20)", "s(3)");
   const Ints rows = Cursor({.index = "k"}).ints(0);
   EXPECT_NE(rows, (Ints{1, 2, 3, 4}));
   EXPECT_EQ(sorted(rows), (Ints{1, 2, 3, 4}));
 }
 
-TEST_F(Range_of_prefixes_in_partitions, EveryRowOfAVarchar) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowOfAVarchar) {
   make_few("VARCHAR(20)", "s(3)");
   expect_same("abc", 2, "abc", 4);
   expect_same("abc", 1, "abc", 4);
   expect_same("abc", 0, "abc", 3);
 }
 
-TEST_F(Range_of_prefixes_in_partitions, EveryRowOfAText) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowOfAText) {
   make_few("TEXT", "s(3)");
   expect_same("abc", 2, "abc", 4);
   expect_same("abc", 1, "abc", 4);
 }
 
 // Of these the merge compares as much as the index holds.
-TEST_F(Range_of_prefixes_in_partitions, EveryRowOfAChar) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowOfAChar) {
   make_few("CHAR(20)", "s(3)");
   expect_same("abc", 2, "abc", 4);
   expect_same("abc", 1, "abc", 4);
   EXPECT_EQ(Cursor({.index = "k"}).ints(0), (Ints{1, 2, 3, 4}));
 }
 
-TEST_F(Range_of_prefixes_in_partitions, EveryRowOfSingleBytes) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowOfSingleBytes) {
   make_few("VARCHAR(20) CHARSET latin1", "s(3)");
   expect_same("abc", 2, "abc", 4);
   expect_same("abc", 1, "abc", 4);
   EXPECT_EQ(Cursor({.index = "k"}).ints(0), (Ints{1, 2, 3, 4}));
 }
 
-TEST_F(Range_of_prefixes_in_partitions, EveryRowOfManyInHashPartitions) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowOfManyInHashPartitions) {
   make_many("PARTITION BY HASH (id) PARTITIONS 7");
   expect_same("abb", 10, "abe", 40);
   expect_same("abc", 10, "abc", 40);
@@ -125,7 +125,7 @@ TEST_F(Range_of_prefixes_in_partitions, EveryRowOfManyInHashPartitions) {
 }
 
 // Whole partitions lie below the range, above it and in it.
-TEST_F(Range_of_prefixes_in_partitions, EveryRowOfManyInRangePartitions) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowOfManyInRangePartitions) {
   make_many(
       "PARTITION BY RANGE (id) (PARTITION p0 VALUES LESS THAN (150),"
       " PARTITION p1 VALUES LESS THAN (310),"
@@ -137,7 +137,7 @@ TEST_F(Range_of_prefixes_in_partitions, EveryRowOfManyInRangePartitions) {
   expect_same("aba", 0, "abb", 20);
 }
 
-TEST_F(Range_of_prefixes_in_partitions, EveryRowBackwardWithOneBound) {
+TEST_F(RangeOfPrefixesInPartitions, EveryRowBackwardWithOneBound) {
   make_many("PARTITION BY HASH (id) PARTITIONS 5");
   Cursor cursor({.index = "k"});
   EXPECT_EQ(sorted(cursor.ints(0, {{}, Keys().text("abc"), true, true, true})),
@@ -148,7 +148,7 @@ TEST_F(Range_of_prefixes_in_partitions, EveryRowBackwardWithOneBound) {
                               " ORDER BY id")));
 }
 
-TEST_F(Range_of_prefixes_in_partitions, AfterTheLastRowThereIsNone) {
+TEST_F(RangeOfPrefixesInPartitions, AfterTheLastRowThereIsNone) {
   make_few("VARCHAR(20)", "s(3)");
   Cursor cursor({.index = "k"});
   const Range range{Keys().text("abc").number(2), Keys().text("abc").number(4),

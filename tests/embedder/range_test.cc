@@ -20,9 +20,9 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-class Range_of_one_part : public Cursor_test {
+class RangeOfOnePart : public Cursor_test {
  protected:
-  Range_of_one_part() {
+  RangeOfOnePart() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
     // Each v of 10, 20, ... 200 three times.
     sql.exec(
@@ -52,16 +52,16 @@ class Range_of_one_part : public Cursor_test {
 };
 
 // The server lets one thread at a time into InnoDB.
-class Range_with_one_thread_in_innodb : public Range_of_one_part {
+class RangeWithOneThreadInInnodb : public RangeOfOnePart {
  protected:
   static void limit_threads(const std::string &n) {
     Client().exec("SET GLOBAL innodb_thread_concurrency = " + n);
   }
-  Range_with_one_thread_in_innodb() { limit_threads("1"); }
-  ~Range_with_one_thread_in_innodb() override { limit_threads("DEFAULT"); }
+  RangeWithOneThreadInInnodb() { limit_threads("1"); }
+  ~RangeWithOneThreadInInnodb() override { limit_threads("DEFAULT"); }
 };
 
-TEST_F(Range_with_one_thread_in_innodb, NobodyIsKeptOutBetweenSteps) {
+TEST_F(RangeWithOneThreadInInnodb, NobodyIsKeptOutBetweenSteps) {
   Cursor cursor({.index = "by_v"});
   ASSERT_TRUE(cursor.set_range());
   ASSERT_TRUE(cursor.next());
@@ -77,18 +77,18 @@ TEST_F(Range_with_one_thread_in_innodb, NobodyIsKeptOutBetweenSteps) {
   EXPECT_TRUE(cursor.next());
 }
 
-TEST_F(Range_of_one_part, NoBoundsForward) {
+TEST_F(RangeOfOnePart, NoBoundsForward) {
   EXPECT_EQ(Cursor({.index = "by_v"}).ints(0),
             select({}, {}, true, true, false));
 }
 
-TEST_F(Range_of_one_part, NoBoundsBackward) {
+TEST_F(RangeOfOnePart, NoBoundsBackward) {
   EXPECT_EQ(Cursor({.index = "by_v"}).ints(0, {.reverse = true}),
             select({}, {}, true, true, true));
 }
 
 // Every combination of present, absent and missing values, open and closed.
-TEST_F(Range_of_one_part, ForwardLikeSelect) {
+TEST_F(RangeOfOnePart, ForwardLikeSelect) {
   Cursor cursor({.index = "by_v"});
   const std::vector<std::optional<int>> bounds = {{},  0,   10,  15, 20,
                                                   100, 105, 200, 300};
@@ -106,7 +106,7 @@ TEST_F(Range_of_one_part, ForwardLikeSelect) {
 }
 
 // Backward, rows equal to the begin are left out even when it is closed.
-TEST_F(Range_of_one_part, BackwardLikeSelectWithAnOpenBegin) {
+TEST_F(RangeOfOnePart, BackwardLikeSelectWithAnOpenBegin) {
   Cursor cursor({.index = "by_v"});
   const std::vector<std::optional<int>> begins = {{}, 0, 10, 15, 20, 100, 105};
   for (const auto begin : begins)
@@ -122,25 +122,25 @@ TEST_F(Range_of_one_part, BackwardLikeSelectWithAnOpenBegin) {
         }
 }
 
-TEST_F(Range_of_one_part, BackwardWithoutAnEndStopsAtTheBegin) {
+TEST_F(RangeOfOnePart, BackwardWithoutAnEndStopsAtTheBegin) {
   Cursor cursor({.index = "by_v"});
   EXPECT_EQ(cursor.ints(0, {Keys().number(150), {}, true, true, true}),
             select(150, {}, false, true, true));
 }
 
 // The last row is not compared with the begin bound; the step after it is.
-TEST_F(Range_of_one_part, BackwardWithoutAnEndGivesTheLastRowAlways) {
+TEST_F(RangeOfOnePart, BackwardWithoutAnEndGivesTheLastRowAlways) {
   Cursor cursor({.index = "by_v"});
   EXPECT_EQ(cursor.ints(0, {Keys().number(1000), {}, true, true, true}),
             (Ints{60}));
 }
 
-TEST_F(Range_of_one_part, BackwardEndBelowEverything) {
+TEST_F(RangeOfOnePart, BackwardEndBelowEverything) {
   Cursor cursor({.index = "by_v"});
   EXPECT_FALSE(cursor.set_range({{}, Keys().number(1), true, true, true}));
 }
 
-TEST_F(Range_of_one_part, EqualBoundsReadTheKeyHoweverClosed) {
+TEST_F(RangeOfOnePart, EqualBoundsReadTheKeyHoweverClosed) {
   Cursor cursor({.index = "by_v"});
   const Ints rows = select(70, 70, true, true, false);
   for (const bool closed_begin : {false, true})
@@ -151,27 +151,27 @@ TEST_F(Range_of_one_part, EqualBoundsReadTheKeyHoweverClosed) {
                   rows);
 }
 
-TEST_F(Range_of_one_part, EqualBoundsOfDifferentFormsAreTheSameKey) {
+TEST_F(RangeOfOnePart, EqualBoundsOfDifferentFormsAreTheSameKey) {
   Cursor cursor({.index = "by_v"});
   EXPECT_EQ(
       cursor.ints(0, {Keys().number(70), Keys().text("70"), false, false}),
       select(70, 70, true, true, false));
 }
 
-TEST_F(Range_of_one_part, EqualBoundsOfAMissingKey) {
+TEST_F(RangeOfOnePart, EqualBoundsOfAMissingKey) {
   Cursor cursor({.index = "by_v"});
   EXPECT_FALSE(cursor.set_range({Keys().number(75), Keys().number(75)}));
   EXPECT_TRUE(cursor_advance(cursor.handle));
 }
 
-TEST_F(Range_of_one_part, BoundsInTheWrongOrder) {
+TEST_F(RangeOfOnePart, BoundsInTheWrongOrder) {
   Cursor cursor({.index = "by_v"});
   EXPECT_FALSE(cursor.set_range({Keys().number(100), Keys().number(50)}));
   EXPECT_FALSE(cursor.set_range(
       {Keys().number(100), Keys().number(50), true, true, true}));
 }
 
-TEST_F(Range_of_one_part, BoundsOfNoValuesBoundNothing) {
+TEST_F(RangeOfOnePart, BoundsOfNoValuesBoundNothing) {
   Cursor cursor({.index = "by_v"});
   const Ints all = select({}, {}, true, true, false);
   EXPECT_EQ(cursor.ints(0, {Keys(), Keys()}), all);
@@ -185,7 +185,7 @@ TEST_F(Range_of_one_part, BoundsOfNoValuesBoundNothing) {
 
 // A range leaves nothing behind for the next: the ends of forward ranges, the
 // rows fetched ahead, the single key.
-TEST_F(Range_of_one_part, EveryRangeAfterEveryOther) {
+TEST_F(RangeOfOnePart, EveryRangeAfterEveryOther) {
   Cursor cursor({.index = "by_v"});
   struct Step {
     Range range;
@@ -217,7 +217,7 @@ TEST_F(Range_of_one_part, EveryRangeAfterEveryOther) {
   }
 }
 
-TEST_F(Range_of_one_part, SkippedKindsOfKeysAreStillKeys) {
+TEST_F(RangeOfOnePart, SkippedKindsOfKeysAreStillKeys) {
   Cursor cursor;
   EXPECT_EQ(cursor.ints(1, {Keys().number(1), Keys().number(6)}),
             (Ints{10, 10, 10, 20, 20, 20}));
@@ -225,7 +225,7 @@ TEST_F(Range_of_one_part, SkippedKindsOfKeysAreStillKeys) {
   EXPECT_EQ(cursor.ints(0, {{}, Keys().number(3), true, false}), (Ints{1, 2}));
 }
 
-TEST_F(Range_of_one_part, ManyRowsAcrossPages) {
+TEST_F(RangeOfOnePart, ManyRowsAcrossPages) {
   sql.exec(
       "CREATE TABLE big (id INT PRIMARY KEY, v INT, pad CHAR(200), KEY (v))");
   sql.exec("SET cte_max_recursion_depth = 30000");
@@ -247,7 +247,7 @@ TEST_F(Range_of_one_part, ManyRowsAcrossPages) {
   }
 }
 
-class Refused_range : public Range_of_one_part {
+class RefusedRange : public RangeOfOnePart {
  protected:
   struct Batches {
     std::atomic<unsigned int> calls{0}, rows{0};
@@ -301,7 +301,7 @@ class Refused_range : public Range_of_one_part {
   }
 };
 
-TEST_F(Refused_range, LeavesNoRangeToRead) {
+TEST_F(RefusedRange, LeavesNoRangeToRead) {
   for (const int kind : {0, 1, 2}) {
     SCOPED_TRACE(kind);
     Cursor cursor({.index = "by_v", .index_only = true});
@@ -314,7 +314,7 @@ TEST_F(Refused_range, LeavesNoRangeToRead) {
   }
 }
 
-TEST_F(Refused_range, EndsWithTheNextGoodOne) {
+TEST_F(RefusedRange, EndsWithTheNextGoodOne) {
   Cursor cursor({.index = "by_v", .index_only = true});
   for (const int kind : {0, 1, 2}) {
     SCOPED_TRACE(kind);
@@ -349,19 +349,19 @@ class Rows_of_several_parts : public Cursor_test {
   }
 };
 
-class Range_of_several_parts : public Rows_of_several_parts {
+class RangeOfSeveralParts : public Rows_of_several_parts {
  protected:
   Cursor cursor{{.index = "k"}};
 };
 
-TEST_F(Range_of_several_parts, FewerValuesThanPartsAreAPrefix) {
+TEST_F(RangeOfSeveralParts, FewerValuesThanPartsAreAPrefix) {
   EXPECT_EQ(cursor.ints(0, {Keys().number(2), Keys().number(2)}),
             select("WHERE a = 2 ORDER BY a, b, c, id"));
   EXPECT_EQ(cursor.ints(0, {Keys().number(2).number(3), Keys().number(3)}),
             select("WHERE (a = 2 AND b >= 3) OR a = 3 ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, AllParts) {
+TEST_F(RangeOfSeveralParts, AllParts) {
   const Keys begin = Keys().number(1).number(3).text("b");
   const Keys end = Keys().number(2).number(1).text("a");
   EXPECT_EQ(cursor.ints(0, {begin, end}),
@@ -372,56 +372,56 @@ TEST_F(Range_of_several_parts, AllParts) {
             select("WHERE a = 1 AND b = 3 AND c = 'b'"));
 }
 
-TEST_F(Range_of_several_parts, OpenPrefixBoundsLeaveAllItsRowsOut) {
+TEST_F(RangeOfSeveralParts, OpenPrefixBoundsLeaveAllItsRowsOut) {
   EXPECT_EQ(cursor.ints(0, {Keys().number(1), Keys().number(3), false, false}),
             select("WHERE a = 2 ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, BackwardFromAClosedPrefix) {
+TEST_F(RangeOfSeveralParts, BackwardFromAClosedPrefix) {
   EXPECT_EQ(cursor.ints(0, {{}, Keys().number(2), true, true, true}),
             select("WHERE a <= 2 OR a IS NULL ORDER BY a DESC, b DESC, c DESC,"
                    " id DESC"));
 }
 
-TEST_F(Range_of_several_parts, BackwardLeavesOutTheRowsOfTheBeginPrefix) {
+TEST_F(RangeOfSeveralParts, BackwardLeavesOutTheRowsOfTheBeginPrefix) {
   EXPECT_EQ(
       cursor.ints(0, {Keys().number(1), Keys().number(3), true, true, true}),
       select("WHERE a IN (2, 3) ORDER BY a DESC, b DESC, c DESC, id DESC"));
 }
 
-TEST_F(Range_of_several_parts, NullIsAKey) {
+TEST_F(RangeOfSeveralParts, NullIsAKey) {
   EXPECT_EQ(cursor.ints(0, {Keys().null(), Keys().null()}),
             select("WHERE a IS NULL ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, NullOfTheFirstPartAndAValueOfTheNext) {
+TEST_F(RangeOfSeveralParts, NullOfTheFirstPartAndAValueOfTheNext) {
   EXPECT_EQ(cursor.ints(0, {Keys().null().number(2), Keys().null().number(2)}),
             select("WHERE a IS NULL AND b = 2 ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, NullOfALaterPart) {
+TEST_F(RangeOfSeveralParts, NullOfALaterPart) {
   EXPECT_EQ(cursor.ints(0, {Keys().number(2).null(), Keys().number(2).null()}),
             select("WHERE a = 2 AND b IS NULL ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, RangeFromNullToAValue) {
+TEST_F(RangeOfSeveralParts, RangeFromNullToAValue) {
   EXPECT_EQ(cursor.ints(0, {Keys().null(), Keys().number(1)}),
             select("WHERE a IS NULL OR a = 1 ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, AfterNull) {
+TEST_F(RangeOfSeveralParts, AfterNull) {
   EXPECT_EQ(cursor.ints(0, {Keys().null(), {}, false}),
             select("WHERE a IS NOT NULL ORDER BY a, b, c, id"));
 }
 
-TEST_F(Range_of_several_parts, ValuesBeyondThePartsAreIgnored) {
+TEST_F(RangeOfSeveralParts, ValuesBeyondThePartsAreIgnored) {
   const Keys keys =
       Keys().number(2).number(3).text("b").number(4).real(5).null();
   EXPECT_EQ(cursor.ints(0, {keys, keys}),
             select("WHERE a = 2 AND b = 3 AND c = 'b'"));
 }
 
-TEST_F(Range_of_several_parts, VeryManyValues) {
+TEST_F(RangeOfSeveralParts, VeryManyValues) {
   Keys keys = Keys().number(2).number(3).text("b");
   for (int i = 3; i < 64; ++i) keys.number(i);
   EXPECT_EQ(cursor.ints(0, {keys, keys}),
@@ -429,7 +429,7 @@ TEST_F(Range_of_several_parts, VeryManyValues) {
 }
 
 // The server fills up with the primary key's parts, which no value is for.
-TEST_F(Range_of_several_parts, PrimaryKeyPartsTakeNoValue) {
+TEST_F(RangeOfSeveralParts, PrimaryKeyPartsTakeNoValue) {
   EXPECT_EQ(cursor_idx_user_col_num(cursor.handle), 3u);
   sql.exec("INSERT INTO t (a, b, c) VALUES (2, 3, 'b'), (2, 3, 'b')");
   const Ints all = select("WHERE a = 2 AND b = 3 AND c = 'b' ORDER BY id");
@@ -445,7 +445,7 @@ TEST_F(Range_of_several_parts, PrimaryKeyPartsTakeNoValue) {
   }
 }
 
-TEST_F(Range_of_several_parts, DescendingPart) {
+TEST_F(RangeOfSeveralParts, DescendingPart) {
   Cursor descending({.index = "d"});
   EXPECT_EQ(descending.ints(0), select("ORDER BY a DESC, b, id"));
   EXPECT_EQ(descending.ints(0, {.reverse = true}),
@@ -460,13 +460,13 @@ TEST_F(Range_of_several_parts, DescendingPart) {
             select("WHERE a = 2 ORDER BY b, id"));
 }
 
-TEST_F(Range_of_several_parts, DescendingPartBackward) {
+TEST_F(RangeOfSeveralParts, DescendingPartBackward) {
   Cursor descending({.index = "d"});
   EXPECT_EQ(descending.ints(0, {{}, Keys().number(2), true, true, true}),
             select("WHERE a IN (2, 3) ORDER BY a, b DESC, id DESC"));
 }
 
-TEST_F(Range_of_several_parts, PrefixBoundOfADescendingSecondPart) {
+TEST_F(RangeOfSeveralParts, PrefixBoundOfADescendingSecondPart) {
   sql.exec(
       "CREATE TABLE e (id INT PRIMARY KEY, a INT, b INT, KEY k (a, b DESC))");
   sql.exec("INSERT INTO e SELECT id, a, b FROM t WHERE c IS NULL");
@@ -481,7 +481,7 @@ TEST_F(Range_of_several_parts, PrefixBoundOfADescendingSecondPart) {
 }
 
 // Of the bounds a NULL counts as any other value.
-TEST_F(Range_of_several_parts, BoundsThatDifferInPartsBesideANull) {
+TEST_F(RangeOfSeveralParts, BoundsThatDifferInPartsBesideANull) {
   sql.exec("CREATE TABLE n (id INT PRIMARY KEY, a INT, b INT, KEY ab (a, b))");
   sql.exec(
       "INSERT INTO n VALUES (1, NULL, 1), (2, NULL, 2), (3, NULL, 3),"

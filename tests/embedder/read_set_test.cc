@@ -16,9 +16,9 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-class Read_set : public Cursor_test {
+class ReadSet : public Cursor_test {
  protected:
-  Read_set() {
+  ReadSet() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(20), c TEXT,"
         " d INT, KEY by_a (a), KEY by_b (b(2)))");
@@ -29,13 +29,13 @@ class Read_set : public Cursor_test {
   }
 };
 
-TEST_F(Read_set, OneColumn) {
+TEST_F(ReadSet, OneColumn) {
   Cursor cursor;
   cursor.set_columns({4});
   EXPECT_EQ(cursor.ints(4), (Ints{100, 200, 300}));
 }
 
-TEST_F(Read_set, SomeColumnsInAnyOrder) {
+TEST_F(ReadSet, SomeColumnsInAnyOrder) {
   Cursor cursor;
   cursor.set_columns({4, 0, 2});
   EXPECT_EQ(
@@ -43,7 +43,7 @@ TEST_F(Read_set, SomeColumnsInAnyOrder) {
       (Rows{{"1", "xxx", "100"}, {"2", "yyy", "200"}, {"3", "zzz", "300"}}));
 }
 
-TEST_F(Read_set, LargeObjectsAlone) {
+TEST_F(ReadSet, LargeObjectsAlone) {
   Cursor cursor;
   cursor.set_columns({3});
   EXPECT_EQ(cursor.texts({3}), (Rows{{std::string(20000, 'p')},
@@ -51,7 +51,7 @@ TEST_F(Read_set, LargeObjectsAlone) {
                                      {std::string(20000, 'r')}}));
 }
 
-TEST_F(Read_set, EmptySetStillSteps) {
+TEST_F(ReadSet, EmptySetStillSteps) {
   Cursor cursor;
   cursor.set_columns({});
   int rows = 0;
@@ -60,19 +60,19 @@ TEST_F(Read_set, EmptySetStillSteps) {
   EXPECT_EQ(rows, 3);
 }
 
-TEST_F(Read_set, PositionsBeyondTheTableAreSkipped) {
+TEST_F(ReadSet, PositionsBeyondTheTableAreSkipped) {
   Cursor cursor;
   cursor.set_columns({5, 6, 63, 64, 1000, UINT32_MAX, 1});
   EXPECT_EQ(cursor.ints(1), (Ints{30, 20, 10}));
 }
 
-TEST_F(Read_set, SamePositionTwice) {
+TEST_F(ReadSet, SamePositionTwice) {
   Cursor cursor;
   cursor.set_columns({1, 1, 1});
   EXPECT_EQ(cursor.ints(1), (Ints{30, 20, 10}));
 }
 
-TEST_F(Read_set, BoundsNeedNoColumnOfTheSet) {
+TEST_F(ReadSet, BoundsNeedNoColumnOfTheSet) {
   Cursor cursor({.index = "by_a"});
   cursor.set_columns({4});
   EXPECT_EQ(cursor.ints(4, {Keys().number(15), Keys().number(30)}),
@@ -84,7 +84,7 @@ TEST_F(Read_set, BoundsNeedNoColumnOfTheSet) {
             (Ints{200}));
 }
 
-TEST_F(Read_set, WiderSetIsInForceFromTheNextRange) {
+TEST_F(ReadSet, WiderSetIsInForceFromTheNextRange) {
   Cursor cursor;
   cursor.set_columns({0});
   EXPECT_EQ(cursor.ints(0), (Ints{1, 2, 3}));
@@ -93,7 +93,7 @@ TEST_F(Read_set, WiderSetIsInForceFromTheNextRange) {
             (Rows{{"100", "xxx"}, {"200", "yyy"}, {"300", "zzz"}}));
 }
 
-TEST_F(Read_set, EachSetAfterEachOther) {
+TEST_F(ReadSet, EachSetAfterEachOther) {
   Cursor cursor({.index = "by_a"});
   for (int round = 0; round < 3; ++round) {
     cursor.set_columns({4});
@@ -109,14 +109,14 @@ TEST_F(Read_set, EachSetAfterEachOther) {
   }
 }
 
-TEST_F(Read_set, OfOneCursorIsNotOfAnother) {
+TEST_F(ReadSet, OfOneCursorIsNotOfAnother) {
   Cursor narrow, wide;
   narrow.set_columns({0});
   EXPECT_EQ(wide.ints(4), (Ints{100, 200, 300}));
   EXPECT_EQ(narrow.ints(0), (Ints{1, 2, 3}));
 }
 
-TEST_F(Read_set, OfAPartitionedTable) {
+TEST_F(ReadSet, OfAPartitionedTable) {
   sql.exec(
       "CREATE TABLE p (id INT PRIMARY KEY, a INT, b INT) "
       "PARTITION BY HASH (id) PARTITIONS 3");
@@ -131,7 +131,7 @@ TEST_F(Read_set, OfAPartitionedTable) {
             (Rows{{"1", "10", "100"}, {"2", "20", "200"}, {"3", "30", "300"}}));
 }
 
-TEST_F(Read_set, OfVirtualColumns) {
+TEST_F(ReadSet, OfVirtualColumns) {
   sql.exec(
       "CREATE TABLE g (id INT PRIMARY KEY, a INT, v INT AS (a + 1) VIRTUAL,"
       " b INT)");
@@ -146,7 +146,7 @@ TEST_F(Read_set, OfVirtualColumns) {
 }
 
 // A virtual column is computed with each row.
-TEST_F(Read_set, ChangedAmidARangeLeavesVirtualColumnsRight) {
+TEST_F(ReadSet, ChangedAmidARangeLeavesVirtualColumnsRight) {
   sql.exec("ALTER TABLE t ADD e INT AS (d + 1)");
   Cursor cursor;
   cursor.set_columns({0, 5});
@@ -165,21 +165,21 @@ TEST_F(Read_set, ChangedAmidARangeLeavesVirtualColumnsRight) {
   EXPECT_FALSE(cursor.read_int(5));
 }
 
-TEST_F(Read_set, NamesBecomePositionsByTakingOneAway) {
+TEST_F(ReadSet, NamesBecomePositionsByTakingOneAway) {
   Cursor cursor;
   const uint32_t position = cursor_col_fieldnr(cursor.handle, "d") - 1;
   cursor.set_columns({position});
   EXPECT_EQ(cursor.ints(position), (Ints{100, 200, 300}));
 }
 
-TEST_F(Read_set, IndexOnlyReadsTheIndexsColumns) {
+TEST_F(ReadSet, IndexOnlyReadsTheIndexsColumns) {
   Cursor cursor({.index = "by_a", .index_only = true});
   EXPECT_EQ(cursor.texts({1, 0}),
             (Rows{{"10", "3"}, {"20", "2"}, {"30", "1"}}));
   EXPECT_EQ(cursor.texts({0}, {Keys().number(20), {}}), (Rows{{"2"}, {"1"}}));
 }
 
-TEST_F(Read_set, IndexOnlyOfAUniqueIndexReadsThePrimaryKeyToo) {
+TEST_F(ReadSet, IndexOnlyOfAUniqueIndexReadsThePrimaryKeyToo) {
   sql.exec("CREATE UNIQUE INDEX once ON t (d)");
   Cursor cursor({.index = "once", .index_only = true});
   EXPECT_EQ(cursor.texts({4, 0}),
@@ -188,7 +188,7 @@ TEST_F(Read_set, IndexOnlyOfAUniqueIndexReadsThePrimaryKeyToo) {
 
 // The handler leaves them as they were, or fills them with what it has fetched
 // ahead of other rows.
-TEST_F(Read_set, IndexOnlyColumnsOutsideTheIndexHaveNoValue) {
+TEST_F(ReadSet, IndexOnlyColumnsOutsideTheIndexHaveNoValue) {
   sql.exec("INSERT INTO t SELECT id + 3, a + 30, b, c, d FROM t");
   sql.exec("INSERT INTO t SELECT id + 6, a + 60, b, c, d FROM t");
   Cursor cursor({.index = "by_a", .index_only = true});
@@ -208,7 +208,7 @@ TEST_F(Read_set, IndexOnlyColumnsOutsideTheIndexHaveNoValue) {
   EXPECT_EQ(rows, 12);
 }
 
-TEST_F(Read_set, IndexOnlyOnThePrimaryKeyHasNoVirtualColumns) {
+TEST_F(ReadSet, IndexOnlyOnThePrimaryKeyHasNoVirtualColumns) {
   sql.exec(
       "ALTER TABLE t ADD e INT AS (d + 1) NOT NULL, ADD f INT AS (d + 2) "
       "STORED");
@@ -219,13 +219,13 @@ TEST_F(Read_set, IndexOnlyOnThePrimaryKeyHasNoVirtualColumns) {
   EXPECT_EQ(cursor.read_int(6), 102);
 }
 
-TEST_F(Read_set, IndexOnlyFetchesAColumnOfWhichTheIndexHoldsAPrefix) {
+TEST_F(ReadSet, IndexOnlyFetchesAColumnOfWhichTheIndexHoldsAPrefix) {
   Cursor cursor({.index = "by_b", .index_only = true});
   EXPECT_EQ(cursor.ints(0), (Ints{1, 2, 3}));
   EXPECT_EQ(cursor.texts({2}), (Rows{{"xxx"}, {"yyy"}, {"zzz"}}));
 }
 
-TEST_F(Read_set, IndexOnlyOnThePrimaryKeyReadsAll) {
+TEST_F(ReadSet, IndexOnlyOnThePrimaryKeyReadsAll) {
   Cursor cursor({.index_only = true});
   EXPECT_EQ(cursor.texts({0, 4}),
             (Rows{{"1", "100"}, {"2", "200"}, {"3", "300"}}));

@@ -244,9 +244,9 @@ TEST_F(Refusal, IndexNewerThanTheSnapshot) {
 
 // A table of three partitions, and a donor whose snapshot is older than what
 // happens to one of them.
-class Partition_newer_than_the_snapshot : public Refusal {
+class PartitionNewerThanTheSnapshot : public Refusal {
  protected:
-  Partition_newer_than_the_snapshot() {
+  PartitionNewerThanTheSnapshot() {
     sql.exec(
         "CREATE TABLE p (id INT PRIMARY KEY, a INT, KEY k (a)) PARTITION BY"
         " RANGE (id) (PARTITION p0 VALUES LESS THAN (10),"
@@ -279,22 +279,22 @@ class Partition_newer_than_the_snapshot : public Refusal {
   Client donor;
 };
 
-TEST_F(Partition_newer_than_the_snapshot, WhenTheFirstIsTruncated) {
+TEST_F(PartitionNewerThanTheSnapshot, WhenTheFirstIsTruncated) {
   sql.exec("ALTER TABLE p TRUNCATE PARTITION p0");
   expect_refused();
 }
 
-TEST_F(Partition_newer_than_the_snapshot, WhenAnotherIsTruncated) {
+TEST_F(PartitionNewerThanTheSnapshot, WhenAnotherIsTruncated) {
   sql.exec("ALTER TABLE p TRUNCATE PARTITION p1");
   expect_refused();
 }
 
-TEST_F(Partition_newer_than_the_snapshot, WhenTheLastIsTruncated) {
+TEST_F(PartitionNewerThanTheSnapshot, WhenTheLastIsTruncated) {
   sql.exec("ALTER TABLE p TRUNCATE PARTITION p2");
   expect_refused();
 }
 
-TEST_F(Partition_newer_than_the_snapshot, WhenOneIsExchanged) {
+TEST_F(PartitionNewerThanTheSnapshot, WhenOneIsExchanged) {
   sql.exec("CREATE TABLE e (id INT PRIMARY KEY, a INT, KEY k (a))");
   sql.exec("INSERT INTO e VALUES (16, 20)");
   sql.exec("ALTER TABLE p EXCHANGE PARTITION p1 WITH TABLE e");
@@ -303,7 +303,7 @@ TEST_F(Partition_newer_than_the_snapshot, WhenOneIsExchanged) {
 
 // The server goes by the age of the index, and a table that takes a partition's
 // place keeps its index.
-TEST_F(Partition_newer_than_the_snapshot, ExchangeForAnOlderTableShowsIt) {
+TEST_F(PartitionNewerThanTheSnapshot, ExchangeForAnOlderTableShowsIt) {
   sql.exec("CREATE TABLE e (id INT PRIMARY KEY, a INT, KEY k (a))");
   sql.exec("INSERT INTO e VALUES (16, 20)");
   donor.exec("COMMIT");
@@ -317,7 +317,7 @@ TEST_F(Partition_newer_than_the_snapshot, ExchangeForAnOlderTableShowsIt) {
                             (*index == 'k' ? "a" : "id"))));
 }
 
-TEST_F(Partition_newer_than_the_snapshot, LeavesUnchangedTablesReadable) {
+TEST_F(PartitionNewerThanTheSnapshot, LeavesUnchangedTablesReadable) {
   sql.exec("INSERT INTO p VALUES (6, 4), (16, 5), (26, 6)");
   for (const char *index : {"PRIMARY", "k"}) {
     Cursor cursor({.table = "p", .index = index, .donor = donor.id()});
@@ -327,7 +327,7 @@ TEST_F(Partition_newer_than_the_snapshot, LeavesUnchangedTablesReadable) {
   }
 }
 
-class Locked_table : public Refusal {
+class LockedTable : public Refusal {
  protected:
   /** @return the session that the pool hands out next; its last user was ready
       to wait so long. */
@@ -352,24 +352,24 @@ class Locked_table : public Refusal {
   Client locker;
 };
 
-TEST_F(Locked_table, WaitEndsWithTheTimeout) {
+TEST_F(LockedTable, WaitEndsWithTheTimeout) {
   locker.exec("LOCK TABLES db.t WRITE");
   expect_error(1205, {.timeout = 1});
 }
 
-TEST_F(Locked_table, NoWaitWithATimeoutOfZero) {
+TEST_F(LockedTable, NoWaitWithATimeoutOfZero) {
   locker.exec("LOCK TABLES db.t WRITE");
   expect_error(1205, {.timeout = 0});
 }
 
-TEST_F(Locked_table, TimeoutOfTheSessionsLastUserDoesNotCount) {
+TEST_F(LockedTable, TimeoutOfTheSessionsLastUserDoesNotCount) {
   void *session = next_session(1000);
   locker.exec("LOCK TABLES db.t WRITE");
   expect_error(1205, {.timeout = 0});
   EXPECT_EQ(current_session(), session);
 }
 
-TEST_F(Locked_table, NegativeTimeoutWaitsUntilTheLockIsGone) {
+TEST_F(LockedTable, NegativeTimeoutWaitsUntilTheLockIsGone) {
   void *session = next_session(-1);
   locker.exec("LOCK TABLES db.t WRITE");
   std::future<void> opening = on_own_thread([] {
@@ -382,7 +382,7 @@ TEST_F(Locked_table, NegativeTimeoutWaitsUntilTheLockIsGone) {
   locker.exec("UNLOCK TABLES");
 }
 
-TEST_F(Locked_table, LongTimeoutWaitsUntilTheLockIsGone) {
+TEST_F(LockedTable, LongTimeoutWaitsUntilTheLockIsGone) {
   void *session = next_session();
   locker.exec("LOCK TABLES db.t WRITE");
   std::future<void> opening = on_own_thread([] {
@@ -393,7 +393,7 @@ TEST_F(Locked_table, LongTimeoutWaitsUntilTheLockIsGone) {
   locker.exec("UNLOCK TABLES");
 }
 
-TEST_F(Locked_table, KillEndsTheWait) {
+TEST_F(LockedTable, KillEndsTheWait) {
   void *session = next_session();
   locker.exec("LOCK TABLES db.t WRITE");
   std::future<void> opening =
@@ -407,12 +407,12 @@ TEST_F(Locked_table, KillEndsTheWait) {
   EXPECT_EQ(current_session(), session);
 }
 
-TEST_F(Locked_table, ReadLockOfAnotherSessionIsNoHindrance) {
+TEST_F(LockedTable, ReadLockOfAnotherSessionIsNoHindrance) {
   locker.exec("LOCK TABLES db.t READ");
   EXPECT_TRUE(Cursor({.timeout = 1}).is_open());
 }
 
-TEST_F(Locked_table, RowLocksAreNoHindrance) {
+TEST_F(LockedTable, RowLocksAreNoHindrance) {
   sql.exec("INSERT INTO t VALUES (1, 1)");
   locker.exec("BEGIN");
   locker.exec("UPDATE db.t SET a = 2");
@@ -420,7 +420,7 @@ TEST_F(Locked_table, RowLocksAreNoHindrance) {
 }
 
 // The cursor's own lock: the definition stays while it is open.
-TEST_F(Locked_table, DefinitionWaitsForTheCursor) {
+TEST_F(LockedTable, DefinitionWaitsForTheCursor) {
   Cursor cursor;
   std::future<Reply> change = locker.send("ALTER TABLE db.t ADD COLUMN z INT");
   EXPECT_TRUE(wait_for_state("Waiting for table metadata lock"));
@@ -430,7 +430,7 @@ TEST_F(Locked_table, DefinitionWaitsForTheCursor) {
   EXPECT_EQ(change.get().error, 0u);
 }
 
-TEST_F(Locked_table, TableGoneWhileWaiting) {
+TEST_F(LockedTable, TableGoneWhileWaiting) {
   void *session = next_session();
   locker.exec("LOCK TABLES db.t WRITE");
   std::future<void> opening =

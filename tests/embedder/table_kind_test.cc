@@ -19,7 +19,7 @@ using namespace harness;
 using Ints = std::vector<long long>;
 using Names = std::vector<std::string>;
 
-class Table_kind : public Cursor_test {
+class TableKind : public Cursor_test {
  protected:
   /** All rows and columns, in the order of the index, like a SELECT. */
   void expect_same(const Open &open, const std::string &order,
@@ -61,35 +61,35 @@ class Table_kind : public Cursor_test {
   }
 };
 
-TEST_F(Table_kind, Redundant) { check_row_format("ROW_FORMAT = REDUNDANT"); }
+TEST_F(TableKind, Redundant) { check_row_format("ROW_FORMAT = REDUNDANT"); }
 
-TEST_F(Table_kind, Compact) { check_row_format("ROW_FORMAT = COMPACT"); }
+TEST_F(TableKind, Compact) { check_row_format("ROW_FORMAT = COMPACT"); }
 
-TEST_F(Table_kind, Dynamic) { check_row_format("ROW_FORMAT = DYNAMIC"); }
+TEST_F(TableKind, Dynamic) { check_row_format("ROW_FORMAT = DYNAMIC"); }
 
-TEST_F(Table_kind, Compressed) {
+TEST_F(TableKind, Compressed) {
   check_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 8");
 }
 
-TEST_F(Table_kind, RangePartitions) {
+TEST_F(TableKind, RangePartitions) {
   check_row_format(
       "PARTITION BY RANGE (id) (PARTITION p0 VALUES LESS THAN (100),"
       " PARTITION p1 VALUES LESS THAN (300),"
       " PARTITION p2 VALUES LESS THAN MAXVALUE)");
 }
 
-TEST_F(Table_kind, HashPartitions) {
+TEST_F(TableKind, HashPartitions) {
   check_row_format("PARTITION BY HASH (id) PARTITIONS 7");
 }
 
-TEST_F(Table_kind, Subpartitions) {
+TEST_F(TableKind, Subpartitions) {
   check_row_format(
       "PARTITION BY RANGE (id) SUBPARTITION BY KEY (id)"
       " SUBPARTITIONS 2 (PARTITION p0 VALUES LESS THAN (200),"
       " PARTITION p1 VALUES LESS THAN MAXVALUE)");
 }
 
-TEST_F(Table_kind, RangesOfAPartitionedTable) {
+TEST_F(TableKind, RangesOfAPartitionedTable) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
       " KEY by_a (a)) PARTITION BY HASH (id) PARTITIONS 5");
@@ -112,7 +112,7 @@ TEST_F(Table_kind, RangesOfAPartitionedTable) {
             (Ints{one}));
 }
 
-TEST_F(Table_kind, IndexNamesOfAPartitionedTable) {
+TEST_F(TableKind, IndexNamesOfAPartitionedTable) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (id, a))"
       " PARTITION BY HASH (id) PARTITIONS 3");
@@ -120,7 +120,7 @@ TEST_F(Table_kind, IndexNamesOfAPartitionedTable) {
   EXPECT_EQ(Cursor({.index = "u"}).index_columns(), (Names{"id", "a"}));
 }
 
-TEST_F(Table_kind, WithoutAPrimaryKey) {
+TEST_F(TableKind, WithoutAPrimaryKey) {
   sql.exec("CREATE TABLE t (a INT, b INT, KEY k (a))");
   sql.exec("INSERT INTO t VALUES (3, 1), (1, 2), (2, 3), (1, 4)");
   Cursor cursor({.index = "k"});
@@ -129,7 +129,7 @@ TEST_F(Table_kind, WithoutAPrimaryKey) {
   EXPECT_FALSE(Cursor().is_open());
 }
 
-TEST_F(Table_kind, UniqueKeyInPlaceOfAPrimaryKey) {
+TEST_F(TableKind, UniqueKeyInPlaceOfAPrimaryKey) {
   sql.exec(
       "CREATE TABLE t (a INT NOT NULL, b INT, UNIQUE KEY u (a), KEY k (b))");
   sql.exec("INSERT INTO t VALUES (3, 1), (1, 2), (2, NULL)");
@@ -137,7 +137,7 @@ TEST_F(Table_kind, UniqueKeyInPlaceOfAPrimaryKey) {
   EXPECT_EQ(Cursor({.index = "k"}).ints(0), (Ints{2, 3, 1}));
 }
 
-TEST_F(Table_kind, UniqueIndexWithNulls) {
+TEST_F(TableKind, UniqueIndexWithNulls) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (a))");
   sql.exec("INSERT INTO t VALUES (1, NULL), (2, 5), (3, NULL), (4, 1)");
   Cursor cursor({.index = "u"});
@@ -145,7 +145,7 @@ TEST_F(Table_kind, UniqueIndexWithNulls) {
   EXPECT_EQ(cursor.ints(0, {Keys().null(), Keys().null()}), (Ints{1, 3}));
 }
 
-TEST_F(Table_kind, PrimaryKeyOfSeveralColumns) {
+TEST_F(TableKind, PrimaryKeyOfSeveralColumns) {
   sql.exec(
       "CREATE TABLE t (v INT, b INT, a VARCHAR(5), PRIMARY KEY (a, b DESC),"
       " KEY k (v))");
@@ -157,7 +157,7 @@ TEST_F(Table_kind, PrimaryKeyOfSeveralColumns) {
             (Ints{2, 1}));
 }
 
-TEST_F(Table_kind, PrimaryKeyOfAPrefix) {
+TEST_F(TableKind, PrimaryKeyOfAPrefix) {
   sql.exec(
       "CREATE TABLE t (a VARCHAR(100), b INT, PRIMARY KEY (a(4)), KEY k (b))");
   sql.exec("INSERT INTO t VALUES ('aaaa and more', 2), ('bbbb as well', 1)");
@@ -165,7 +165,7 @@ TEST_F(Table_kind, PrimaryKeyOfAPrefix) {
   expect_same({.index = "k"}, "b");
 }
 
-TEST_F(Table_kind, VirtualColumns) {
+TEST_F(TableKind, VirtualColumns) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
       " w VARCHAR(20) AS (CONCAT('w', a)) VIRTUAL, b INT, KEY k (v), KEY l "
@@ -178,7 +178,7 @@ TEST_F(Table_kind, VirtualColumns) {
   EXPECT_EQ(Cursor({.index = "k"}).ints(0, {Keys().number(10), {}}), (Ints{1}));
 }
 
-TEST_F(Table_kind, VirtualColumnsIndexOnly) {
+TEST_F(TableKind, VirtualColumnsIndexOnly) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
       " KEY k (v))");
@@ -186,7 +186,7 @@ TEST_F(Table_kind, VirtualColumnsIndexOnly) {
   EXPECT_EQ(Cursor({.index = "k", .index_only = true}).ints(2), (Ints{6, 10}));
 }
 
-TEST_F(Table_kind, StoredGeneratedColumns) {
+TEST_F(TableKind, StoredGeneratedColumns) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT,"
       " s INT AS (a + 100) STORED, KEY k (s))");
@@ -195,7 +195,7 @@ TEST_F(Table_kind, StoredGeneratedColumns) {
   expect_same({.index = "k"}, "s, id");
 }
 
-TEST_F(Table_kind, FunctionalIndex) {
+TEST_F(TableKind, FunctionalIndex) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(20),"
       " KEY f ((UPPER(a))), KEY g ((id + 10)))");
@@ -208,7 +208,7 @@ TEST_F(Table_kind, FunctionalIndex) {
             (Ints{2, 3}));
 }
 
-TEST_F(Table_kind, InvisibleIndexAndColumn) {
+TEST_F(TableKind, InvisibleIndexAndColumn) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT INVISIBLE,"
       " KEY k (a) INVISIBLE)");
@@ -217,7 +217,7 @@ TEST_F(Table_kind, InvisibleIndexAndColumn) {
 }
 
 // Made by the server itself where it can, by the case elsewhere.
-TEST_F(Table_kind, InvisiblePrimaryKey) {
+TEST_F(TableKind, InvisiblePrimaryKey) {
   const bool by_server =
       !sql.query("SHOW VARIABLES LIKE 'sql_generate_invisible_primary_key'")
            .empty();
@@ -237,7 +237,7 @@ TEST_F(Table_kind, InvisiblePrimaryKey) {
   EXPECT_EQ(cursor.ints(1), (Ints{7, 8}));
 }
 
-TEST_F(Table_kind, ColumnsAddedAtOnce) {
+TEST_F(TableKind, ColumnsAddedAtOnce) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY k (a))");
   sql.exec("INSERT INTO t VALUES (1, 3), (2, 2)");
   sql.exec(
@@ -250,7 +250,7 @@ TEST_F(Table_kind, ColumnsAddedAtOnce) {
   expect_same({.index = "k"}, "a");
 }
 
-TEST_F(Table_kind, LargeObjectsBesideEachOther) {
+TEST_F(TableKind, LargeObjectsBesideEachOther) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a LONGBLOB, b LONGTEXT, c JSON,"
       " d VARBINARY(8000), KEY k (id, d(10)))");
@@ -263,7 +263,7 @@ TEST_F(Table_kind, LargeObjectsBesideEachOther) {
   expect_same({.index = "k"}, "id");
 }
 
-TEST_F(Table_kind, NamesThatDifferInCaseAreTwoTables) {
+TEST_F(TableKind, NamesThatDifferInCaseAreTwoTables) {
   ASSERT_EQ(sql.number("SELECT @@lower_case_table_names"), 0);
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   sql.exec("CREATE TABLE T (id INT PRIMARY KEY)");
@@ -274,13 +274,13 @@ TEST_F(Table_kind, NamesThatDifferInCaseAreTwoTables) {
   EXPECT_EQ(Cursor({.db = "DB"}).error, 1049u);
 }
 
-TEST_F(Table_kind, SystemTable) {
+TEST_F(TableKind, SystemTable) {
   Cursor cursor({.db = "mysql", .table = "user"});
   EXPECT_EQ(cursor.texts({0, 1}),
             sql.query("SELECT host, user FROM mysql.user ORDER BY host, user"));
 }
 
-TEST_F(Table_kind, RowsThatWereDeletedAndUpdated) {
+TEST_F(TableKind, RowsThatWereDeletedAndUpdated) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(30), c LONGTEXT,"
       " KEY by_a (a))");
@@ -292,7 +292,7 @@ TEST_F(Table_kind, RowsThatWereDeletedAndUpdated) {
             as_ints(sql.query("SELECT id FROM t ORDER BY a, id")));
 }
 
-TEST_F(Table_kind, TruncatedAndFilledAgain) {
+TEST_F(TableKind, TruncatedAndFilledAgain) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   sql.exec("INSERT INTO t VALUES (1)");
   EXPECT_EQ(Cursor().ints(0), (Ints{1}));
@@ -302,7 +302,7 @@ TEST_F(Table_kind, TruncatedAndFilledAgain) {
   EXPECT_EQ(Cursor().ints(0), (Ints{2}));
 }
 
-TEST_F(Table_kind, ForeignKeys) {
+TEST_F(TableKind, ForeignKeys) {
   sql.exec("CREATE TABLE parent (id INT PRIMARY KEY)");
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, p INT,"
@@ -312,7 +312,7 @@ TEST_F(Table_kind, ForeignKeys) {
   EXPECT_EQ(Cursor({.index = "f"}).ints(0), (Ints{2, 1}));
 }
 
-TEST_F(Table_kind, MultiValuedIndexHasARowForEachEntry) {
+TEST_F(TableKind, MultiValuedIndexHasARowForEachEntry) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, j JSON,"
       " KEY m ((CAST(j AS UNSIGNED ARRAY))))");
@@ -328,7 +328,7 @@ TEST_F(Table_kind, MultiValuedIndexHasARowForEachEntry) {
 }
 
 // The host's column of the index's array calls itself of the elements' type.
-TEST_F(Table_kind, ArrayOfAMultiValuedIndexReadsAsJson) {
+TEST_F(TableKind, ArrayOfAMultiValuedIndexReadsAsJson) {
   struct {
     const char *type, *array, *text;
   } const kinds[] = {

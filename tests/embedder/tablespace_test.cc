@@ -33,7 +33,7 @@ class Tablespace {
   Client sql_;
 };
 
-class Shared_tablespace : public Parallel_test {
+class SharedTablespace : public Parallel_test {
  protected:
   /** t has a neighbour whose pages lie between its own. */
   void check(const std::string &options) {
@@ -66,17 +66,17 @@ class Shared_tablespace : public Parallel_test {
   }
 };
 
-TEST_F(Shared_tablespace, GeneralTablespaceReadsLikeAFileOfItsOwn) {
+TEST_F(SharedTablespace, GeneralTablespaceReadsLikeAFileOfItsOwn) {
   const Tablespace own;
   check("TABLESPACE own");
 }
 
-TEST_F(Shared_tablespace, GeneralTablespaceOfCompressedPagesDoesToo) {
+TEST_F(SharedTablespace, GeneralTablespaceOfCompressedPagesDoesToo) {
   const Tablespace own("FILE_BLOCK_SIZE = 8192");
   check("TABLESPACE own ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 8");
 }
 
-TEST_F(Shared_tablespace, SystemTablespaceReadsLikeAFileOfItsOwn) {
+TEST_F(SharedTablespace, SystemTablespaceReadsLikeAFileOfItsOwn) {
   check("TABLESPACE innodb_system");
 }
 

@@ -15,7 +15,7 @@ namespace {
 
 using namespace harness;
 
-class Temporal_value : public Value_test {
+class TemporalValue : public Value_test {
  protected:
   // What a single value of a type reads as.
   struct Reads {
@@ -33,14 +33,14 @@ class Temporal_value : public Value_test {
   }
 };
 
-TEST_F(Temporal_value, Date) {
+TEST_F(TemporalValue, Date) {
   check("DATE",
         {"'2000-01-01'", "'1999-12-31'", "'1970-01-01'", "'2024-02-29'",
          "'9999-12-31'", "'1000-01-01'", "'0001-01-01'", "'1900-02-28'"},
         dates());
 }
 
-TEST_F(Temporal_value, DateDays) {
+TEST_F(TemporalValue, DateDays) {
   EXPECT_EQ(read("DATE", "'2000-01-01'").date, 0);
   EXPECT_EQ(read("DATE", "'1999-12-31'").date, -1);
   EXPECT_EQ(read("DATE", "'1970-01-01'").date, -10957);
@@ -49,7 +49,7 @@ TEST_F(Temporal_value, DateDays) {
   EXPECT_EQ(read("DATE", "'0001-01-01'").date, -730119);
 }
 
-TEST_F(Temporal_value, ZeroDate) {
+TEST_F(TemporalValue, ZeroDate) {
   sql.exec("SET sql_mode = ''");
   const Reads zero = read("DATE", "'0000-00-00'");
   EXPECT_EQ(zero.date, no_date);
@@ -58,7 +58,7 @@ TEST_F(Temporal_value, ZeroDate) {
 }
 
 // Month 0 is the December before, day 0 the day before.
-TEST_F(Temporal_value, PartlyZeroDates) {
+TEST_F(TemporalValue, PartlyZeroDates) {
   sql.exec("SET sql_mode = ''");
   const auto days_to = [this](const char *date) {
     return sql.number("SELECT DATEDIFF('" + std::string(date) +
@@ -69,13 +69,13 @@ TEST_F(Temporal_value, PartlyZeroDates) {
   EXPECT_EQ(read("DATE", "'2020-00-15'").date, days_to("2019-12-15"));
 }
 
-TEST_F(Temporal_value, ImpossibleDatesThatTheServerTakes) {
+TEST_F(TemporalValue, ImpossibleDatesThatTheServerTakes) {
   sql.exec("SET sql_mode = 'ALLOW_INVALID_DATES'");
   EXPECT_EQ(read("DATE", "'2023-02-31'").date,
             sql.number("SELECT DATEDIFF('2023-03-03', '2000-01-01')"));
 }
 
-TEST_F(Temporal_value, DatetimeOfEachPrecision) {
+TEST_F(TemporalValue, DatetimeOfEachPrecision) {
   for (int digits = 0; digits <= 6; ++digits) {
     SCOPED_TRACE(digits);
     check("DATETIME(" + std::to_string(digits) + ")",
@@ -88,17 +88,17 @@ TEST_F(Temporal_value, DatetimeOfEachPrecision) {
   }
 }
 
-TEST_F(Temporal_value, LastDatetime) {
+TEST_F(TemporalValue, LastDatetime) {
   check("DATETIME(6)", {"'9999-12-31 23:59:59.999999'"}, datetimes());
 }
 
-TEST_F(Temporal_value, DatetimeMicroseconds) {
+TEST_F(TemporalValue, DatetimeMicroseconds) {
   EXPECT_EQ(read("DATETIME", "'1970-01-01 00:00:00'").datetime,
             -946684800000000);
   EXPECT_EQ(read("DATETIME(6)", "'1999-12-31 23:59:59.999999'").datetime, -1);
 }
 
-TEST_F(Temporal_value, ZeroDatetime) {
+TEST_F(TemporalValue, ZeroDatetime) {
   sql.exec("SET sql_mode = ''");
   const Reads zero = read("DATETIME(6)", "'0000-00-00 00:00:00'");
   EXPECT_EQ(zero.date, no_date);
@@ -106,7 +106,7 @@ TEST_F(Temporal_value, ZeroDatetime) {
   EXPECT_EQ(zero.datetime, no_date * usecs_per_day);
 }
 
-TEST_F(Temporal_value, TimeOfPartlyZeroDatetimes) {
+TEST_F(TemporalValue, TimeOfPartlyZeroDatetimes) {
   sql.exec("SET sql_mode = ''");
   const int64_t time =
       sql.number("SELECT TIME_TO_SEC('10:11:12') * 1000000 + 500000");
@@ -117,7 +117,7 @@ TEST_F(Temporal_value, TimeOfPartlyZeroDatetimes) {
   }
 }
 
-TEST_F(Temporal_value, TimestampOfEachPrecision) {
+TEST_F(TemporalValue, TimestampOfEachPrecision) {
   for (int digits = 0; digits <= 6; ++digits) {
     SCOPED_TRACE(digits);
     check("TIMESTAMP(" + std::to_string(digits) + ") NULL",
@@ -129,7 +129,7 @@ TEST_F(Temporal_value, TimestampOfEachPrecision) {
   }
 }
 
-TEST_F(Temporal_value, ZeroTimestamp) {
+TEST_F(TemporalValue, ZeroTimestamp) {
   sql.exec("SET sql_mode = ''");
   const Reads zero = read("TIMESTAMP", "'0000-00-00 00:00:00'");
   EXPECT_EQ(zero.date, no_date);
@@ -138,7 +138,7 @@ TEST_F(Temporal_value, ZeroTimestamp) {
 }
 
 // The limits of the type, in a time zone where they are known.
-TEST_F(Temporal_value, TimestampLimits) {
+TEST_F(TemporalValue, TimestampLimits) {
   const Global_setting zone("time_zone", "'+00:00'");
   sql.exec("SET time_zone = '+00:00'");
   check("TIMESTAMP(6) NULL",
@@ -146,7 +146,7 @@ TEST_F(Temporal_value, TimestampLimits) {
         datetimes());
 }
 
-TEST_F(Temporal_value, TimestampReadsInTheGlobalTimeZone) {
+TEST_F(TemporalValue, TimestampReadsInTheGlobalTimeZone) {
   sql.exec("SET time_zone = '+00:00'");
   store("TIMESTAMP NOT NULL", {"'2000-01-01 00:00:00'"});
   for (const int hours : {3, -5}) {
@@ -158,7 +158,7 @@ TEST_F(Temporal_value, TimestampReadsInTheGlobalTimeZone) {
   }
 }
 
-TEST_F(Temporal_value, TimeOfEachPrecision) {
+TEST_F(TemporalValue, TimeOfEachPrecision) {
   for (int digits = 0; digits <= 6; ++digits) {
     SCOPED_TRACE(digits);
     check("TIME(" + std::to_string(digits) + ")",
@@ -169,30 +169,30 @@ TEST_F(Temporal_value, TimeOfEachPrecision) {
   }
 }
 
-TEST_F(Temporal_value, TimeBeyondADay) {
+TEST_F(TemporalValue, TimeBeyondADay) {
   check("TIME(6)",
         {"'838:59:59.000000'", "'-838:59:59.000000'", "'24:00:00'",
          "'-24:00:00.000001'", "'837:59:59.999999'", "'-837:59:59.999999'"},
         times());
 }
 
-TEST_F(Temporal_value, TimeMicroseconds) {
+TEST_F(TemporalValue, TimeMicroseconds) {
   EXPECT_EQ(read("TIME(1)", "'-00:00:01.5'").time, -1500000);
   EXPECT_EQ(read("TIME", "'838:59:59'").time, 3020399000000);
   EXPECT_EQ(read("TIME", "'-838:59:59'").time, -3020399000000);
   EXPECT_EQ(read("TIME(6)", "'00:00:00.000001'").time, 1);
 }
 
-TEST_F(Temporal_value, TimeOfDayOfADatetime) {
+TEST_F(TemporalValue, TimeOfDayOfADatetime) {
   EXPECT_EQ(read("DATETIME(6)", "'2020-02-02 01:02:03.000004'").time,
             3600000000 + 2 * 60000000 + 3 * 1000000 + 4);
 }
 
-TEST_F(Temporal_value, DateHasNoTime) {
+TEST_F(TemporalValue, DateHasNoTime) {
   EXPECT_EQ(read("DATE", "'2020-02-02'").time, 0);
 }
 
-TEST_F(Temporal_value, OtherTypesHaveNeitherDateNorTime) {
+TEST_F(TemporalValue, OtherTypesHaveNeitherDateNorTime) {
   for (const char *type : {"INT", "DOUBLE", "DECIMAL(20,6)", "CHAR(20)", "TEXT",
                            "BIGINT UNSIGNED"}) {
     SCOPED_TRACE(type);
@@ -203,7 +203,7 @@ TEST_F(Temporal_value, OtherTypesHaveNeitherDateNorTime) {
   }
 }
 
-TEST_F(Temporal_value, YearHasNeitherDateNorTime) {
+TEST_F(TemporalValue, YearHasNeitherDateNorTime) {
   const Reads none = read("YEAR", "2020");
   EXPECT_EQ(none.date, no_date);
   EXPECT_EQ(none.time, 0);

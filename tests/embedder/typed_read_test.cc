@@ -24,9 +24,9 @@ struct Throwing<Result (*)(Arguments...)> {
   static Result convert(Arguments...) { throw std::bad_alloc(); }
 };
 
-class Typed_read : public Cursor_test {
+class TypedRead : public Cursor_test {
  protected:
-  Typed_read() {
+  TypedRead() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, clock TIME, word VARCHAR(10))");
     sql.exec("INSERT INTO t VALUES (1, '01:02:03', 'no number')");
@@ -56,7 +56,7 @@ class Typed_read : public Cursor_test {
   }
 };
 
-TEST_F(Typed_read, TakesTheDateOfTheCursorsSession) {
+TEST_F(TypedRead, TakesTheDateOfTheCursorsSession) {
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());
   const int64_t before = today();
@@ -70,7 +70,7 @@ TEST_F(Typed_read, TakesTheDateOfTheCursorsSession) {
   EXPECT_LE(day, today());
 }
 
-TEST_F(Typed_read, WarnsInTheCursorsSession) {
+TEST_F(TypedRead, WarnsInTheCursorsSession) {
   Cursor cursor;
   void *session = current_session();
   ASSERT_TRUE(cursor.set_range());
@@ -82,7 +82,7 @@ TEST_F(Typed_read, WarnsInTheCursorsSession) {
   EXPECT_EQ(warnings(session), before + 1);
 }
 
-TEST_F(Typed_read, OfABatchTakesTheDateOfTheWorkersSession) {
+TEST_F(TypedRead, OfABatchTakesTheDateOfTheWorkersSession) {
   const int64_t before = today();
   int64_t day = 0;
   with_batch([&](const Batch &batch) {
@@ -101,7 +101,7 @@ TEST_F(Typed_read, OfABatchTakesTheDateOfTheWorkersSession) {
   EXPECT_LE(day, today());
 }
 
-TEST_F(Typed_read, OfABatchWarnsInTheWorkersSession) {
+TEST_F(TypedRead, OfABatchWarnsInTheWorkersSession) {
   with_batch([&](const Batch &batch) {
     void *workers = current_session();
     const size_t before = warnings(workers);
@@ -118,7 +118,7 @@ TEST_F(Typed_read, OfABatchWarnsInTheWorkersSession) {
 }
 
 // The caller may be C, through which no exception can pass.
-TEST_F(Typed_read, OfABatchGivesNoValueWhereTheConversionThrows) {
+TEST_F(TypedRead, OfABatchGivesNoValueWhereTheConversionThrows) {
   with_batch([](const Batch &batch) {
     auto *worker = reinterpret_cast<ThreadCtx *>(batch.handle);
     auto *word = static_cast<Field_str *>(worker->fields[2]);

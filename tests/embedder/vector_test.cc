@@ -14,7 +14,7 @@ namespace {
 
 using namespace harness;
 
-class Vector_column : public Parallel_test {
+class VectorColumn : public Parallel_test {
  protected:
   bool host_has_it() {
     return sql.attempt("SELECT STRING_TO_VECTOR('[1]')").error == 0;
@@ -22,7 +22,7 @@ class Vector_column : public Parallel_test {
 };
 
 // The largest of them lie outside the row.
-TEST_F(Vector_column, ReadsAsTheBytesThatSqlGives) {
+TEST_F(VectorColumn, ReadsAsTheBytesThatSqlGives) {
   if (!host_has_it()) return;
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a VECTOR(4), b VECTOR(16383),"
@@ -41,7 +41,7 @@ TEST_F(Vector_column, ReadsAsTheBytesThatSqlGives) {
               donor.query("SELECT * FROM t ORDER BY id"));
 }
 
-TEST_F(Vector_column, HasNeitherDateNorTimeAndIsNoNumber) {
+TEST_F(VectorColumn, HasNeitherDateNorTimeAndIsNoNumber) {
   if (!host_has_it()) return;
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a VECTOR(4))");
   sql.exec("INSERT INTO t VALUES (1, STRING_TO_VECTOR('[1,2]'))");

@@ -19,9 +19,9 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-class Changing_virtual_index : public Cursor_test {
+class ChangingVirtualIndex : public Cursor_test {
  protected:
-  ~Changing_virtual_index() override { other.exec("ROLLBACK"); }
+  ~ChangingVirtualIndex() override { other.exec("ROLLBACK"); }
 
   void fill(const std::string &columns, const std::string &values) {
     sql.exec("INSERT INTO t (" + columns +
@@ -79,7 +79,7 @@ class Changing_virtual_index : public Cursor_test {
   Client other;
 };
 
-TEST_F(Changing_virtual_index, InsertBesideIndexThatHoldsEveryColumn) {
+TEST_F(ChangingVirtualIndex, InsertBesideIndexThatHoldsEveryColumn) {
   sql.exec(
       "CREATE TABLE t (uid INT NOT NULL PRIMARY KEY,"
       " g INT AS (uid * 2) VIRTUAL, KEY k (g))");
@@ -92,7 +92,7 @@ TEST_F(Changing_virtual_index, InsertBesideIndexThatHoldsEveryColumn) {
   }
 }
 
-TEST_F(Changing_virtual_index, ChangedRowsHaveTheValuesOfTheSnapshot) {
+TEST_F(ChangingVirtualIndex, ChangedRowsHaveTheValuesOfTheSnapshot) {
   sql.exec(
       "CREATE TABLE t (uid INT NOT NULL PRIMARY KEY, b INT,"
       " g INT AS (b * 2) VIRTUAL, pad VARCHAR(100), KEY k (g, b))");
@@ -108,7 +108,7 @@ TEST_F(Changing_virtual_index, ChangedRowsHaveTheValuesOfTheSnapshot) {
   }
 }
 
-TEST_F(Changing_virtual_index, VirtualColumnAfterAnother) {
+TEST_F(ChangingVirtualIndex, VirtualColumnAfterAnother) {
   sql.exec(
       "CREATE TABLE t (uid INT NOT NULL PRIMARY KEY, b INT NOT NULL,"
       " g INT AS (uid + 1) VIRTUAL, KEY k (b, g))");
@@ -124,7 +124,7 @@ TEST_F(Changing_virtual_index, VirtualColumnAfterAnother) {
                               " g <= 51) ORDER BY b, g")));
 }
 
-TEST_F(Changing_virtual_index, FunctionalIndex) {
+TEST_F(ChangingVirtualIndex, FunctionalIndex) {
   sql.exec("CREATE TABLE t (uid INT NOT NULL PRIMARY KEY, KEY k ((uid * 2)))");
   fill("uid", "i");
   begin_changes({"INSERT INTO t (uid) VALUES (1000)"});
@@ -134,7 +134,7 @@ TEST_F(Changing_virtual_index, FunctionalIndex) {
   }
 }
 
-TEST_F(Changing_virtual_index, PartitionedTable) {
+TEST_F(ChangingVirtualIndex, PartitionedTable) {
   sql.exec(
       "CREATE TABLE t (uid INT NOT NULL PRIMARY KEY,"
       " g INT AS (uid * 2) VIRTUAL, KEY k (g)) PARTITION BY HASH (uid)"

@@ -75,9 +75,9 @@ class Busy_pool {
   std::vector<std::future<void>> tasks_;
 };
 
-class Small_pool_kept_pages : public Parallel_test {
+class SmallPoolKeptPages : public Parallel_test {
  protected:
-  Small_pool_kept_pages() {
+  SmallPoolKeptPages() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
     for (size_t at = 0; at < n_rows; at += rows_per_statement)
       fill("t", rows_per_statement, std::to_string(at) + " + i, i");
@@ -100,7 +100,7 @@ class Small_pool_kept_pages : public Parallel_test {
   }
 };
 
-TEST_F(Small_pool_kept_pages, WorkersDoNotWaitForEachOther) {
+TEST_F(SmallPoolKeptPages, WorkersDoNotWaitForEachOther) {
   const Busy_pool busy;
   const Server_log log(sql);
   const size_t n_pages = std::stoull(

@@ -66,9 +66,9 @@ class All_files {
   std::vector<int> files_;
 };
 
-class Open_tables : public Parallel_test {
+class OpenTables : public Parallel_test {
  protected:
-  Open_tables() {
+  OpenTables() {
     file_limit_ = static_cast<size_t>(sql.number("SELECT @@open_files_limit"));
     EXPECT_LE(file_limit_, static_cast<size_t>(n_tables));
     EXPECT_LE(sql.number("SELECT @@table_open_cache"), n_tables / 10);
@@ -148,7 +148,7 @@ class Open_tables : public Parallel_test {
   std::atomic<size_t> refused_{0};
 };
 
-TEST_F(Open_tables, MoreCursorsThanTablesAndFilesMayBeOpen) {
+TEST_F(OpenTables, MoreCursorsThanTablesAndFilesMayBeOpen) {
   for (int i = 0; i < n_tables; ++i) make_table(i);
   Cursors some, others;
   auto beside = on_own_thread([&] { open_and_read(&others, n_tables / 2); });
@@ -156,9 +156,9 @@ TEST_F(Open_tables, MoreCursorsThanTablesAndFilesMayBeOpen) {
   beside.get();
   fprintf(stderr, "figure: %d cursors, %zu refused, %lld tables open\n",
           n_cursors, refused_.load(),
-          static_cast<long long>(status("Open_tables")));
+          static_cast<long long>(status("OpenTables")));
   EXPECT_EQ(refused_, 0u);
-  EXPECT_GE(status("Open_tables"), n_cursors);
+  EXPECT_GE(status("OpenTables"), n_cursors);
   expect_files_within_the_limit();
   some.clear();
   others.clear();
@@ -170,10 +170,10 @@ TEST_F(Open_tables, MoreCursorsThanTablesAndFilesMayBeOpen) {
     const Scan scan({.table = name.c_str()});
     EXPECT_EQ(collect_ints(scan, 4, 1, Workers::any), expected_[at]) << name;
   }
-  EXPECT_LE(status("Open_tables"), sql.number("SELECT @@table_open_cache") + 1);
+  EXPECT_LE(status("OpenTables"), sql.number("SELECT @@table_open_cache") + 1);
 }
 
-TEST_F(Open_tables, NoFileIsLeft) {
+TEST_F(OpenTables, NoFileIsLeft) {
   for (int i = 0; i < n_tables; ++i) make_table(i);
   sql.exec("FLUSH TABLES");
   await_redo_files();
@@ -191,7 +191,7 @@ TEST_F(Open_tables, NoFileIsLeft) {
   EXPECT_EQ(refused_, 0u);
 }
 
-TEST_F(Open_tables, MorePartitionsThanFilesMayBeOpen) {
+TEST_F(OpenTables, MorePartitionsThanFilesMayBeOpen) {
   sql.exec(
       "CREATE TABLE p (id INT PRIMARY KEY, v INT, KEY by_v (v))"
       " PARTITION BY HASH (id) PARTITIONS " +

@@ -76,25 +76,25 @@ class Page_size : public Parallel_test {
   }
 };
 
-class Page_size_4k : public Page_size {};
-class Page_size_8k : public Page_size {};
-class Page_size_32k : public Page_size {};
-class Page_size_64k : public Page_size {};
+class PageSize4k : public Page_size {};
+class PageSize8k : public Page_size {};
+class PageSize32k : public Page_size {};
+class PageSize64k : public Page_size {};
 
-TEST_F(Page_size_4k, ReadsAreThoseOfSql) {
+TEST_F(PageSize4k, ReadsAreThoseOfSql) {
   check(4096, {"REDUNDANT", "DYNAMIC", "COMPRESSED KEY_BLOCK_SIZE = 2"});
 }
 
-TEST_F(Page_size_8k, ReadsAreThoseOfSql) {
+TEST_F(PageSize8k, ReadsAreThoseOfSql) {
   check(8192, {"REDUNDANT", "DYNAMIC", "COMPRESSED KEY_BLOCK_SIZE = 4"});
 }
 
 // There is no compression of larger pages.
-TEST_F(Page_size_32k, ReadsAreThoseOfSql) {
+TEST_F(PageSize32k, ReadsAreThoseOfSql) {
   check(32768, {"REDUNDANT", "DYNAMIC"});
 }
 
-TEST_F(Page_size_64k, ReadsAreThoseOfSql) {
+TEST_F(PageSize64k, ReadsAreThoseOfSql) {
   check(65536, {"REDUNDANT", "DYNAMIC"});
 }
 

@@ -93,9 +93,9 @@ Totals totals_by_rows(uint32_t donor) {
   return totals;
 }
 
-class Small_pool : public Parallel_test {
+class SmallPool : public Parallel_test {
  protected:
-  Small_pool() {
+  SmallPool() {
     const size_t n_rows = setting("TABLE_MB", 40) * rows_per_mb;
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, pad VARCHAR(2000))");
     for (size_t at = 0; at < n_rows; at += rows_per_statement)
@@ -161,7 +161,7 @@ class Small_pool : public Parallel_test {
   std::unique_ptr<Writer> writer_;
 };
 
-TEST_F(Small_pool, ReadsAreExactBesideAWriterAndAHotTable) {
+TEST_F(SmallPool, ReadsAreExactBesideAWriterAndAHotTable) {
   const auto idle = [] { std::this_thread::sleep_for(milliseconds(1000)); };
   measure("nothing", idle);
   for (const size_t threads : {1, 2, 8}) measure_parallel(threads);
@@ -183,7 +183,7 @@ TEST_F(Small_pool, ReadsAreExactBesideAWriterAndAHotTable) {
 }
 
 // And more asked for than there are.
-TEST_F(Small_pool, AsManyThreadsAsThereAre) {
+TEST_F(SmallPool, AsManyThreadsAsThereAre) {
   const Server_log log(sql);
   measure_parallel(255);
   measure("300 and 300 asked for", [this] {

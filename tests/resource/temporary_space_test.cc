@@ -27,9 +27,9 @@ constexpr size_t n_rows = 20000;
 constexpr unsigned int undo_full = 3019;         // ER_INNODB_UNDO_LOG_FULL
 constexpr unsigned int file_cannot_be_made = 1;  // EE_CANTCREATEFILE
 
-class Temporary_space : public Parallel_test {
+class TemporarySpace : public Parallel_test {
  protected:
-  Temporary_space() {
+  TemporarySpace() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, pad VARCHAR(300),"
         " KEY by_v (v))");
@@ -120,13 +120,13 @@ class Temporary_space : public Parallel_test {
 };
 
 // The old values of a temporary table go there.
-TEST_F(Temporary_space, TheTemporaryTablespaceIsFull) {
+TEST_F(TemporarySpace, TheTemporaryTablespaceIsFull) {
   expect_reads_beside("UPDATE own SET pad = REPEAT('b', 1000)", undo_full);
   expect_nothing_left();
   EXPECT_EQ(donor.attempt("UPDATE own SET pad = 'b' WHERE id < 100").error, 0u);
 }
 
-TEST_F(Temporary_space, TemporaryFilesCannotBeMade) {
+TEST_F(TemporarySpace, TemporaryFilesCannotBeMade) {
   const std::filesystem::path folder = sql.text("SELECT @@tmpdir");
   const std::filesystem::path away = folder.string() + ".away";
   const std::string sorting = "SELECT id FROM own ORDER BY pad, id DESC";

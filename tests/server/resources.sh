@@ -15,20 +15,20 @@ plugins=(--plugin-load-add=morvena_sn.so
 # What the server of a case has little of, or has otherwise.
 set_options() {
   case $1 in
-    Temporary_space.*)
+    TemporarySpace.*)
       mkdir -p "$run/tmp"
       options=(--tmpdir="$run/tmp"
         --innodb-temp-data-file-path=ibtmp1:12M
         --temptable-max-ram=2M --temptable-max-mmap=0)
       ;;
-    Open_tables.*)
+    OpenTables.*)
       # The option alone does not lower what the system allows already.
       ulimit -n 60
       options=(--table-open-cache=4 --table-open-cache-instances=1
         --innodb-open-files=10 --open-files-limit=60 --max-connections=10)
       ;;
     Connections.*) options=(--max-connections=5) ;;
-    Small_pool*)
+    SmallPool*)
       options=(--innodb-buffer-pool-size="${POOL_MB:-5}M"
         --innodb-buffer-pool-chunk-size=1M --innodb-buffer-pool-instances=1)
       ;;

@@ -106,11 +106,11 @@ class Pool : public testing::Test {
   Threads *pool;
 };
 
-TEST(Pool_life, NoneBeforeInitialize) {
+TEST(PoolLife, NoneBeforeInitialize) {
   EXPECT_EQ(Threads::get_instance(), nullptr);
 }
 
-TEST(Pool_life, ShutdownWithoutAPoolDoesNothing) {
+TEST(PoolLife, ShutdownWithoutAPoolDoesNothing) {
   Threads::shutdown();
   EXPECT_EQ(Threads::get_instance(), nullptr);
 }
@@ -266,7 +266,7 @@ TEST_F(Pool, ManyThreadsSubmitAtOnce) {
   EXPECT_EQ(runs, 8 * 500);
 }
 
-TEST(Pool_stopping, QueueRefusesATask) {
+TEST(PoolStopping, QueueRefusesATask) {
   Threads::initialize();
   Threads *pool = Threads::get_instance();
   Gate gate;
@@ -287,7 +287,7 @@ TEST(Pool_stopping, QueueRefusesATask) {
 }
 
 // A task that a leaving worker dropped would break its promise.
-TEST(Pool_stopping, QueuedTasksRun) {
+TEST(PoolStopping, QueuedTasksRun) {
   std::atomic<int> runs{0};
   threads_are_held = true;
   Threads::initialize();
@@ -314,7 +314,7 @@ TEST(Pool_stopping, QueuedTasksRun) {
   EXPECT_TRUE(wait_until([] { return threads_set_up == 0; }));
 }
 
-TEST(Pool_stopping, TaskWithoutAnIdleWorkerStillRuns) {
+TEST(PoolStopping, TaskWithoutAnIdleWorkerStillRuns) {
   Threads::initialize();
   Threads *pool = Threads::get_instance();
   Gate gate;
@@ -326,7 +326,7 @@ TEST(Pool_stopping, TaskWithoutAnIdleWorkerStillRuns) {
   EXPECT_TRUE(wait_until([] { return threads_set_up == 0; }));
 }
 
-TEST(Pool_stopping, WaitsForWhoHoldsThePool) {
+TEST(PoolStopping, WaitsForWhoHoldsThePool) {
   Threads::initialize();
   std::atomic<bool> stopped{false};
   std::thread stopper;
@@ -350,7 +350,7 @@ TEST(Pool_stopping, WaitsForWhoHoldsThePool) {
   EXPECT_EQ(threads_set_up, 0);
 }
 
-TEST(Pool_stopping, WaitsForThreadsBesideThePool) {
+TEST(PoolStopping, WaitsForThreadsBesideThePool) {
   Threads::initialize();
   Gate gate;
   Futures busy = occupy_workers(Threads::get_instance(), gate);
@@ -370,7 +370,7 @@ TEST(Pool_stopping, WaitsForThreadsBesideThePool) {
   EXPECT_EQ(threads_set_up, 0);
 }
 
-TEST(Pool_stopping, PoolStartedMeanwhileServes) {
+TEST(PoolStopping, PoolStartedMeanwhileServes) {
   Threads::initialize();
   std::thread stopper;
   {

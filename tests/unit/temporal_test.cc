@@ -21,17 +21,17 @@ int days_in(int year, int month) {
   return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
 }
 
-TEST(Julian_day, EpochIsDay2451545) {
+TEST(JulianDay, EpochIsDay2451545) {
   EXPECT_EQ(mysql_time2jd(2000, 1, 1), 2451545);
 }
 
 // 4713-11-24 BC of the Gregorian calendar is day 0; this is the first day of
 // AD.
-TEST(Julian_day, FirstDayOfOurEra) {
+TEST(JulianDay, FirstDayOfOurEra) {
   EXPECT_EQ(mysql_time2jd(1, 1, 1), 1721426);
 }
 
-TEST(Julian_day, EachDayFollowsTheOneBefore) {
+TEST(JulianDay, EachDayFollowsTheOneBefore) {
   int expected = 1721426;
   for (int year = 1; year <= 9999; ++year)
     for (int month = 1; month <= 12; ++month)
@@ -40,52 +40,52 @@ TEST(Julian_day, EachDayFollowsTheOneBefore) {
             << year << '-' << month << '-' << day;
 }
 
-TEST(Days_since_epoch, EpochIsZero) {
+TEST(DaysSinceEpoch, EpochIsZero) {
   EXPECT_EQ(days_since_epoch(2000, 1, 1), 0);
 }
 
-TEST(Days_since_epoch, DayBeforeTheEpochIsMinusOne) {
+TEST(DaysSinceEpoch, DayBeforeTheEpochIsMinusOne) {
   EXPECT_EQ(days_since_epoch(1999, 12, 31), -1);
 }
 
-TEST(Days_since_epoch, UnixEpoch) {
+TEST(DaysSinceEpoch, UnixEpoch) {
   EXPECT_EQ(days_since_epoch(1970, 1, 1), -10957);
 }
 
-TEST(Days_since_epoch, LeapDay) {
+TEST(DaysSinceEpoch, LeapDay) {
   EXPECT_EQ(days_since_epoch(2024, 2, 29), 8825);
 }
 
-TEST(Days_since_epoch, LastDay) {
+TEST(DaysSinceEpoch, LastDay) {
   EXPECT_EQ(days_since_epoch(9999, 12, 31), 2921939);
 }
 
-TEST(Days_since_epoch, FirstDay) {
+TEST(DaysSinceEpoch, FirstDay) {
   EXPECT_EQ(days_since_epoch(1, 1, 1), -730119);
 }
 
-TEST(Days_since_epoch, ZeroDate) {
+TEST(DaysSinceEpoch, ZeroDate) {
   EXPECT_EQ(days_since_epoch(0, 0, 0), -730517);
 }
 
-TEST(Time_of_day, UnitsAddUp) {
+TEST(TimeOfDay, UnitsAddUp) {
   EXPECT_EQ(mysql_time2time(1, 2, 3, 4, false),
             3600000000 + 2 * 60000000 + 3 * 1000000 + 4);
 }
 
-TEST(Time_of_day, NegativeFractionKeepsItsSign) {
+TEST(TimeOfDay, NegativeFractionKeepsItsSign) {
   EXPECT_EQ(mysql_time2time(0, 0, 1, 500000, true), -1500000);
 }
 
-TEST(Time_of_day, HoursBeyondADayAreKept) {
+TEST(TimeOfDay, HoursBeyondADayAreKept) {
   EXPECT_EQ(mysql_time2time(838, 59, 59, 0, false), 3020399000000);
 }
 
-TEST(Time_of_day, LongestNegativeDuration) {
+TEST(TimeOfDay, LongestNegativeDuration) {
   EXPECT_EQ(mysql_time2time(838, 59, 59, 0, true), -3020399000000);
 }
 
-TEST(Packed_datetime, PartsAreWhereTheServerPutsThem) {
+TEST(PackedDatetime, PartsAreWhereTheServerPutsThem) {
   const int64_t year_month = 1999 * 13 + 12, day = 31, hour = 23, minute = 58,
                 second = 57;
   const int64_t packed =
@@ -96,11 +96,11 @@ TEST(Packed_datetime, PartsAreWhereTheServerPutsThem) {
   EXPECT_EQ(datetime_of_packed(packed), -63 * USECS_PER_SEC + 654321);
 }
 
-TEST(Packed_datetime, ZeroIsTheZeroDate) {
+TEST(PackedDatetime, ZeroIsTheZeroDate) {
   EXPECT_EQ(datetime_of_packed(0), -730517 * USECS_PER_DAY);
 }
 
-TEST(Parts_of_a_datetime, DaysBeginAtMidnightBeforeTheEpochToo) {
+TEST(PartsOfADatetime, DaysBeginAtMidnightBeforeTheEpochToo) {
   EXPECT_EQ(days_of_datetime(0), 0);
   EXPECT_EQ(days_of_datetime(USECS_PER_DAY - 1), 0);
   EXPECT_EQ(days_of_datetime(USECS_PER_DAY), 1);
@@ -109,14 +109,14 @@ TEST(Parts_of_a_datetime, DaysBeginAtMidnightBeforeTheEpochToo) {
   EXPECT_EQ(days_of_datetime(-USECS_PER_DAY - 1), -2);
 }
 
-TEST(Parts_of_a_datetime, TimesAreNeverNegative) {
+TEST(PartsOfADatetime, TimesAreNeverNegative) {
   EXPECT_EQ(time_of_datetime(0), 0);
   EXPECT_EQ(time_of_datetime(USECS_PER_DAY + 5), 5);
   EXPECT_EQ(time_of_datetime(-1), USECS_PER_DAY - 1);
   EXPECT_EQ(time_of_datetime(-USECS_PER_DAY), 0);
 }
 
-TEST(Decimal_words, NineDigitsAWordRoundedUp) {
+TEST(DecimalWords, NineDigitsAWordRoundedUp) {
   EXPECT_EQ(ROUND_UP(0), 0);
   EXPECT_EQ(ROUND_UP(1), 1);
   EXPECT_EQ(ROUND_UP(9), 1);

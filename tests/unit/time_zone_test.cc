@@ -85,7 +85,7 @@ class Zone_file {
 
 // A distance from UTC that a zone leaves does not come back within six days:
 // equal at both ends of eighteen hours, it is the same all the time between.
-TEST(Time_zones, DoNotReturnToADistanceWithinDays) {
+TEST(TimeZones, DoNotReturnToADistanceWithinDays) {
   const std::filesystem::path folder = "/usr/share/zoneinfo";
   if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no zones here";
   size_t n_changes = 0;

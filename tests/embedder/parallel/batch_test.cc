@@ -23,7 +23,7 @@ namespace {
 
 using namespace harness;
 
-class Parallel_batch : public Parallel_test {
+class ParallelBatch : public Parallel_test {
  protected:
   void make(size_t n_rows) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(50))");
@@ -31,7 +31,7 @@ class Parallel_batch : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_batch, AsManyRowsAsABatchComeInOne) {
+TEST_F(ParallelBatch, AsManyRowsAsABatchComeInOne) {
   make(4096);
   const Scan scan;
   for (const size_t threads : {size_t{0}, size_t{1}}) {
@@ -41,14 +41,14 @@ TEST_F(Parallel_batch, AsManyRowsAsABatchComeInOne) {
   }
 }
 
-TEST_F(Parallel_batch, OneRowMoreComesInASecond) {
+TEST_F(ParallelBatch, OneRowMoreComesInASecond) {
   make(4097);
   const Scan scan;
   EXPECT_EQ(collect(scan, 0, {0}).batches.at(0),
             (std::vector<size_t>{4096, 1}));
 }
 
-TEST_F(Parallel_batch, AllButTheLastOfAWorkerAreFull) {
+TEST_F(ParallelBatch, AllButTheLastOfAWorkerAreFull) {
   make(50000);
   const Scan scan;
   for (const size_t threads : thread_counts) {
@@ -63,7 +63,7 @@ TEST_F(Parallel_batch, AllButTheLastOfAWorkerAreFull) {
   }
 }
 
-TEST_F(Parallel_batch, FewerThanTwoThreadsReadOnTheCallingThread) {
+TEST_F(ParallelBatch, FewerThanTwoThreadsReadOnTheCallingThread) {
   make(9000);
   const Scan scan;
   for (const size_t threads : {size_t{0}, size_t{1}}) {
@@ -76,7 +76,7 @@ TEST_F(Parallel_batch, FewerThanTwoThreadsReadOnTheCallingThread) {
   }
 }
 
-TEST_F(Parallel_batch, WorkersAreOtherThreads) {
+TEST_F(ParallelBatch, WorkersAreOtherThreads) {
   make(9000);
   const Scan scan;
   const auto caller = std::this_thread::get_id();
@@ -86,7 +86,7 @@ TEST_F(Parallel_batch, WorkersAreOtherThreads) {
   }));
 }
 
-TEST_F(Parallel_batch, WorkersHaveASessionEach) {
+TEST_F(ParallelBatch, WorkersHaveASessionEach) {
   make(50000);
   const Scan scan;
   std::mutex mu;
@@ -112,7 +112,7 @@ TEST_F(Parallel_batch, WorkersHaveASessionEach) {
   EXPECT_EQ(different.size(), sessions.size());
 }
 
-TEST_F(Parallel_batch, TheArgumentIsHandedOn) {
+TEST_F(ParallelBatch, TheArgumentIsHandedOn) {
   make(10);
   const Scan scan;
   int target = 0;
@@ -124,7 +124,7 @@ TEST_F(Parallel_batch, TheArgumentIsHandedOn) {
   EXPECT_EQ(target, 10);
 }
 
-TEST_F(Parallel_batch, RowsBeyondItAreRefused) {
+TEST_F(ParallelBatch, RowsBeyondItAreRefused) {
   make(10);
   const Scan scan;
   EXPECT_TRUE(read_parallel(scan, 0, [](const Batch &batch) {
@@ -144,7 +144,7 @@ TEST_F(Parallel_batch, RowsBeyondItAreRefused) {
   }));
 }
 
-TEST_F(Parallel_batch, ColumnsBeyondTheTableAreRefused) {
+TEST_F(ParallelBatch, ColumnsBeyondTheTableAreRefused) {
   make(10);
   const Scan scan;
   EXPECT_TRUE(read_parallel(scan, 0, [](const Batch &batch) {
@@ -159,7 +159,7 @@ TEST_F(Parallel_batch, ColumnsBeyondTheTableAreRefused) {
   }));
 }
 
-TEST_F(Parallel_batch, NullLeavesTheOutputsAlone) {
+TEST_F(ParallelBatch, NullLeavesTheOutputsAlone) {
   make(10);
   const Scan scan;
   EXPECT_TRUE(read_parallel(scan, 0, [](const Batch &batch) {
@@ -176,7 +176,7 @@ TEST_F(Parallel_batch, NullLeavesTheOutputsAlone) {
   }));
 }
 
-TEST_F(Parallel_batch, TheRowsOfABatchCanBeReadInAnyOrderAndTwice) {
+TEST_F(ParallelBatch, TheRowsOfABatchCanBeReadInAnyOrderAndTwice) {
   make(100);
   const Scan scan;
   EXPECT_TRUE(read_parallel(scan, 0, [](const Batch &batch) {
@@ -190,7 +190,7 @@ TEST_F(Parallel_batch, TheRowsOfABatchCanBeReadInAnyOrderAndTwice) {
   }));
 }
 
-TEST_F(Parallel_batch, NullHandleIsRefused) {
+TEST_F(ParallelBatch, NullHandleIsRefused) {
   EXPECT_EQ(pread_n_tuples(0), 0u);
   long long integer;
   double real;
@@ -210,7 +210,7 @@ TEST_F(Parallel_batch, NullHandleIsRefused) {
   EXPECT_TRUE(pread_field_datetime(0, 0, 0, &time));
 }
 
-TEST_F(Parallel_batch, ColumnsAreTheTablesInItsOrder) {
+TEST_F(ParallelBatch, ColumnsAreTheTablesInItsOrder) {
   make(1);
   const Scan scan;
   EXPECT_EQ(seqscan_cursor_output_col_num(scan.handle), 3u);
@@ -218,7 +218,7 @@ TEST_F(Parallel_batch, ColumnsAreTheTablesInItsOrder) {
 }
 
 // Whose session may serve another thread as soon as it is closed.
-TEST_F(Parallel_batch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
+TEST_F(ParallelBatch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v VARCHAR(20))");
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
   fill("t", 20000, "i, CONCAT(i, ' and more')");
@@ -245,7 +245,7 @@ TEST_F(Parallel_batch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
 }
 
 // The worker holds pages, under which the server opens no table.
-TEST_F(Parallel_batch, TheCallbackOpensNoCursor) {
+TEST_F(ParallelBatch, TheCallbackOpensNoCursor) {
   make(5000);
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
   const Scan scan;
@@ -272,7 +272,7 @@ TEST_F(Parallel_batch, TheCallbackOpensNoCursor) {
   }
 }
 
-TEST_F(Parallel_batch, TheCallbackReadsThroughACursorThatIsOpen) {
+TEST_F(ParallelBatch, TheCallbackReadsThroughACursorThatIsOpen) {
   make(5000);
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
   sql.exec("INSERT INTO other VALUES (1, 42)");
@@ -292,7 +292,7 @@ TEST_F(Parallel_batch, TheCallbackReadsThroughACursorThatIsOpen) {
 }
 
 // The mark is the thread's: another may be in a callback meanwhile.
-TEST_F(Parallel_batch, AFailingCallbackLeavesTheThreadAbleToOpen) {
+TEST_F(ParallelBatch, AFailingCallbackLeavesTheThreadAbleToOpen) {
   make(5000);
   const Scan scan;
   EXPECT_FALSE(read_parallel(scan, 0, [](const Batch &) -> bool { throw 1; }));
@@ -300,7 +300,7 @@ TEST_F(Parallel_batch, AFailingCallbackLeavesTheThreadAbleToOpen) {
 }
 
 /** Reads between two others on the same worker: each has its own cursor. */
-TEST_F(Parallel_batch, TheCallbackReadsAnotherTable) {
+TEST_F(ParallelBatch, TheCallbackReadsAnotherTable) {
   make(5000);
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
   sql.exec("INSERT INTO other VALUES (1, 42)");

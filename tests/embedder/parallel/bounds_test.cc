@@ -86,9 +86,9 @@ class Bounds : public Parallel_test {
 };
 
 /** Even numbers, two to a page; some are gone. */
-class Parallel_bounds_integer : public Bounds {
+class ParallelBoundsInteger : public Bounds {
  protected:
-  Parallel_bounds_integer() {
+  ParallelBoundsInteger() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000))"
         " CHARACTER SET latin1");
@@ -102,20 +102,20 @@ class Parallel_bounds_integer : public Bounds {
   }
 };
 
-TEST_F(Parallel_bounds_integer, NoBounds) { check(none, none); }
-TEST_F(Parallel_bounds_integer, ClosedBegin) { check(closed, none); }
-TEST_F(Parallel_bounds_integer, OpenBegin) { check(open, none); }
-TEST_F(Parallel_bounds_integer, ClosedEnd) { check(none, closed); }
-TEST_F(Parallel_bounds_integer, OpenEnd) { check(none, open); }
-TEST_F(Parallel_bounds_integer, ClosedBeginClosedEnd) { check(closed, closed); }
-TEST_F(Parallel_bounds_integer, ClosedBeginOpenEnd) { check(closed, open); }
-TEST_F(Parallel_bounds_integer, OpenBeginClosedEnd) { check(open, closed); }
-TEST_F(Parallel_bounds_integer, OpenBeginOpenEnd) { check(open, open); }
+TEST_F(ParallelBoundsInteger, NoBounds) { check(none, none); }
+TEST_F(ParallelBoundsInteger, ClosedBegin) { check(closed, none); }
+TEST_F(ParallelBoundsInteger, OpenBegin) { check(open, none); }
+TEST_F(ParallelBoundsInteger, ClosedEnd) { check(none, closed); }
+TEST_F(ParallelBoundsInteger, OpenEnd) { check(none, open); }
+TEST_F(ParallelBoundsInteger, ClosedBeginClosedEnd) { check(closed, closed); }
+TEST_F(ParallelBoundsInteger, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(ParallelBoundsInteger, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(ParallelBoundsInteger, OpenBeginOpenEnd) { check(open, open); }
 
 /** Keys that fill a page with 25, under a collation that ignores case. */
-class Parallel_bounds_string : public Bounds {
+class ParallelBoundsString : public Bounds {
  protected:
-  Parallel_bounds_string() {
+  ParallelBoundsString() {
     sql.exec(
         "CREATE TABLE t (k VARCHAR(700) CHARACTER SET utf8mb4 COLLATE"
         " utf8mb4_0900_ai_ci PRIMARY KEY, v INT)");
@@ -133,20 +133,20 @@ class Parallel_bounds_string : public Bounds {
   }
 };
 
-TEST_F(Parallel_bounds_string, NoBounds) { check(none, none); }
-TEST_F(Parallel_bounds_string, ClosedBegin) { check(closed, none); }
-TEST_F(Parallel_bounds_string, OpenBegin) { check(open, none); }
-TEST_F(Parallel_bounds_string, ClosedEnd) { check(none, closed); }
-TEST_F(Parallel_bounds_string, OpenEnd) { check(none, open); }
-TEST_F(Parallel_bounds_string, ClosedBeginClosedEnd) { check(closed, closed); }
-TEST_F(Parallel_bounds_string, ClosedBeginOpenEnd) { check(closed, open); }
-TEST_F(Parallel_bounds_string, OpenBeginClosedEnd) { check(open, closed); }
-TEST_F(Parallel_bounds_string, OpenBeginOpenEnd) { check(open, open); }
+TEST_F(ParallelBoundsString, NoBounds) { check(none, none); }
+TEST_F(ParallelBoundsString, ClosedBegin) { check(closed, none); }
+TEST_F(ParallelBoundsString, OpenBegin) { check(open, none); }
+TEST_F(ParallelBoundsString, ClosedEnd) { check(none, closed); }
+TEST_F(ParallelBoundsString, OpenEnd) { check(none, open); }
+TEST_F(ParallelBoundsString, ClosedBeginClosedEnd) { check(closed, closed); }
+TEST_F(ParallelBoundsString, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(ParallelBoundsString, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(ParallelBoundsString, OpenBeginOpenEnd) { check(open, open); }
 
 /** Bounds of one part, which take in all that begins with it, and of both. */
-class Parallel_bounds_composite : public Bounds {
+class ParallelBoundsComposite : public Bounds {
  protected:
-  Parallel_bounds_composite() {
+  ParallelBoundsComposite() {
     sql.exec(
         "CREATE TABLE t (a INT, b VARCHAR(600) CHARACTER SET latin1,"
         " v INT, PRIMARY KEY (a, b))");
@@ -168,22 +168,20 @@ class Parallel_bounds_composite : public Bounds {
   }
 };
 
-TEST_F(Parallel_bounds_composite, NoBounds) { check(none, none); }
-TEST_F(Parallel_bounds_composite, ClosedBegin) { check(closed, none); }
-TEST_F(Parallel_bounds_composite, OpenBegin) { check(open, none); }
-TEST_F(Parallel_bounds_composite, ClosedEnd) { check(none, closed); }
-TEST_F(Parallel_bounds_composite, OpenEnd) { check(none, open); }
-TEST_F(Parallel_bounds_composite, ClosedBeginClosedEnd) {
-  check(closed, closed);
-}
-TEST_F(Parallel_bounds_composite, ClosedBeginOpenEnd) { check(closed, open); }
-TEST_F(Parallel_bounds_composite, OpenBeginClosedEnd) { check(open, closed); }
-TEST_F(Parallel_bounds_composite, OpenBeginOpenEnd) { check(open, open); }
+TEST_F(ParallelBoundsComposite, NoBounds) { check(none, none); }
+TEST_F(ParallelBoundsComposite, ClosedBegin) { check(closed, none); }
+TEST_F(ParallelBoundsComposite, OpenBegin) { check(open, none); }
+TEST_F(ParallelBoundsComposite, ClosedEnd) { check(none, closed); }
+TEST_F(ParallelBoundsComposite, OpenEnd) { check(none, open); }
+TEST_F(ParallelBoundsComposite, ClosedBeginClosedEnd) { check(closed, closed); }
+TEST_F(ParallelBoundsComposite, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(ParallelBoundsComposite, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(ParallelBoundsComposite, OpenBeginOpenEnd) { check(open, open); }
 
 /** The index's order is the falling one: its begin is the greatest value. */
-class Parallel_bounds_descending : public Bounds {
+class ParallelBoundsDescending : public Bounds {
  protected:
-  Parallel_bounds_descending() {
+  ParallelBoundsDescending() {
     sql.exec(
         "CREATE TABLE t (id INT, v INT, w VARCHAR(8000),"
         " PRIMARY KEY (id DESC)) CHARACTER SET latin1");
@@ -196,22 +194,22 @@ class Parallel_bounds_descending : public Bounds {
   }
 };
 
-TEST_F(Parallel_bounds_descending, NoBounds) { check(none, none); }
-TEST_F(Parallel_bounds_descending, ClosedBegin) { check(closed, none); }
-TEST_F(Parallel_bounds_descending, OpenBegin) { check(open, none); }
-TEST_F(Parallel_bounds_descending, ClosedEnd) { check(none, closed); }
-TEST_F(Parallel_bounds_descending, OpenEnd) { check(none, open); }
-TEST_F(Parallel_bounds_descending, ClosedBeginClosedEnd) {
+TEST_F(ParallelBoundsDescending, NoBounds) { check(none, none); }
+TEST_F(ParallelBoundsDescending, ClosedBegin) { check(closed, none); }
+TEST_F(ParallelBoundsDescending, OpenBegin) { check(open, none); }
+TEST_F(ParallelBoundsDescending, ClosedEnd) { check(none, closed); }
+TEST_F(ParallelBoundsDescending, OpenEnd) { check(none, open); }
+TEST_F(ParallelBoundsDescending, ClosedBeginClosedEnd) {
   check(closed, closed);
 }
-TEST_F(Parallel_bounds_descending, ClosedBeginOpenEnd) { check(closed, open); }
-TEST_F(Parallel_bounds_descending, OpenBeginClosedEnd) { check(open, closed); }
-TEST_F(Parallel_bounds_descending, OpenBeginOpenEnd) { check(open, open); }
+TEST_F(ParallelBoundsDescending, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(ParallelBoundsDescending, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(ParallelBoundsDescending, OpenBeginOpenEnd) { check(open, open); }
 
 /** A secondary index with NULLs, which come first, read by itself. */
-class Parallel_bounds_nullable : public Bounds {
+class ParallelBoundsNullable : public Bounds {
  protected:
-  Parallel_bounds_nullable() {
+  ParallelBoundsNullable() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, a INT, b VARCHAR(600)"
         " CHARACTER SET latin1, KEY k (a, b))");
@@ -237,16 +235,14 @@ class Parallel_bounds_nullable : public Bounds {
   }
 };
 
-TEST_F(Parallel_bounds_nullable, NoBounds) { check(none, none); }
-TEST_F(Parallel_bounds_nullable, ClosedBegin) { check(closed, none); }
-TEST_F(Parallel_bounds_nullable, OpenBegin) { check(open, none); }
-TEST_F(Parallel_bounds_nullable, ClosedEnd) { check(none, closed); }
-TEST_F(Parallel_bounds_nullable, OpenEnd) { check(none, open); }
-TEST_F(Parallel_bounds_nullable, ClosedBeginClosedEnd) {
-  check(closed, closed);
-}
-TEST_F(Parallel_bounds_nullable, ClosedBeginOpenEnd) { check(closed, open); }
-TEST_F(Parallel_bounds_nullable, OpenBeginClosedEnd) { check(open, closed); }
-TEST_F(Parallel_bounds_nullable, OpenBeginOpenEnd) { check(open, open); }
+TEST_F(ParallelBoundsNullable, NoBounds) { check(none, none); }
+TEST_F(ParallelBoundsNullable, ClosedBegin) { check(closed, none); }
+TEST_F(ParallelBoundsNullable, OpenBegin) { check(open, none); }
+TEST_F(ParallelBoundsNullable, ClosedEnd) { check(none, closed); }
+TEST_F(ParallelBoundsNullable, OpenEnd) { check(none, open); }
+TEST_F(ParallelBoundsNullable, ClosedBeginClosedEnd) { check(closed, closed); }
+TEST_F(ParallelBoundsNullable, ClosedBeginOpenEnd) { check(closed, open); }
+TEST_F(ParallelBoundsNullable, OpenBeginClosedEnd) { check(open, closed); }
+TEST_F(ParallelBoundsNullable, OpenBeginOpenEnd) { check(open, open); }
 
 }  // namespace

@@ -25,9 +25,9 @@ using Ints = std::vector<long long>;
 
 /** Rows of some 3 KB, four or five to a page: each change of their size splits
     or merges one. */
-class Direction_load : public Parallel_test {
+class DirectionLoad : public Parallel_test {
  protected:
-  Direction_load() {
+  DirectionLoad() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT NOT NULL, pad VARCHAR(6000)"
         " NOT NULL, KEY by_v (v, id, pad(700))) CHARACTER SET latin1");
@@ -94,8 +94,8 @@ class Direction_load : public Parallel_test {
   }
 };
 
-TEST_F(Direction_load, AlongThePrimaryKey) { expect_the_same_keys("PRIMARY"); }
+TEST_F(DirectionLoad, AlongThePrimaryKey) { expect_the_same_keys("PRIMARY"); }
 
-TEST_F(Direction_load, AlongAnIndex) { expect_the_same_keys("by_v"); }
+TEST_F(DirectionLoad, AlongAnIndex) { expect_the_same_keys("by_v"); }
 
 }  // namespace

@@ -40,9 +40,9 @@ class Forgotten_view {
   trx_t *trx_;
 };
 
-class Parallel_history : public Parallel_test {
+class ParallelHistory : public Parallel_test {
  protected:
-  Parallel_history() {
+  ParallelHistory() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
     fill("t", 3000, "i, i, i");
   }
@@ -61,15 +61,15 @@ class Parallel_history : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_history, WhichIsGoneFailsTheReadOfATable) {
+TEST_F(ParallelHistory, WhichIsGoneFailsTheReadOfATable) {
   expect_failure(Scan());
 }
 
-TEST_F(Parallel_history, WhichIsGoneFailsAnIndexOnlyRead) {
+TEST_F(ParallelHistory, WhichIsGoneFailsAnIndexOnlyRead) {
   expect_failure(Cursor({.index = "by_v", .index_only = true}));
 }
 
-TEST_F(Parallel_history, WhichIsGoneFailsAReadThatFetchesRows) {
+TEST_F(ParallelHistory, WhichIsGoneFailsAReadThatFetchesRows) {
   expect_failure(Cursor({.index = "by_v"}));
 }
 

@@ -21,7 +21,7 @@ namespace {
 
 using namespace harness;
 
-class Parallel_large_value : public Parallel_test {
+class ParallelLargeValue : public Parallel_test {
  protected:
   /** @param pad  what of a row stays on its page: two or three to a page */
   void make(const std::string &options = "", size_t pad = 7000) {
@@ -42,12 +42,12 @@ class Parallel_large_value : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_large_value, OffThePage) {
+TEST_F(ParallelLargeValue, OffThePage) {
   make();
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, MoreThanABatchOfThem) {
+TEST_F(ParallelLargeValue, MoreThanABatchOfThem) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, c TEXT) CHARACTER SET latin1");
   fill("t", 9000,
        "i, IF(i % 100, CONCAT('short ', i), REPEAT('l', 20000 + i))");
@@ -56,7 +56,7 @@ TEST_F(Parallel_large_value, MoreThanABatchOfThem) {
 
 // However many rows it has: a batch is handed over when its large values pass
 // 8 MB, so it has no more than that and a row's.
-TEST_F(Parallel_large_value, DoNotPileUpInABatch) {
+TEST_F(ParallelLargeValue, DoNotPileUpInABatch) {
   constexpr size_t n_rows = 200, bytes = 1 << 20;
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, pad VARCHAR(2000), b LONGBLOB)"
@@ -94,7 +94,7 @@ TEST_F(Parallel_large_value, DoNotPileUpInABatch) {
   }
 }
 
-TEST_F(Parallel_large_value, Replaced) {
+TEST_F(ParallelLargeValue, Replaced) {
   make();
   take_snapshot();
   sql.exec(
@@ -103,7 +103,7 @@ TEST_F(Parallel_large_value, Replaced) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, ReplacedTwice) {
+TEST_F(ParallelLargeValue, ReplacedTwice) {
   make();
   sql.exec("UPDATE t SET b = REPEAT('1', 50000) WHERE id % 2 = 0");
   take_snapshot();
@@ -112,14 +112,14 @@ TEST_F(Parallel_large_value, ReplacedTwice) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, Deleted) {
+TEST_F(ParallelLargeValue, Deleted) {
   make();
   take_snapshot();
   sql.exec("DELETE FROM t");
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, ChangedByTheDonor) {
+TEST_F(ParallelLargeValue, ChangedByTheDonor) {
   make();
   take_snapshot();
   donor.exec("UPDATE t SET b = REPEAT('D', 90000) WHERE id % 2 = 0");
@@ -128,7 +128,7 @@ TEST_F(Parallel_large_value, ChangedByTheDonor) {
 }
 
 // Its writer lets go of the page between the value's parts.
-TEST_F(Parallel_large_value, BeingWrittenByTheDonor) {
+TEST_F(ParallelLargeValue, BeingWrittenByTheDonor) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB, " + filler(7000) +
            ")");
   fill("t", 48, "i, REPEAT('x', 40000)");
@@ -175,7 +175,7 @@ TEST_F(Parallel_large_value, BeingWrittenByTheDonor) {
   donor.exec("ROLLBACK");
 }
 
-TEST_F(Parallel_large_value, UncommittedOnesOfOthers) {
+TEST_F(ParallelLargeValue, UncommittedOnesOfOthers) {
   make();
   sql.exec("BEGIN");
   sql.exec("UPDATE t SET b = REPEAT('U', 90000) WHERE id % 2 = 0");
@@ -185,7 +185,7 @@ TEST_F(Parallel_large_value, UncommittedOnesOfOthers) {
   sql.exec("ROLLBACK");
 }
 
-TEST_F(Parallel_large_value, GrownInPlaceAndBeyond) {
+TEST_F(ParallelLargeValue, GrownInPlaceAndBeyond) {
   make();
   take_snapshot();
   sql.exec("UPDATE t SET c = CONCAT(c, 'tail')");
@@ -194,7 +194,7 @@ TEST_F(Parallel_large_value, GrownInPlaceAndBeyond) {
 }
 
 // Changes of a few bytes are made in the stored value itself.
-TEST_F(Parallel_large_value, JsonChangedInPlace) {
+TEST_F(ParallelLargeValue, JsonChangedInPlace) {
   make_json();
   fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large', REPEAT('j', 30000), 'z',"
@@ -210,7 +210,7 @@ TEST_F(Parallel_large_value, JsonChangedInPlace) {
   EXPECT_EQ(donor_rows("SELECT * FROM t"), before);
 }
 
-TEST_F(Parallel_large_value, JsonChangedInPlaceByAnOpenTransaction) {
+TEST_F(ParallelLargeValue, JsonChangedInPlaceByAnOpenTransaction) {
   make_json();
   fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
@@ -223,7 +223,7 @@ TEST_F(Parallel_large_value, JsonChangedInPlaceByAnOpenTransaction) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, JsonChangedInPlaceBetweenTwoSnapshots) {
+TEST_F(ParallelLargeValue, JsonChangedInPlaceBetweenTwoSnapshots) {
   make_json();
   fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
@@ -236,21 +236,21 @@ TEST_F(Parallel_large_value, JsonChangedInPlaceBetweenTwoSnapshots) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, InRedundantRows) {
+TEST_F(ParallelLargeValue, InRedundantRows) {
   make("ROW_FORMAT = REDUNDANT", 3900);
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, InCompactRows) {
+TEST_F(ParallelLargeValue, InCompactRows) {
   make("ROW_FORMAT = COMPACT", 3900);
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, InCompressedRows) {
+TEST_F(ParallelLargeValue, InCompressedRows) {
   make("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 4", 3400);
   take_snapshot();
   sql.exec("UPDATE t SET b = REPEAT('N', 60000), c = 'short' WHERE id % 2 = 0");
@@ -258,7 +258,7 @@ TEST_F(Parallel_large_value, InCompressedRows) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, JsonChangedInCompressedRows) {
+TEST_F(ParallelLargeValue, JsonChangedInCompressedRows) {
   make_json("ROW_FORMAT = COMPRESSED");
   fill("t", 48,
        "i, JSON_OBJECT('a', REPEAT('a', 30), 'large',"
@@ -268,7 +268,7 @@ TEST_F(Parallel_large_value, JsonChangedInCompressedRows) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_large_value, OfAFetchedRow) {
+TEST_F(ParallelLargeValue, OfAFetchedRow) {
   make();
   sql.exec(
       "ALTER TABLE t ADD COLUMN v INT NOT NULL DEFAULT 3 AFTER g,"
@@ -282,7 +282,7 @@ TEST_F(Parallel_large_value, OfAFetchedRow) {
   expect_range({.index = "v"}, {}, {0, 1, 2, 3, 4, 5}, "SELECT * FROM t");
 }
 
-class Parallel_instant : public Parallel_test {
+class ParallelInstant : public Parallel_test {
  protected:
   void make() {
     sql.exec(
@@ -299,7 +299,7 @@ class Parallel_instant : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_instant, ColumnsAdded) {
+TEST_F(ParallelInstant, ColumnsAdded) {
   make();
   alter("ADD COLUMN d INT DEFAULT 77, ADD COLUMN e VARCHAR(10) DEFAULT 'dflt'");
   fill("t", 100, "i + 5000, i, 'late', NULL, i, 'own'");
@@ -310,7 +310,7 @@ TEST_F(Parallel_instant, ColumnsAdded) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_instant, ColumnsAddedFirst) {
+TEST_F(ParallelInstant, ColumnsAddedFirst) {
   make();
   alter("ADD COLUMN z INT DEFAULT 9 FIRST");
   fill("t", 100, "1, i + 5000, i, 'late', NULL");
@@ -318,7 +318,7 @@ TEST_F(Parallel_instant, ColumnsAddedFirst) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_instant, ColumnsDropped) {
+TEST_F(ParallelInstant, ColumnsDropped) {
   make();
   alter("DROP COLUMN a");
   fill("t", 100, "i + 5000, 'late', 'c'");
@@ -327,7 +327,7 @@ TEST_F(Parallel_instant, ColumnsDropped) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_instant, OldVersionsOfRowsWithAddedColumns) {
+TEST_F(ParallelInstant, OldVersionsOfRowsWithAddedColumns) {
   make();
   alter("ADD COLUMN d INT DEFAULT 77");
   take_snapshot();
@@ -339,7 +339,7 @@ TEST_F(Parallel_instant, OldVersionsOfRowsWithAddedColumns) {
 // Where the host makes the earlier version of such a row with no more than the
 // key's part of the column, the rest is filled up: a second batch lies where
 // the first one's values were.
-TEST_F(Parallel_instant, OldVersionsOfRowsWhoseKeyIsTheBeginningOfAColumn) {
+TEST_F(ParallelInstant, OldVersionsOfRowsWhoseKeyIsTheBeginningOfAColumn) {
   for (const std::string type :
        {"CHAR(8) CHARACTER SET latin1", "BINARY(8)",
         "CHAR(8) CHARACTER SET utf8mb4", "VARCHAR(8) CHARACTER SET latin1"}) {
@@ -372,7 +372,7 @@ TEST_F(Parallel_instant, OldVersionsOfRowsWhoseKeyIsTheBeginningOfAColumn) {
   }
 }
 
-TEST_F(Parallel_instant, FewColumnsReadOfManyAdded) {
+TEST_F(ParallelInstant, FewColumnsReadOfManyAdded) {
   make();
   alter("ADD COLUMN d INT DEFAULT 77, ADD COLUMN e INT DEFAULT 88");
   Scan scan;
@@ -382,7 +382,7 @@ TEST_F(Parallel_instant, FewColumnsReadOfManyAdded) {
     expect_rows(collect(scan, threads, {d}).rows, Rows(3000, Row{"77"}));
 }
 
-TEST_F(Parallel_instant, SecondaryIndexOnAnAddedColumn) {
+TEST_F(ParallelInstant, SecondaryIndexOnAnAddedColumn) {
   make();
   alter("ADD COLUMN d INT DEFAULT 77");
   sql.exec("UPDATE t SET d = id WHERE id % 2 = 0");
@@ -392,7 +392,7 @@ TEST_F(Parallel_instant, SecondaryIndexOnAnAddedColumn) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_instant, InRedundantRows) {
+TEST_F(ParallelInstant, InRedundantRows) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, " + filler(400) +
            ") ROW_FORMAT = REDUNDANT");
   fill("t", 1000, "i, i");

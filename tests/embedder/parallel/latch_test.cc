@@ -43,9 +43,9 @@ struct Longest_wait {
   Ms longest{0};
 };
 
-class Parallel_latch : public Parallel_test {
+class ParallelLatch : public Parallel_test {
  protected:
-  Parallel_latch() {
+  ParallelLatch() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, b LONGBLOB)");
     fill("t", 20000, "i * 2, i, IF(i % 50, 'short', REPEAT('b', 30000))");
   }
@@ -64,7 +64,7 @@ class Parallel_latch : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_latch, SlowCallbacksBesideLargeInserts) {
+TEST_F(ParallelLatch, SlowCallbacksBesideLargeInserts) {
   std::atomic<bool> done{false};
   size_t inserted = 0;
   auto writer = on_own_thread([&] {
@@ -104,7 +104,7 @@ TEST_F(Parallel_latch, SlowCallbacksBesideLargeInserts) {
 
 // Somebody wants the whole index while all workers are in their callbacks, and
 // a reader waits behind him.
-TEST_F(Parallel_latch, AnExclusiveWaiterIsLetThroughAtTheNextPageEnd) {
+TEST_F(ParallelLatch, AnExclusiveWaiterIsLetThroughAtTheNextPageEnd) {
   const auto expected = as_ints(sql.query("SELECT id FROM t ORDER BY id"));
   const Index_watch index;
   for (const size_t threads : {size_t{0}, size_t{2}, size_t{3}, size_t{8}}) {
@@ -151,7 +151,7 @@ TEST_F(Parallel_latch, AnExclusiveWaiterIsLetThroughAtTheNextPageEnd) {
 
 // One after another, so that workers are let through, parked and split at all
 // times of the read.
-TEST_F(Parallel_latch, ManyExclusiveWaiters) {
+TEST_F(ParallelLatch, ManyExclusiveWaiters) {
   const Index_watch index;
   std::atomic<bool> done{false};
   std::atomic<size_t> n_turns{0};
@@ -181,7 +181,7 @@ TEST_F(Parallel_latch, ManyExclusiveWaiters) {
 
 // Two workers, 49 batches; the callbacks sleep as long as makes the read last
 // that long.
-TEST_F(Parallel_latch, NobodyWaitsForALongRead) {
+TEST_F(ParallelLatch, NobodyWaitsForALongRead) {
   sql.exec("CREATE TABLE narrow (id INT PRIMARY KEY)");
   fill("narrow", 200000, "i");
   const auto callback_time = Ms(setting("SECONDS", 3) * 1000 * 2 / 49);
@@ -213,7 +213,7 @@ TEST_F(Parallel_latch, NobodyWaitsForALongRead) {
   EXPECT_LT(readers.longest, callback_time + Ms(2000));
 }
 
-TEST_F(Parallel_latch, TwoReadsAndTheirWriters) {
+TEST_F(ParallelLatch, TwoReadsAndTheirWriters) {
   std::atomic<bool> done{false};
   std::atomic<size_t> n_written{0};
   const auto write = [&](const std::string &statement) {

@@ -25,7 +25,7 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-class Parallel_load : public Parallel_test {
+class ParallelLoad : public Parallel_test {
  protected:
   /** Reads beside the writers, each on a snapshot of its own. */
   void run(const std::vector<Writer::Statements> &writing,
@@ -133,7 +133,7 @@ class Parallel_load : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_load, MoneyThatMovesBetweenAccounts) {
+TEST_F(ParallelLoad, MoneyThatMovesBetweenAccounts) {
   make_accounts();
   Ints ids(2000);
   std::iota(ids.begin(), ids.end(), 1);
@@ -159,7 +159,7 @@ TEST_F(Parallel_load, MoneyThatMovesBetweenAccounts) {
   });
 }
 
-TEST_F(Parallel_load, RowsThatComeAndGo) {
+TEST_F(ParallelLoad, RowsThatComeAndGo) {
   make_rows();
   run({come_and_go, come_and_go}, [&](uint32_t donor_id) {
     const Ints ids = as_ints(donor.query("SELECT id FROM t ORDER BY id"));
@@ -172,7 +172,7 @@ TEST_F(Parallel_load, RowsThatComeAndGo) {
   });
 }
 
-TEST_F(Parallel_load, RowsThatGrow) {
+TEST_F(ParallelLoad, RowsThatGrow) {
   make_rows();
   run({come_and_go, grow}, [&](uint32_t donor_id) {
     const Rows rows = donor_rows("SELECT * FROM t");
@@ -184,7 +184,7 @@ TEST_F(Parallel_load, RowsThatGrow) {
   });
 }
 
-TEST_F(Parallel_load, IndexKeysThatMove) {
+TEST_F(ParallelLoad, IndexKeysThatMove) {
   make_rows();
   run({grow, come_and_go}, [&](uint32_t donor_id) {
     const Rows rows = donor_rows("SELECT id, v FROM t");
@@ -197,7 +197,7 @@ TEST_F(Parallel_load, IndexKeysThatMove) {
   });
 }
 
-TEST_F(Parallel_load, RangesOfRowsThatComeAndGo) {
+TEST_F(ParallelLoad, RangesOfRowsThatComeAndGo) {
   make_rows();
   run({come_and_go, grow}, [&](uint32_t donor_id) {
     const Ints ids = as_ints(donor.query(
@@ -212,7 +212,7 @@ TEST_F(Parallel_load, RangesOfRowsThatComeAndGo) {
   });
 }
 
-TEST_F(Parallel_load, RowsWithoutAPrimaryKey) {
+TEST_F(ParallelLoad, RowsWithoutAPrimaryKey) {
   sql.exec(
       "CREATE TABLE t (id INT, v INT, pad VARCHAR(4000),"
       " KEY by_id (id, pad(700))) CHARACTER SET latin1");
@@ -233,7 +233,7 @@ TEST_F(Parallel_load, RowsWithoutAPrimaryKey) {
   });
 }
 
-TEST_F(Parallel_load, LargeValuesThatComeAndGo) {
+TEST_F(ParallelLoad, LargeValuesThatComeAndGo) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, text LONGTEXT, " +
            filler(3000) + ") CHARACTER SET latin1");
   fill("t", 150, "i * 2, i, REPEAT('p', i * 997 % 40000)");

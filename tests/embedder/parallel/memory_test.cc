@@ -14,9 +14,9 @@ namespace {
 
 using namespace harness;
 
-class Parallel_memory : public Parallel_test {
+class ParallelMemory : public Parallel_test {
  protected:
-  Parallel_memory() {
+  ParallelMemory() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000),"
         " KEY by_v (v, w(1500))) CHARACTER SET latin1");
@@ -25,7 +25,7 @@ class Parallel_memory : public Parallel_test {
     // it does not know: workers and the case's own.
     account_to_threads("NO");
   }
-  ~Parallel_memory() override { account_to_threads("YES"); }
+  ~ParallelMemory() override { account_to_threads("YES"); }
 
   void account_to_threads(const std::string &enabled) {
     sql.exec("UPDATE performance_schema.setup_consumers SET enabled = '" +
@@ -57,17 +57,17 @@ class Parallel_memory : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_memory, ReadsOfATableFreeIt) {
+TEST_F(ParallelMemory, ReadsOfATableFreeIt) {
   const Scan scan;
   for (const size_t threads : {0, 4}) expect_that_reads_free(scan, threads);
 }
 
-TEST_F(Parallel_memory, ReadsOfAnIndexFreeIt) {
+TEST_F(ParallelMemory, ReadsOfAnIndexFreeIt) {
   const Cursor cursor({.index = "by_v"});
   for (const size_t threads : {0, 4}) expect_that_reads_free(cursor, threads);
 }
 
-TEST_F(Parallel_memory, RangesFreeIt) {
+TEST_F(ParallelMemory, RangesFreeIt) {
   Cursor cursor;
   cursor.set_range({Keys().number(1), Keys().number(200)});
   for (const size_t threads : {0, 4}) expect_that_reads_free(cursor, threads);

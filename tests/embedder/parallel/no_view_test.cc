@@ -18,9 +18,9 @@ namespace {
 
 using namespace harness;
 
-class Parallel_without_a_view : public Parallel_test {
+class ParallelWithoutAView : public Parallel_test {
  protected:
-  Parallel_without_a_view() {
+  ParallelWithoutAView() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT NOT NULL, KEY by_v (v))");
     fill("t", 9000, "i, i");
@@ -76,22 +76,22 @@ class Parallel_without_a_view : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_without_a_view, AnIdleDonorGivesAFreshSnapshot) {
+TEST_F(ParallelWithoutAView, AnIdleDonorGivesAFreshSnapshot) {
   expect_a_fresh_snapshot(donor.id());
 }
 
-TEST_F(Parallel_without_a_view, AnUnknownDonorGivesAFreshSnapshot) {
+TEST_F(ParallelWithoutAView, AnUnknownDonorGivesAFreshSnapshot) {
   expect_a_fresh_snapshot(4294967294u);
 }
 
-TEST_F(Parallel_without_a_view, ADonorThatOnlyWritesGivesAFreshSnapshot) {
+TEST_F(ParallelWithoutAView, ADonorThatOnlyWritesGivesAFreshSnapshot) {
   donor.exec("BEGIN");
   donor.exec("INSERT INTO other VALUES (1)");
   expect_a_fresh_snapshot(donor.id());
   donor.exec("ROLLBACK");
 }
 
-TEST_F(Parallel_without_a_view, ASerializableDonorGivesAFreshSnapshot) {
+TEST_F(ParallelWithoutAView, ASerializableDonorGivesAFreshSnapshot) {
   donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL SERIALIZABLE");
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   donor.query("SELECT * FROM other");
@@ -99,7 +99,7 @@ TEST_F(Parallel_without_a_view, ASerializableDonorGivesAFreshSnapshot) {
   expect_a_fresh_snapshot(donor.id());
 }
 
-TEST_F(Parallel_without_a_view, ADonorPreparedInXaGivesAFreshSnapshot) {
+TEST_F(ParallelWithoutAView, ADonorPreparedInXaGivesAFreshSnapshot) {
   donor.exec("XA START 'x'");
   donor.query("SELECT COUNT(*) FROM t");
   donor.exec("INSERT INTO other VALUES (1)");
@@ -110,13 +110,13 @@ TEST_F(Parallel_without_a_view, ADonorPreparedInXaGivesAFreshSnapshot) {
   sql.exec("XA ROLLBACK 'x'");
 }
 
-TEST_F(Parallel_without_a_view, TheSnapshotIsTakenAtTheFirstRead) {
+TEST_F(ParallelWithoutAView, TheSnapshotIsTakenAtTheFirstRead) {
   const Scan scan({.donor = donor.id()});
   sql.exec("UPDATE t SET v = -v");
   expect_read(scan, committed_rows());
 }
 
-TEST_F(Parallel_without_a_view, RowsReadOneByOneTakeTheSnapshotAsWell) {
+TEST_F(ParallelWithoutAView, RowsReadOneByOneTakeTheSnapshotAsWell) {
   Cursor cursor({.donor = donor.id()});
   const Rows expected = committed_rows();
   ASSERT_TRUE(cursor.set_range());
@@ -125,7 +125,7 @@ TEST_F(Parallel_without_a_view, RowsReadOneByOneTakeTheSnapshotAsWell) {
 }
 
 // Values are found on their pages before they are whole.
-TEST_F(Parallel_without_a_view, LargeValuesBeingWrittenDoNotFailTheRead) {
+TEST_F(ParallelWithoutAView, LargeValuesBeingWrittenDoNotFailTheRead) {
   sql.exec("CREATE TABLE large (id INT PRIMARY KEY, b LONGBLOB)");
   fill("large", 40, "i, REPEAT('x', 40000)");
   Client watcher;
@@ -150,17 +150,17 @@ TEST_F(Parallel_without_a_view, LargeValuesBeingWrittenDoNotFailTheRead) {
 }
 
 /** Under a server-wide READ UNCOMMITTED, put back at the end. */
-class Parallel_read_uncommitted : public Parallel_without_a_view {
+class ParallelReadUncommitted : public ParallelWithoutAView {
  protected:
-  Parallel_read_uncommitted() {
+  ParallelReadUncommitted() {
     sql.exec("SET GLOBAL transaction_isolation = 'READ-UNCOMMITTED'");
   }
-  ~Parallel_read_uncommitted() override {
+  ~ParallelReadUncommitted() override {
     sql.attempt("SET GLOBAL transaction_isolation = 'REPEATABLE-READ'");
   }
 };
 
-TEST_F(Parallel_read_uncommitted, DeliversWhatTheIndexHolds) {
+TEST_F(ParallelReadUncommitted, DeliversWhatTheIndexHolds) {
   const Scan scan({.donor = donor.id()});
   change_and_leave_open();
   Rows uncommitted = sql.query("SELECT id, v FROM t");
@@ -172,7 +172,7 @@ TEST_F(Parallel_read_uncommitted, DeliversWhatTheIndexHolds) {
 
 // As SQL does at this level. The row is there when its columns on the page are
 // read, before and after.
-TEST_F(Parallel_read_uncommitted, LeavesOutRowsWhoseLargeValueIsBeingWritten) {
+TEST_F(ParallelReadUncommitted, LeavesOutRowsWhoseLargeValueIsBeingWritten) {
   sql.exec("CREATE TABLE large (id INT PRIMARY KEY, b LONGBLOB)");
   fill("large", 40, "i, REPEAT('x', 40000)");
   Scan keys({.table = "large", .donor = donor.id()});

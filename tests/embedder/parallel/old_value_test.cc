@@ -15,9 +15,9 @@ namespace {
 
 using namespace harness;
 
-class Parallel_old_value : public Parallel_test {
+class ParallelOldValue : public Parallel_test {
  protected:
-  Parallel_old_value() {
+  ParallelOldValue() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON, " + filler(7000) +
              ")");
     fill("t", 48,
@@ -27,12 +27,12 @@ class Parallel_old_value : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_old_value, JsonChangedInPlaceOnce) {
+TEST_F(ParallelOldValue, JsonChangedInPlaceOnce) {
   sql.exec("UPDATE t SET j = JSON_SET(j, '$.text', 'zzz') WHERE id % 2");
   expect_whole_table();
 }
 
-TEST_F(Parallel_old_value, JsonChangedInPlaceAgainAndAgain) {
+TEST_F(ParallelOldValue, JsonChangedInPlaceAgainAndAgain) {
   for (int i = 0; i < 5; ++i) {
     sql.exec("UPDATE t SET j = JSON_SET(j, '$.text', 'z" + std::to_string(i) +
              "', '$.n', " + std::to_string(i) + ") WHERE id % 3");
@@ -40,7 +40,7 @@ TEST_F(Parallel_old_value, JsonChangedInPlaceAgainAndAgain) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_old_value, JsonChangedInPlaceThenReplaced) {
+TEST_F(ParallelOldValue, JsonChangedInPlaceThenReplaced) {
   sql.exec("UPDATE t SET j = JSON_SET(j, '$.text', 'zzz')");
   sql.exec("UPDATE t SET j = JSON_ARRAY(REPEAT('w', 30000)) WHERE id % 2");
   expect_whole_table();

@@ -18,7 +18,7 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-class Parallel_range : public Parallel_test {
+class ParallelRange : public Parallel_test {
  protected:
   void make(size_t n_rows) {
     sql.exec(
@@ -28,7 +28,7 @@ class Parallel_range : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_range, NoRangeGivenIsTheWholeIndex) {
+TEST_F(ParallelRange, NoRangeGivenIsTheWholeIndex) {
   make(100);
   const Cursor cursor;
   for (const size_t threads : thread_counts)
@@ -36,7 +36,7 @@ TEST_F(Parallel_range, NoRangeGivenIsTheWholeIndex) {
               as_ints(sql.query("SELECT id FROM t ORDER BY id")));
 }
 
-TEST_F(Parallel_range, ReverseMakesAClosedEndOpen) {
+TEST_F(ParallelRange, ReverseMakesAClosedEndOpen) {
   make(50);
   Cursor cursor;
   for (const size_t threads : thread_counts) {
@@ -47,7 +47,7 @@ TEST_F(Parallel_range, ReverseMakesAClosedEndOpen) {
   }
 }
 
-TEST_F(Parallel_range, ReverseMakesAClosedEndOpenOverManyPages) {
+TEST_F(ParallelRange, ReverseMakesAClosedEndOpenOverManyPages) {
   make(150);
   Cursor cursor;
   cursor.set_range({Keys().number(3), Keys().number(140), true, true, true});
@@ -57,7 +57,7 @@ TEST_F(Parallel_range, ReverseMakesAClosedEndOpenOverManyPages) {
     EXPECT_EQ(collect_ints(cursor, threads, 0), expected) << threads;
 }
 
-TEST_F(Parallel_range, EqualBoundsReadTheKeyIfBothAreClosed) {
+TEST_F(ParallelRange, EqualBoundsReadTheKeyIfBothAreClosed) {
   make(50);
   Cursor cursor;
   for (const size_t threads : thread_counts) {
@@ -72,7 +72,7 @@ TEST_F(Parallel_range, EqualBoundsReadTheKeyIfBothAreClosed) {
   }
 }
 
-TEST_F(Parallel_range, BoundsOfNoPartsBoundNothing) {
+TEST_F(ParallelRange, BoundsOfNoPartsBoundNothing) {
   make(100);
   Cursor cursor;
   cursor.set_range({Keys(), Keys()});
@@ -80,7 +80,7 @@ TEST_F(Parallel_range, BoundsOfNoPartsBoundNothing) {
     EXPECT_EQ(collect_ints(cursor, threads, 0).size(), 100u);
 }
 
-TEST_F(Parallel_range, TheLastRangeGivenCounts) {
+TEST_F(ParallelRange, TheLastRangeGivenCounts) {
   make(50);
   Cursor cursor;
   cursor.set_range({Keys().number(10), Keys().number(12)});
@@ -90,7 +90,7 @@ TEST_F(Parallel_range, TheLastRangeGivenCounts) {
   EXPECT_EQ(collect_ints(cursor, 3, 0).size(), 50u);
 }
 
-TEST_F(Parallel_range, TheCursorsPositionStays) {
+TEST_F(ParallelRange, TheCursorsPositionStays) {
   make(50);
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range({Keys().number(10), Keys().number(40)}));
@@ -105,7 +105,7 @@ TEST_F(Parallel_range, TheCursorsPositionStays) {
   EXPECT_EQ(cursor.read_int(1), 120);
 }
 
-TEST_F(Parallel_range, IndexNameInAnotherCase) {
+TEST_F(ParallelRange, IndexNameInAnotherCase) {
   make(100);
   const Cursor primary({.index = "primary"});
   EXPECT_EQ(collect_ints(primary, 2, 0).size(), 100u);
@@ -113,7 +113,7 @@ TEST_F(Parallel_range, IndexNameInAnotherCase) {
   EXPECT_EQ(collect_ints(secondary, 2, 1).size(), 100u);
 }
 
-TEST_F(Parallel_range, KeysOfEveryForm) {
+TEST_F(ParallelRange, KeysOfEveryForm) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, d DECIMAL(12,3), e DATETIME(3),"
       " u BIGINT UNSIGNED, f DOUBLE, g DATE, " +
@@ -137,9 +137,9 @@ TEST_F(Parallel_range, KeysOfEveryForm) {
 }
 
 // Few records to a page, and a tree of many levels.
-class Parallel_deep_range : public Parallel_range {
+class ParallelDeepRange : public ParallelRange {
  protected:
-  Parallel_deep_range() {
+  ParallelDeepRange() {
     sql.exec(
         "CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
         " v INT)");
@@ -163,7 +163,7 @@ class Parallel_deep_range : public Parallel_range {
 };
 
 // Also where the key is the first of a page, or lies between two pages.
-TEST_F(Parallel_deep_range, EveryKeyAsTheBegin) {
+TEST_F(ParallelDeepRange, EveryKeyAsTheBegin) {
   constexpr int n_rows = 400;
   fill_even(n_rows);
   ASSERT_GE(tree_levels(), 4u);
@@ -184,7 +184,7 @@ TEST_F(Parallel_deep_range, EveryKeyAsTheBegin) {
   }
 }
 
-TEST_F(Parallel_deep_range, EveryKeyAsBothBounds) {
+TEST_F(ParallelDeepRange, EveryKeyAsBothBounds) {
   fill_even(60);
   ASSERT_EQ(tree_levels(), 3u);
   Cursor cursor;

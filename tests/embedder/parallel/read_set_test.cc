@@ -16,9 +16,9 @@ namespace {
 
 using namespace harness;
 
-class Parallel_read_set : public Parallel_test {
+class ParallelReadSet : public Parallel_test {
  protected:
-  Parallel_read_set() {
+  ParallelReadSet() {
     std::string columns = "id INT PRIMARY KEY", values = "i";
     for (unsigned int i = 1; i < n_columns; ++i) {
       const std::string name = "c" + std::to_string(i), n = std::to_string(i);
@@ -56,14 +56,14 @@ class Parallel_read_set : public Parallel_test {
   static constexpr size_t n_rows = 4000;
 };
 
-TEST_F(Parallel_read_set, EachColumnAlone) {
+TEST_F(ParallelReadSet, EachColumnAlone) {
   for (unsigned int i = 0; i < n_columns; ++i) {
     SCOPED_TRACE(i);
     expect_columns({i});
   }
 }
 
-TEST_F(Parallel_read_set, FromOneToAll) {
+TEST_F(ParallelReadSet, FromOneToAll) {
   std::vector<uint32_t> positions;
   for (unsigned int i = 0; i < n_columns; ++i) {
     positions.push_back(i);
@@ -72,14 +72,14 @@ TEST_F(Parallel_read_set, FromOneToAll) {
   }
 }
 
-TEST_F(Parallel_read_set, FromTheLastToAll) {
+TEST_F(ParallelReadSet, FromTheLastToAll) {
   std::vector<uint32_t> positions;
   for (unsigned int i = n_columns; i-- > 0;) positions.push_back(i);
   expect_columns({positions.begin(), positions.begin() + 5});
   expect_columns(positions);
 }
 
-TEST_F(Parallel_read_set, None) {
+TEST_F(ParallelReadSet, None) {
   Scan scan;
   scan.set_columns({});
   for (const size_t threads : thread_counts) {
@@ -90,11 +90,11 @@ TEST_F(Parallel_read_set, None) {
   }
 }
 
-TEST_F(Parallel_read_set, PositionsBeyondTheTableAreSkipped) {
+TEST_F(ParallelReadSet, PositionsBeyondTheTableAreSkipped) {
   expect_columns({1, 20, 21, 64, 4096, 4294967295});
 }
 
-TEST_F(Parallel_read_set, ChangesFromReadToRead) {
+TEST_F(ParallelReadSet, ChangesFromReadToRead) {
   Scan scan;
   scan.set_columns({0});
   EXPECT_FALSE(collect(scan, 3, {1, 2}).rows[0][1]);
@@ -107,7 +107,7 @@ TEST_F(Parallel_read_set, ChangesFromReadToRead) {
 }
 
 // The key's own columns may be read beside.
-TEST_F(Parallel_read_set, OfAnIndexCursor) {
+TEST_F(ParallelReadSet, OfAnIndexCursor) {
   Cursor cursor;
   cursor.set_columns({3, 7});
   cursor.set_range({Keys().number(100), Keys().number(3900)});
@@ -117,7 +117,7 @@ TEST_F(Parallel_read_set, OfAnIndexCursor) {
                            " 3900"));
 }
 
-TEST_F(Parallel_read_set, OfARowThatIsFetched) {
+TEST_F(ParallelReadSet, OfARowThatIsFetched) {
   sql.exec("CREATE TABLE u (id INT PRIMARY KEY, a INT, b INT, c INT, " +
            filler(2000) + ", KEY by_a (a, pad))");
   fill("u", 200, "i, i, i + 1000, i + 2000");
@@ -128,9 +128,9 @@ TEST_F(Parallel_read_set, OfARowThatIsFetched) {
                 donor_rows("SELECT NULL, c FROM u"));
 }
 
-class Parallel_null : public Parallel_test {};
+class ParallelNull : public Parallel_test {};
 
-TEST_F(Parallel_null, EveryColumnOfManyNullBits) {
+TEST_F(ParallelNull, EveryColumnOfManyNullBits) {
   std::string columns = "id INT PRIMARY KEY", values = "i";
   for (int i = 1; i <= 70; ++i) {
     columns += ", c" + std::to_string(i) + (i % 2 ? " INT" : " VARCHAR(9)");
@@ -141,13 +141,13 @@ TEST_F(Parallel_null, EveryColumnOfManyNullBits) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_null, RowsOfNothingElse) {
+TEST_F(ParallelNull, RowsOfNothingElse) {
   sql.exec("CREATE TABLE t (a INT, b TEXT, c DATE, d JSON, e BIT(3))");
   fill("t", 20000, "NULL, NULL, NULL, NULL, NULL");
   expect_whole_table();
 }
 
-TEST_F(Parallel_null, BitsAmongTheNullBits) {
+TEST_F(ParallelNull, BitsAmongTheNullBits) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a BIT(13), b BIT(1), c INT,"
       " d BIT(7) NOT NULL)");

@@ -15,7 +15,7 @@ namespace {
 
 using namespace harness;
 
-class Parallel_refusal : public Parallel_test {
+class ParallelRefusal : public Parallel_test {
  protected:
   template <class Reader>
   void expect_refused(const Reader &reader, const std::string &message) {
@@ -31,7 +31,7 @@ class Parallel_refusal : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_refusal, PartitionedTable) {
+TEST_F(ParallelRefusal, PartitionedTable) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, v INT) PARTITION BY HASH (id)"
       " PARTITIONS 4");
@@ -44,7 +44,7 @@ TEST_F(Parallel_refusal, PartitionedTable) {
   EXPECT_EQ(cursor.ints(0).size(), 100u);
 }
 
-TEST_F(Parallel_refusal, TableWithoutItsTablespace) {
+TEST_F(ParallelRefusal, TableWithoutItsTablespace) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
   fill("t", 100, "i, i");
   sql.exec("ALTER TABLE t DISCARD TABLESPACE");
@@ -57,7 +57,7 @@ TEST_F(Parallel_refusal, TableWithoutItsTablespace) {
   EXPECT_FALSE(cursor.set_range());
 }
 
-TEST_F(Parallel_refusal, IndexOnAVirtualColumn) {
+TEST_F(ParallelRefusal, IndexOnAVirtualColumn) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT AS (a * 2) VIRTUAL,"
       " KEY by_v (v), KEY mixed (a, v))");
@@ -68,14 +68,14 @@ TEST_F(Parallel_refusal, IndexOnAVirtualColumn) {
   expect_refused(Cursor({.index = "mixed", .index_only = true}), message);
 }
 
-TEST_F(Parallel_refusal, FunctionalIndex) {
+TEST_F(ParallelRefusal, FunctionalIndex) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY f ((a + 1)))");
   fill("t", 100, "i, i");
   expect_refused(Cursor({.index = "f"}),
                  "Cannot do parallel scan on index with virtual field\n");
 }
 
-TEST_F(Parallel_refusal, MultiValuedIndex) {
+TEST_F(ParallelRefusal, MultiValuedIndex) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, j JSON, " + filler(3500) +
            ", KEY m ((CAST(j AS UNSIGNED ARRAY))))");
   fill("t", 100, "i, JSON_ARRAY(i, i + 1)");
@@ -84,7 +84,7 @@ TEST_F(Parallel_refusal, MultiValuedIndex) {
   expect_whole_table("SELECT id, j, pad, NULL FROM t");
 }
 
-TEST_F(Parallel_refusal, TableRebuiltAfterTheSnapshot) {
+TEST_F(ParallelRefusal, TableRebuiltAfterTheSnapshot) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
   fill("t", 100, "i, i");
   take_snapshot();
@@ -99,27 +99,27 @@ TEST_F(Parallel_refusal, TableRebuiltAfterTheSnapshot) {
                  "Cannot do parallel scan on index newer than the snapshot\n");
 }
 
-TEST_F(Parallel_refusal, TableOfAnotherEngine) {
+TEST_F(ParallelRefusal, TableOfAnotherEngine) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY) ENGINE = MyISAM");
   const Scan scan;
   EXPECT_FALSE(scan.is_open());
   EXPECT_EQ(scan.error, 1031u);
 }
 
-TEST_F(Parallel_refusal, TableThatDoesNotExist) {
+TEST_F(ParallelRefusal, TableThatDoesNotExist) {
   const Scan scan({.table = "nothing"});
   EXPECT_FALSE(scan.is_open());
   EXPECT_EQ(scan.error, 1146u);
   EXPECT_EQ(scan.message, "Table 'db.nothing' doesn't exist");
 }
 
-TEST_F(Parallel_refusal, View) {
+TEST_F(ParallelRefusal, View) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   sql.exec("CREATE VIEW v AS SELECT * FROM t");
   EXPECT_EQ(Scan({.table = "v"}).error, 1347u);
 }
 
-TEST_F(Parallel_refusal, LockedTable) {
+TEST_F(ParallelRefusal, LockedTable) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY)");
   sql.exec("LOCK TABLES t WRITE");
@@ -133,9 +133,9 @@ TEST_F(Parallel_refusal, LockedTable) {
 }
 
 /** Tables with an index that cannot be read are read along their key. */
-class Parallel_odd_index : public Parallel_test {};
+class ParallelOddIndex : public Parallel_test {};
 
-TEST_F(Parallel_odd_index, VirtualColumnsHaveNoValue) {
+TEST_F(ParallelOddIndex, VirtualColumnsHaveNoValue) {
   sql.exec(
       "CREATE TABLE t (v INT AS (a * 2) VIRTUAL, id INT PRIMARY KEY, a INT,"
       " w VARCHAR(20) AS (CONCAT('w', a)) VIRTUAL, b INT, " +
@@ -146,7 +146,7 @@ TEST_F(Parallel_odd_index, VirtualColumnsHaveNoValue) {
                "SELECT id, b FROM t");
 }
 
-TEST_F(Parallel_odd_index, StoredGeneratedColumns) {
+TEST_F(ParallelOddIndex, StoredGeneratedColumns) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, s INT AS (a + 100) STORED, " +
       filler(150) + ", KEY by_s (s, pad))");
@@ -156,7 +156,7 @@ TEST_F(Parallel_odd_index, StoredGeneratedColumns) {
                "SELECT id, s FROM t");
 }
 
-TEST_F(Parallel_odd_index, FullText) {
+TEST_F(ParallelOddIndex, FullText) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, w TEXT, " + filler(900) +
            ", FULLTEXT KEY f (w))");
   fill("t", 500, "i, CONCAT('some words of row ', i)");
@@ -164,7 +164,7 @@ TEST_F(Parallel_odd_index, FullText) {
   EXPECT_EQ(Cursor({.index = "f"}).error, 1178u);
 }
 
-TEST_F(Parallel_odd_index, Spatial) {
+TEST_F(ParallelOddIndex, Spatial) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, p POINT NOT NULL SRID 0, " +
            filler(900) + ", SPATIAL KEY s (p))");
   fill("t", 500, "i, ST_GeomFromText(CONCAT('POINT(', i, ' 2)'))");
@@ -172,7 +172,7 @@ TEST_F(Parallel_odd_index, Spatial) {
   EXPECT_EQ(Cursor({.index = "s"}).error, 1178u);
 }
 
-TEST_F(Parallel_odd_index, InvisibleColumnsAndIndexes) {
+TEST_F(ParallelOddIndex, InvisibleColumnsAndIndexes) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT INVISIBLE,"
       " KEY by_a (a) INVISIBLE)");
@@ -180,9 +180,9 @@ TEST_F(Parallel_odd_index, InvisibleColumnsAndIndexes) {
   expect_whole_table("SELECT id, a FROM t");
 }
 
-class Parallel_report : public Parallel_test {};
+class ParallelReport : public Parallel_test {};
 
-TEST_F(Parallel_report, OneLineForEachWorker) {
+TEST_F(ParallelReport, OneLineForEachWorker) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
   fill("t", 30000, "i, i");
   const Scan scan;
@@ -203,7 +203,7 @@ TEST_F(Parallel_report, OneLineForEachWorker) {
   }
 }
 
-TEST_F(Parallel_report, NoneOfTheCallingThread) {
+TEST_F(ParallelReport, NoneOfTheCallingThread) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
   fill("t", 3000, "i, i");
   const Scan scan;
@@ -213,7 +213,7 @@ TEST_F(Parallel_report, NoneOfTheCallingThread) {
   EXPECT_EQ(log.count("thread("), 0u);
 }
 
-TEST_F(Parallel_report, AlsoOfAReadThatWasStopped) {
+TEST_F(ParallelReport, AlsoOfAReadThatWasStopped) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
   fill("t", 30000, "i, i");
   const Scan scan;

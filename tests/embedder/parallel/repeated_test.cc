@@ -57,9 +57,9 @@ size_t bytes_allocated() {
          attribute(info, "<total type=\"rest\"");
 }
 
-class Parallel_repeated : public Parallel_test {
+class ParallelRepeated : public Parallel_test {
  protected:
-  Parallel_repeated() {
+  ParallelRepeated() {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(100), c TEXT,"
         " x INT AS (v + 1) VIRTUAL, " +
@@ -118,7 +118,7 @@ class Parallel_repeated : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_repeated, NothingIsLeftBehind) {
+TEST_F(ParallelRepeated, NothingIsLeftBehind) {
   const size_t reads = setting("READS", 300);
   // Until every kind of read and every pooled session has been there.
   for (size_t i = 0; i < 84; ++i) read(i);
@@ -131,7 +131,7 @@ TEST_F(Parallel_repeated, NothingIsLeftBehind) {
   EXPECT_TRUE(wait_until(threads_settle));
   const size_t threads = of_process("Threads");
   const size_t bytes = bytes_allocated();
-  const int64_t locks = metadata_locks(), tables = status("Open_tables");
+  const int64_t locks = metadata_locks(), tables = status("OpenTables");
   for (size_t i = 0; i < reads && !HasFailure(); ++i) {
     SCOPED_TRACE("read " + std::to_string(i));
     read(i);
@@ -141,12 +141,12 @@ TEST_F(Parallel_repeated, NothingIsLeftBehind) {
   // A closed handle stays recognisable, and the keys of a bound may stay.
   expect_no_leak(bytes, reads, 2048);
   EXPECT_EQ(metadata_locks(), locks);
-  EXPECT_EQ(status("Open_tables"), tables);
+  EXPECT_EQ(status("OpenTables"), tables);
   EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
   EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
 }
 
-TEST_F(Parallel_repeated, OnOneCursor) {
+TEST_F(ParallelRepeated, OnOneCursor) {
   const Scan scan;
   const size_t reads = setting("READS", 300);
   for (size_t i = 0; i < 40; ++i) collect(scan, i % 5, {0, 3});

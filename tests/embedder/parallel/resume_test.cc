@@ -50,9 +50,9 @@ class Pretended_waiter {
   dict_table_t *table_;
 };
 
-class Parallel_resume : public Parallel_test {
+class ParallelResume : public Parallel_test {
  protected:
-  Parallel_resume() { writer_.exec("USE db"); }
+  ParallelResume() { writer_.exec("USE db"); }
 
   /** Visible rows 100, 200, ... */
   void make(size_t n_rows) {
@@ -131,13 +131,13 @@ class Parallel_resume : public Parallel_test {
   size_t n_yields_ = 0;
 };
 
-TEST_F(Parallel_resume, YieldAtEveryPage) {
+TEST_F(ParallelResume, YieldAtEveryPage) {
   make(2000);
   EXPECT_EQ(read_with_yields(0, [] {}), visible_);
   EXPECT_GT(n_yields_, 20u);
 }
 
-TEST_F(Parallel_resume, YieldDuringWhichTheLastRecordVanishes) {
+TEST_F(ParallelResume, YieldDuringWhichTheLastRecordVanishes) {
   make(2000);
   for (const size_t nth : {1, 2, 3, 5, 8, 13, 21, 34}) {
     crowd();
@@ -148,7 +148,7 @@ TEST_F(Parallel_resume, YieldDuringWhichTheLastRecordVanishes) {
   }
 }
 
-TEST_F(Parallel_resume, YieldDuringWhichPagesAreMerged) {
+TEST_F(ParallelResume, YieldDuringWhichPagesAreMerged) {
   make(2000);
   for (const size_t nth : {1, 3, 6, 10, 15, 21, 28, 36}) {
     crowd_in_blocks();
@@ -159,7 +159,7 @@ TEST_F(Parallel_resume, YieldDuringWhichPagesAreMerged) {
   }
 }
 
-TEST_F(Parallel_resume, YieldDuringWhichPagesAreSplit) {
+TEST_F(ParallelResume, YieldDuringWhichPagesAreSplit) {
   make(2000);
   for (const size_t nth : {1, 2, 4, 9}) {
     EXPECT_EQ(read_with_yields(nth, [&] { crowd(); }), visible_) << nth;
@@ -168,7 +168,7 @@ TEST_F(Parallel_resume, YieldDuringWhichPagesAreSplit) {
   }
 }
 
-TEST_F(Parallel_resume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
+TEST_F(ParallelResume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
   make(2000);
   const size_t n_before = leaves();
   const Ints seen = read_with_yields(4, [&] {
@@ -186,7 +186,7 @@ TEST_F(Parallel_resume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
 }
 
 // The first worker that yields has it happen while most units still wait.
-TEST_F(Parallel_resume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
+TEST_F(ParallelResume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
   make(6000);
   for (const size_t threads : thread_counts) {
     crowd();
@@ -200,7 +200,7 @@ TEST_F(Parallel_resume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
 
 // The end of a unit that was cut again is a key, not the row that had it, which
 // may have become a later one or an earlier one.
-TEST_F(Parallel_resume, UnitsWhoseLastRecordsChangeBeforeTheyAreRead) {
+TEST_F(ParallelResume, UnitsWhoseLastRecordsChangeBeforeTheyAreRead) {
   make(6000);
   const auto count = [this](const std::string &value) {
     return sql.number("SELECT COUNT(*) FROM t WHERE pad = " + value);

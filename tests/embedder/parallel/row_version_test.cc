@@ -132,7 +132,7 @@ class Clustered {
   dict_index_t *index_ = nullptr;
 };
 
-class Parallel_row_version : public Parallel_test {
+class ParallelRowVersion : public Parallel_test {
  protected:
   /** Rows on several pages, for the pool's threads. */
   void make(const std::string &columns = "a INT, b VARCHAR(50)") {
@@ -196,7 +196,7 @@ class Parallel_row_version : public Parallel_test {
   int n_changes_ = 0;
 };
 
-TEST_F(Parallel_row_version, ColumnsAreAddedAtTheEnd) {
+TEST_F(ParallelRowVersion, ColumnsAreAddedAtTheEnd) {
   make();
   alter("ADD COLUMN c INT");
   insert("a, c", "1, 2");
@@ -218,7 +218,7 @@ TEST_F(Parallel_row_version, ColumnsAreAddedAtTheEnd) {
   expect_located();
 }
 
-TEST_F(Parallel_row_version, RowsOfEachAreUpdated) {
+TEST_F(ParallelRowVersion, RowsOfEachAreUpdated) {
   make();
   for (const char *name : {"c", "d", "e"}) {
     const std::string column(name);
@@ -233,7 +233,7 @@ TEST_F(Parallel_row_version, RowsOfEachAreUpdated) {
 }
 
 // More nullable ones than a byte has bits.
-TEST_F(Parallel_row_version, ManyAreNullable) {
+TEST_F(ParallelRowVersion, ManyAreNullable) {
   std::string columns, names;
   for (int i = 0; i < 15; ++i) {
     columns += "n" + std::to_string(i) + " VARCHAR(4), ";
@@ -249,7 +249,7 @@ TEST_F(Parallel_row_version, ManyAreNullable) {
   expect_located();
 }
 
-TEST_F(Parallel_row_version, OldOnesAreSeenUnderASnapshot) {
+TEST_F(ParallelRowVersion, OldOnesAreSeenUnderASnapshot) {
   make();
   alter("ADD COLUMN c INT DEFAULT 5");
   insert("a, c", "1, 2");
@@ -265,7 +265,7 @@ TEST_F(Parallel_row_version, OldOnesAreSeenUnderASnapshot) {
   expect_located();
 }
 
-TEST_F(Parallel_row_version, ValuesOffThePageAreRead) {
+TEST_F(ParallelRowVersion, ValuesOffThePageAreRead) {
   make();
   alter("ADD COLUMN c LONGTEXT");
   insert("a, c", "1, REPEAT('c', 20000)");
@@ -278,7 +278,7 @@ TEST_F(Parallel_row_version, ValuesOffThePageAreRead) {
   expect_located(true);
 }
 
-TEST_F(Parallel_row_version, ARebuildLeavesNone) {
+TEST_F(ParallelRowVersion, ARebuildLeavesNone) {
   make();
   alter("ADD COLUMN c INT DEFAULT 5");
   insert("a, c", "1, 2");
@@ -288,7 +288,7 @@ TEST_F(Parallel_row_version, ARebuildLeavesNone) {
   expect_located();
 }
 
-TEST_F(Parallel_row_version, ColumnsAreAddedAnywhere) {
+TEST_F(ParallelRowVersion, ColumnsAreAddedAnywhere) {
   make();
   alter("ADD COLUMN c INT DEFAULT 5 FIRST");
   insert("a, c", "1, 2");
@@ -302,7 +302,7 @@ TEST_F(Parallel_row_version, ColumnsAreAddedAnywhere) {
   expect_located();
 }
 
-TEST_F(Parallel_row_version, ColumnsAreDropped) {
+TEST_F(ParallelRowVersion, ColumnsAreDropped) {
   make(
       "z VARCHAR(9) DEFAULT 'z', a INT, y INT NOT NULL DEFAULT 3, x CHAR(4),"
       " b VARCHAR(50)");
@@ -321,7 +321,7 @@ TEST_F(Parallel_row_version, ColumnsAreDropped) {
   expect_located();
 }
 
-TEST_F(Parallel_row_version, ThereAreSixtyFour) {
+TEST_F(ParallelRowVersion, ThereAreSixtyFour) {
   make();
   for (int i = 1; i <= 64; ++i) {
     const std::string added = "c" + std::to_string(i);
@@ -339,7 +339,7 @@ TEST_F(Parallel_row_version, ThereAreSixtyFour) {
 }
 
 // Hosts without row versions have two bytes for the number of more than 127.
-TEST_F(Parallel_row_version, RecordsHaveManyFields) {
+TEST_F(ParallelRowVersion, RecordsHaveManyFields) {
   std::string columns;
   for (int i = 0; i < 120; ++i) columns += "n" + std::to_string(i) + " INT, ";
   make(columns + "a INT, b VARCHAR(50)");

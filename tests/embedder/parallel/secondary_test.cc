@@ -21,7 +21,7 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-class Parallel_secondary : public Parallel_test {
+class ParallelSecondary : public Parallel_test {
  protected:
   /** Entries of 700 bytes: the index has many leaves. */
   void make(size_t n_rows) {
@@ -41,13 +41,13 @@ class Parallel_secondary : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_secondary, ByItself) {
+TEST_F(ParallelSecondary, ByItself) {
   make(2000);
   expect_range({.index = "by_k", .index_only = true}, {}, {0, 1},
                "SELECT id, k FROM t");
 }
 
-TEST_F(Parallel_secondary, ByItselfAnOutsideColumnHasNoValue) {
+TEST_F(ParallelSecondary, ByItselfAnOutsideColumnHasNoValue) {
   make(2000);
   const Cursor cursor({.index = "by_k", .index_only = true});
   EXPECT_TRUE(read_parallel(cursor, 2, [](const Batch &batch) {
@@ -60,7 +60,7 @@ TEST_F(Parallel_secondary, ByItselfAnOutsideColumnHasNoValue) {
 }
 
 // Also one that is never NULL, for which a row has no bit to say so.
-TEST_F(Parallel_secondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
+TEST_F(ParallelSecondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT NOT NULL,"
       " e ENUM('one', 'two') NOT NULL, d DATE NOT NULL, c CHAR(5) NOT NULL,"
@@ -103,7 +103,7 @@ TEST_F(Parallel_secondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
 // The page of the entries has changed, so each entry's row is looked up. It is
 // let go before the entry is delivered: while the callback runs, somebody
 // changes the very row.
-TEST_F(Parallel_secondary, ByItselfTheRowsPageIsFreeInTheCallback) {
+TEST_F(ParallelSecondary, ByItselfTheRowsPageIsFreeInTheCallback) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
   fill("t", 5000, "i, i, 0");
   take_snapshot();
@@ -128,19 +128,19 @@ TEST_F(Parallel_secondary, ByItselfTheRowsPageIsFreeInTheCallback) {
 }
 
 // The calling thread's pieces end with the index or with a page but for one.
-TEST_F(Parallel_secondary, WithTheRowFetchedOfOneLeaf) {
+TEST_F(ParallelSecondary, WithTheRowFetchedOfOneLeaf) {
   make(20);
   expect_range({.index = "by_k"}, {}, {0, 1, 2}, "SELECT * FROM t",
                Workers::any);
 }
 
-TEST_F(Parallel_secondary, WithTheRowFetchedRowsAreRightAndOnce) {
+TEST_F(ParallelSecondary, WithTheRowFetchedRowsAreRightAndOnce) {
   make(2000);
   expect_range({.index = "by_k"}, {}, {0, 1, 2}, "SELECT * FROM t");
 }
 
 // The end bound lies inside the one page that there is.
-TEST_F(Parallel_secondary, WithTheRowFetchedThePageOfAnInnerEndIsLeftOut) {
+TEST_F(ParallelSecondary, WithTheRowFetchedThePageOfAnInnerEndIsLeftOut) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
   fill("t", 100, "i, i");
   Cursor cursor({.index = "by_v"});
@@ -159,14 +159,14 @@ TEST_F(Parallel_secondary, WithTheRowFetchedThePageOfAnInnerEndIsLeftOut) {
   }
 }
 
-TEST_F(Parallel_secondary, ByItselfTheInnerEndIsExact) {
+TEST_F(ParallelSecondary, ByItselfTheInnerEndIsExact) {
   make_wide(300);
   expect_range({.index = "by_v", .index_only = true}, {{}, Keys().number(250)},
                {0, 1}, "SELECT id, v FROM t WHERE v <= 250");
 }
 
 // The row of a deleted entry: as its old version was.
-TEST_F(Parallel_secondary, WithTheRowFetchedDeletedAndChangedRowsAreThere) {
+TEST_F(ParallelSecondary, WithTheRowFetchedDeletedAndChangedRowsAreThere) {
   make_wide(200);
   take_snapshot();
   sql.exec("DELETE FROM t WHERE id % 3 = 0");
@@ -175,7 +175,7 @@ TEST_F(Parallel_secondary, WithTheRowFetchedDeletedAndChangedRowsAreThere) {
   expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
 }
 
-TEST_F(Parallel_secondary, WithTheRowFetchedEntriesOfRowsLongGoneAreNotThere) {
+TEST_F(ParallelSecondary, WithTheRowFetchedEntriesOfRowsLongGoneAreNotThere) {
   make_wide(200);
   Client holder;
   holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
@@ -186,7 +186,7 @@ TEST_F(Parallel_secondary, WithTheRowFetchedEntriesOfRowsLongGoneAreNotThere) {
 
 // The donor's own delete has marked the row and waits for the entry: the entry
 // is what counts.
-TEST_F(Parallel_secondary, WithTheRowFetchedADeletedVersionIsDelivered) {
+TEST_F(ParallelSecondary, WithTheRowFetchedADeletedVersionIsDelivered) {
   make_wide(200);
   sql.exec("BEGIN");
   sql.query("SELECT v FROM t FORCE INDEX (by_v) WHERE v = 4 FOR SHARE");
@@ -216,7 +216,7 @@ TEST_F(Parallel_secondary, WithTheRowFetchedADeletedVersionIsDelivered) {
   donor.exec("ROLLBACK");
 }
 
-TEST_F(Parallel_secondary, WithTheRowFetchedADeletedRowIsNotDelivered) {
+TEST_F(ParallelSecondary, WithTheRowFetchedADeletedRowIsNotDelivered) {
   make_wide(200);
   Client holder;
   holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
@@ -225,7 +225,7 @@ TEST_F(Parallel_secondary, WithTheRowFetchedADeletedRowIsNotDelivered) {
   expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
 }
 
-TEST_F(Parallel_secondary, ByItselfADeletedRowIsNotDelivered) {
+TEST_F(ParallelSecondary, ByItselfADeletedRowIsNotDelivered) {
   make_wide(200);
   Client holder;
   holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
@@ -235,7 +235,7 @@ TEST_F(Parallel_secondary, ByItselfADeletedRowIsNotDelivered) {
                "SELECT id, v FROM t");
 }
 
-TEST_F(Parallel_secondary, PrimaryKeyOfAPrefixWithTheRowFetched) {
+TEST_F(ParallelSecondary, PrimaryKeyOfAPrefixWithTheRowFetched) {
   sql.exec("CREATE TABLE t (a VARCHAR(100), v INT, w INT, " + filler(2500) +
            ", PRIMARY KEY (a(4)), KEY by_v (v, pad))");
   fill("t", 150, "CONCAT(LPAD(i, 4, '0'), ' and more'), i, i * 2");
@@ -243,7 +243,7 @@ TEST_F(Parallel_secondary, PrimaryKeyOfAPrefixWithTheRowFetched) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_secondary, PrefixOfAColumnByItself) {
+TEST_F(ParallelSecondary, PrefixOfAColumnByItself) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a VARCHAR(100), b TEXT, " +
            filler(800) + ", KEY by_a (a(3), pad), KEY by_b (b(5), pad))");
   fill("t", 500, "i, CONCAT(LPAD(i, 3, '0'), 'rest'), CONCAT('abcd', i, 'x')");
@@ -254,7 +254,7 @@ TEST_F(Parallel_secondary, PrefixOfAColumnByItself) {
 }
 
 // The rest of the value is as if no more had been stored.
-TEST_F(Parallel_secondary, PrefixOfAFixedLengthColumnByItself) {
+TEST_F(ParallelSecondary, PrefixOfAFixedLengthColumnByItself) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a BINARY(20),"
       " b CHAR(20) CHARACTER SET latin1, c CHAR(20) CHARACTER SET utf8mb4,"
@@ -280,7 +280,7 @@ TEST_F(Parallel_secondary, PrefixOfAFixedLengthColumnByItself) {
 /** The longest value of a row that is too long for its page is stored
  * elsewhere.
  */
-class Parallel_off_page : public Parallel_secondary {
+class ParallelOffPage : public ParallelSecondary {
  protected:
   void make(size_t n_rows) {
     sql.exec(
@@ -306,7 +306,7 @@ class Parallel_off_page : public Parallel_secondary {
   }
 };
 
-TEST_F(Parallel_off_page, OldVersionsByItself) {
+TEST_F(ParallelOffPage, OldVersionsByItself) {
   make(120);
   sql.exec("UPDATE t SET n = 1 WHERE id % 2");
   sql.exec("UPDATE t SET a = REVERSE(a) WHERE id % 5 = 0");
@@ -314,14 +314,14 @@ TEST_F(Parallel_off_page, OldVersionsByItself) {
   expect_all(true);
 }
 
-TEST_F(Parallel_off_page, OldVersionsWithTheRowFetched) {
+TEST_F(ParallelOffPage, OldVersionsWithTheRowFetched) {
   make(120);
   sql.exec("UPDATE t SET n = 1 WHERE id % 2");
   sql.exec("DELETE FROM t WHERE id % 3 = 0");
   expect_all(false);
 }
 
-TEST_F(Parallel_secondary, UniqueIndexWithNulls) {
+TEST_F(ParallelSecondary, UniqueIndexWithNulls) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, UNIQUE KEY u (a))");
   fill("t", 25000, "i, IF(i % 3, i * 2, NULL)");
   take_snapshot();
@@ -330,7 +330,7 @@ TEST_F(Parallel_secondary, UniqueIndexWithNulls) {
                "SELECT id, a FROM t");
 }
 
-TEST_F(Parallel_secondary, WithoutAPrimaryKey) {
+TEST_F(ParallelSecondary, WithoutAPrimaryKey) {
   sql.exec("CREATE TABLE t (a INT, b INT, " + filler(150) +
            ", KEY by_a (a, pad))");
   fill("t", 3000, "i % 20, i");
@@ -338,7 +338,7 @@ TEST_F(Parallel_secondary, WithoutAPrimaryKey) {
                "SELECT a FROM t");
 }
 
-TEST_F(Parallel_secondary, CompositePrimaryKeyIsInTheIndex) {
+TEST_F(ParallelSecondary, CompositePrimaryKeyIsInTheIndex) {
   sql.exec("CREATE TABLE t (v INT, b INT, a VARCHAR(50), w INT, " +
            filler(150) + ", PRIMARY KEY (a, b), KEY by_v (v, pad))");
   fill("t", 3000, "i % 20, i, CONCAT('a', i % 7), i");
@@ -346,7 +346,7 @@ TEST_F(Parallel_secondary, CompositePrimaryKeyIsInTheIndex) {
                "SELECT v, b, a FROM t");
 }
 
-TEST_F(Parallel_secondary, DescendingParts) {
+TEST_F(ParallelSecondary, DescendingParts) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, b INT, " + filler(150) +
            ", KEY k (a DESC, b, pad))");
   fill("t", 5000, "i, i % 100, i DIV 100");

@@ -17,11 +17,11 @@ namespace {
 
 using namespace harness;
 
-class Parallel_split : public Parallel_test {
+class ParallelSplit : public Parallel_test {
  protected:
   /** Keys so long that a page takes some twenty: the root has fewer node
       pointers than there are workers, the pages below it have more. */
-  Parallel_split() {
+  ParallelSplit() {
     sql.exec(
         "CREATE TABLE t (k VARCHAR(700) CHARACTER SET latin1 PRIMARY KEY,"
         " v INT)");
@@ -33,7 +33,7 @@ class Parallel_split : public Parallel_test {
 
 // A worker that has a full batch keeps it until all of them have one, which
 // needs rows enough for each: no worker can read another's share.
-TEST_F(Parallel_split, MoreWorkersThanUnitsAllGetRows) {
+TEST_F(ParallelSplit, MoreWorkersThanUnitsAllGetRows) {
   ASSERT_EQ(tree_levels(), 4);
   const Scan scan;
   std::atomic<bool> has_rows[n_workers] = {};

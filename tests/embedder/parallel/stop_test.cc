@@ -28,7 +28,7 @@ using std::chrono::steady_clock;
 /** Numbers of threads with which every worker gets more than one batch. */
 const std::vector<size_t> few_threads{0, 1, 2, 3, 4, 8};
 
-class Parallel_stop : public Parallel_test {
+class ParallelStop : public Parallel_test {
  protected:
   void make(size_t n_rows) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
@@ -47,7 +47,7 @@ class Parallel_stop : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_stop, TheCallbacksTrueEndsTheRead) {
+TEST_F(ParallelStop, TheCallbacksTrueEndsTheRead) {
   make(100000);
   {
     const Scan scan;
@@ -64,7 +64,7 @@ TEST_F(Parallel_stop, TheCallbacksTrueEndsTheRead) {
   expect_all_is_back(100000);
 }
 
-TEST_F(Parallel_stop, NoFurtherBatchComesToTheWorkerThatStopped) {
+TEST_F(ParallelStop, NoFurtherBatchComesToTheWorkerThatStopped) {
   make(100000);
   const Cursor cursor;
   for (const size_t threads : few_threads) {
@@ -79,7 +79,7 @@ TEST_F(Parallel_stop, NoFurtherBatchComesToTheWorkerThatStopped) {
 // Every worker has its first batch in hand when one refuses; the others return
 // from theirs when that one is gone. A page takes fewer rows than a batch, so
 // that none has another before it looks.
-TEST_F(Parallel_stop, OneWorkersFailureStopsTheOthers) {
+TEST_F(ParallelStop, OneWorkersFailureStopsTheOthers) {
   make(200000);
   {
     const Scan scan;
@@ -101,7 +101,7 @@ TEST_F(Parallel_stop, OneWorkersFailureStopsTheOthers) {
   expect_all_is_back(200000);
 }
 
-TEST_F(Parallel_stop, TheSameCursorReadsAgain) {
+TEST_F(ParallelStop, TheSameCursorReadsAgain) {
   make(50000);
   const Scan scan;
   const auto stop = [](const Batch &) { return true; };
@@ -111,7 +111,7 @@ TEST_F(Parallel_stop, TheSameCursorReadsAgain) {
   }
 }
 
-TEST_F(Parallel_stop, TheAnswerToALastPartialBatchIsNotLookedAt) {
+TEST_F(ParallelStop, TheAnswerToALastPartialBatchIsNotLookedAt) {
   make(3000);
   const Scan scan;
   for (const size_t threads : thread_counts)
@@ -119,7 +119,7 @@ TEST_F(Parallel_stop, TheAnswerToALastPartialBatchIsNotLookedAt) {
         read_parallel(scan, threads, [](const Batch &) { return true; }));
 }
 
-TEST_F(Parallel_stop, AnExceptionEndsTheRead) {
+TEST_F(ParallelStop, AnExceptionEndsTheRead) {
   make(100000);
   {
     const Scan scan;
@@ -134,7 +134,7 @@ TEST_F(Parallel_stop, AnExceptionEndsTheRead) {
   expect_all_is_back(100000);
 }
 
-TEST_F(Parallel_stop, AnExceptionOfTheLastBatchFailsTheRead) {
+TEST_F(ParallelStop, AnExceptionOfTheLastBatchFailsTheRead) {
   make(3000);
   {
     const Scan scan;
@@ -145,7 +145,7 @@ TEST_F(Parallel_stop, AnExceptionOfTheLastBatchFailsTheRead) {
   expect_all_is_back(3000);
 }
 
-TEST_F(Parallel_stop, KilledWithinTheCallback) {
+TEST_F(ParallelStop, KilledWithinTheCallback) {
   make(100000);
   for (const size_t threads : few_threads) {
     const Scan scan;
@@ -158,7 +158,7 @@ TEST_F(Parallel_stop, KilledWithinTheCallback) {
   expect_all_is_back(100000);
 }
 
-TEST_F(Parallel_stop, KilledBeforeItBegins) {
+TEST_F(ParallelStop, KilledBeforeItBegins) {
   make(100000);
   for (const size_t threads : thread_counts) {
     const Cursor cursor;
@@ -169,7 +169,7 @@ TEST_F(Parallel_stop, KilledBeforeItBegins) {
   expect_all_is_back(100000);
 }
 
-TEST_F(Parallel_stop, KilledByAnotherThread) {
+TEST_F(ParallelStop, KilledByAnotherThread) {
   make(100000);
   for (const size_t threads : few_threads) {
     const Scan scan;
@@ -192,7 +192,7 @@ TEST_F(Parallel_stop, KilledByAnotherThread) {
 
 /** Rows that came after the snapshot, with a history each: none is delivered,
     all of it is searched. */
-class Parallel_stop_old_versions : public Parallel_stop {
+class ParallelStopOldVersions : public ParallelStop {
  protected:
   void expect_killed_within_a_second(size_t threads) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w CHAR(20))");
@@ -228,11 +228,11 @@ class Parallel_stop_old_versions : public Parallel_stop {
   }
 };
 
-TEST_F(Parallel_stop_old_versions, KilledOnTheCallingThread) {
+TEST_F(ParallelStopOldVersions, KilledOnTheCallingThread) {
   expect_killed_within_a_second(0);
 }
 
-TEST_F(Parallel_stop_old_versions, KilledWithWorkers) {
+TEST_F(ParallelStopOldVersions, KilledWithWorkers) {
   expect_killed_within_a_second(4);
 }
 
@@ -247,7 +247,7 @@ class Reservation {
   const size_t n_;
 };
 
-class Parallel_budget : public Parallel_stop {
+class ParallelBudget : public ParallelStop {
  protected:
   /** @return the most threads of the budget in use during a read */
   size_t most_in_use(const Scan &scan, size_t threads) {
@@ -263,7 +263,7 @@ class Parallel_budget : public Parallel_stop {
   }
 };
 
-TEST_F(Parallel_budget, AReadTakesAsManyAsItAsksFor) {
+TEST_F(ParallelBudget, AReadTakesAsManyAsItAsksFor) {
   make(10000);
   const Scan scan;
   EXPECT_EQ(most_in_use(scan, 0), 0u);
@@ -274,7 +274,7 @@ TEST_F(Parallel_budget, AReadTakesAsManyAsItAsksFor) {
   EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
 }
 
-TEST_F(Parallel_budget, WithThreeLeftThreeWorkersRead) {
+TEST_F(ParallelBudget, WithThreeLeftThreeWorkersRead) {
   make(50000);
   {
     const Reservation others(253);
@@ -292,7 +292,7 @@ TEST_F(Parallel_budget, WithThreeLeftThreeWorkersRead) {
   expect_all_is_back(50000);
 }
 
-TEST_F(Parallel_budget, WithOneLeftTheCallingThreadReads) {
+TEST_F(ParallelBudget, WithOneLeftTheCallingThreadReads) {
   make(10000);
   {
     const Reservation others(255);
@@ -310,7 +310,7 @@ TEST_F(Parallel_budget, WithOneLeftTheCallingThreadReads) {
   expect_all_is_back(10000);
 }
 
-TEST_F(Parallel_budget, WithNoneLeftTheCallingThreadReads) {
+TEST_F(ParallelBudget, WithNoneLeftTheCallingThreadReads) {
   make(10000);
   {
     const Reservation others(256);
@@ -324,7 +324,7 @@ TEST_F(Parallel_budget, WithNoneLeftTheCallingThreadReads) {
 }
 
 // Eight that ask for 60 each want 480. None ends before all have begun.
-TEST_F(Parallel_budget, ManyReadsShareIt) {
+TEST_F(ParallelBudget, ManyReadsShareIt) {
   make(10000);
   constexpr size_t n_reads = 8, n_rounds = 3;
   std::atomic<size_t> n_begun{0}, most{0};
@@ -358,9 +358,9 @@ TEST_F(Parallel_budget, ManyReadsShareIt) {
   expect_all_is_back(10000);
 }
 
-class Parallel_pool : public Parallel_stop {};
+class ParallelPool : public ParallelStop {};
 
-TEST_F(Parallel_pool, WithoutItOnlyTheCallingThreadReads) {
+TEST_F(ParallelPool, WithoutItOnlyTheCallingThreadReads) {
   make(10000);
   deinit_common();
   {
@@ -376,7 +376,7 @@ TEST_F(Parallel_pool, WithoutItOnlyTheCallingThreadReads) {
   expect_all_is_back(10000);
 }
 
-TEST_F(Parallel_pool, HandlesThatCannotBeReadAreRefused) {
+TEST_F(ParallelPool, HandlesThatCannotBeReadAreRefused) {
   make(10);
   const auto take = [](uint64_t, uint64_t, void *) {
     ADD_FAILURE() << "called";

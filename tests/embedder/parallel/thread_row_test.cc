@@ -26,9 +26,9 @@ namespace {
 
 using namespace harness;
 
-class Thread_row : public Parallel_test {
+class ThreadRow : public Parallel_test {
  protected:
-  Thread_row() {
+  ThreadRow() {
     CommonApi::destroy_idle_sessions();
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
     fill("t", 20000, "i, i * 10");
@@ -65,7 +65,7 @@ class Thread_row : public Parallel_test {
   std::string donor_id() const { return std::to_string(donor.id()); }
 };
 
-TEST_F(Thread_row, OpenCursorSaysWhatItIsOn) {
+TEST_F(ThreadRow, OpenCursorSaysWhatItIsOn) {
   const Cursor cursor({.index = "by_v", .donor = donor.id()});
   const Scan scan;
   EXPECT_EQ(rows_of("cursor"),
@@ -73,14 +73,14 @@ TEST_F(Thread_row, OpenCursorSaysWhatItIsOn) {
                   row("open", "cursor on t index by_v donor " + donor_id())}));
 }
 
-TEST_F(Thread_row, ItsIdIsTheSessions) {
+TEST_F(ThreadRow, ItsIdIsTheSessions) {
   const Cursor cursor;
   EXPECT_EQ(sql.number("SELECT processlist_id FROM performance_schema.threads"
                        " WHERE name = 'thread/morvena_sn/cursor'"),
             session_id(current_session()));
 }
 
-TEST_F(Thread_row, MetadataLockLeadsToTheCursor) {
+TEST_F(ThreadRow, MetadataLockLeadsToTheCursor) {
   std::unique_ptr<Cursor> cursor;
   // The server knows nothing of this thread.
   std::thread([&] {
@@ -97,7 +97,7 @@ TEST_F(Thread_row, MetadataLockLeadsToTheCursor) {
             (Rows{{"SHARED_READ", "cursor on t index by_v donor 0"}}));
 }
 
-TEST_F(Thread_row, OpeningThatWaitsSaysForWhat) {
+TEST_F(ThreadRow, OpeningThatWaitsSaysForWhat) {
   sql.exec("LOCK TABLES t WRITE");
   auto opening = on_own_thread([] {
     const Cursor cursor({.timeout = 60});
@@ -116,7 +116,7 @@ TEST_F(Thread_row, OpeningThatWaitsSaysForWhat) {
   opening.get();
 }
 
-TEST_F(Thread_row, ParallelReadShowsItsWorkers) {
+TEST_F(ThreadRow, ParallelReadShowsItsWorkers) {
   std::promise<void> goes_on;
   const std::shared_future<void> may_go_on(goes_on.get_future());
   const Scan scan;
@@ -139,7 +139,7 @@ TEST_F(Thread_row, ParallelReadShowsItsWorkers) {
   EXPECT_EQ(rows_of("cursor"), (Rows{row("open", "cursor on t donor 0")}));
 }
 
-TEST_F(Thread_row, IdleSessionSaysNothing) {
+TEST_F(ThreadRow, IdleSessionSaysNothing) {
   { const Cursor cursor, refused({.table = "nothing"}); }
   const Row idle{"morvena_sn", {}, "Sleep", {}, {}};
   EXPECT_EQ(rows_of("cursor"), (Rows{idle, idle}));
@@ -148,7 +148,7 @@ TEST_F(Thread_row, IdleSessionSaysNothing) {
             (Rows{idle, row("open", "cursor on t index PRIMARY donor 0")}));
 }
 
-TEST_F(Thread_row, EndsWithItsSession) {
+TEST_F(ThreadRow, EndsWithItsSession) {
   read_with_two(Scan());
   EXPECT_EQ(rows_of("cursor").size(), 1u);
   EXPECT_EQ(rows_of("worker").size(), 2u);
@@ -157,14 +157,14 @@ TEST_F(Thread_row, EndsWithItsSession) {
   EXPECT_TRUE(rows_of("worker").empty());
 }
 
-TEST_F(Thread_row, WorkersAndCursorsServeTheirOwnKindAgain) {
+TEST_F(ThreadRow, WorkersAndCursorsServeTheirOwnKindAgain) {
   read_with_two(Scan());
   read_with_two(Scan());
   EXPECT_EQ(rows_of("cursor").size(), 1u);
   EXPECT_EQ(rows_of("worker").size(), 2u);
 }
 
-TEST_F(Thread_row, CallersOneIsPutBack) {
+TEST_F(ThreadRow, CallersOneIsPutBack) {
   const auto check = [] {
     const void *own = own_thread_row();
     char before[16], after[16];
@@ -205,7 +205,7 @@ TEST_F(Thread_row, CallersOneIsPutBack) {
 }
 
 // The clients' own limits and lists.
-TEST_F(Thread_row, SessionsAreNoClients) {
+TEST_F(ThreadRow, SessionsAreNoClients) {
   const auto connected = [this] {
     return sql.query("SHOW GLOBAL STATUS LIKE 'Threads_connected'");
   };

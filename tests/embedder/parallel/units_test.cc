@@ -66,7 +66,7 @@ size_t marked(const std::vector<std::shared_ptr<Ctx>> &units) {
   return n;
 }
 
-class Parallel_units : public Parallel_test {
+class ParallelUnits : public Parallel_test {
  protected:
   /** Two rows a leaf, and a root with so many leaves under it. */
   void make(size_t n_leaves) {
@@ -91,20 +91,20 @@ class Parallel_units : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_units, NoNameIsTheClusteredIndex) {
+TEST_F(ParallelUnits, NoNameIsTheClusteredIndex) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
   expect_opened("PRIMARY", "by_v", nullptr);
   sql.exec("CREATE TABLE u (v INT, KEY by_v (v))");
   expect_opened("GEN_CLUST_INDEX", "by_v", nullptr, "u");
 }
 
-TEST_F(Parallel_units, NamesMatchInAnyCase) {
+TEST_F(ParallelUnits, NamesMatchInAnyCase) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY By_V (v))");
   expect_opened("PRIMARY", "By_V", "primary");
   expect_opened("By_V", "PRIMARY", "BY_v");
 }
 
-TEST_F(Parallel_units, UnknownNamesAreALineEach) {
+TEST_F(ParallelUnits, UnknownNamesAreALineEach) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   const Server_log log(sql);
   EXPECT_FALSE(Opened_reader("nothing"));
@@ -113,20 +113,20 @@ TEST_F(Parallel_units, UnknownNamesAreALineEach) {
   EXPECT_EQ(log.count("Cannot find a index \"Such\".\n"), 1u) << log.text();
 }
 
-TEST_F(Parallel_units, NoneForAnEmptyIndex) {
+TEST_F(ParallelUnits, NoneForAnEmptyIndex) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   for (const size_t threads : thread_counts)
     EXPECT_EQ(Opened_reader().units(threads).size(), 0u);
 }
 
-TEST_F(Parallel_units, OneForALeafRoot) {
+TEST_F(ParallelUnits, OneForALeafRoot) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   fill("t", 100, "i");
   for (const size_t threads : thread_counts)
     EXPECT_EQ(Opened_reader().units(threads).size(), 1u);
 }
 
-TEST_F(Parallel_units, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
+TEST_F(ParallelUnits, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
   make(3);
   const auto units = Opened_reader().units(4);
   EXPECT_EQ(units.size(), 3u);
@@ -135,7 +135,7 @@ TEST_F(Parallel_units, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
 
 // Every twelfth of a hundred, 0 to 96, and the last: ten. Eight are two for
 // each thread.
-TEST_F(Parallel_units, AHundredLeavesAndFourThreadsAreTen) {
+TEST_F(ParallelUnits, AHundredLeavesAndFourThreadsAreTen) {
   make(100);
   const auto units = Opened_reader().units(4);
   EXPECT_EQ(units.size(), 10u);
@@ -143,21 +143,21 @@ TEST_F(Parallel_units, AHundredLeavesAndFourThreadsAreTen) {
   EXPECT_TRUE(units[8]->split_ && units[9]->split_);
 }
 
-TEST_F(Parallel_units, OfTheCallingThreadAreTwoAtMost) {
+TEST_F(ParallelUnits, OfTheCallingThreadAreTwoAtMost) {
   make(100);
   const auto units = Opened_reader().units(0);
   EXPECT_EQ(units.size(), 2u);
   EXPECT_EQ(marked(units), 0u);
 }
 
-TEST_F(Parallel_units, AreTakenInTheirOrder) {
+TEST_F(ParallelUnits, AreTakenInTheirOrder) {
   make(40);
   const auto units = Opened_reader().units(5);
   ASSERT_GT(units.size(), 5u);
   for (size_t i = 0; i < units.size(); ++i) EXPECT_EQ(units[i]->id_, i);
 }
 
-TEST_F(Parallel_units, NoneIsLeftInAnEmptyQueue) {
+TEST_F(ParallelUnits, NoneIsLeftInAnEmptyQueue) {
   make(3);
   Opened_reader reader;
   EXPECT_EQ(reader->deque(), nullptr);
@@ -167,7 +167,7 @@ TEST_F(Parallel_units, NoneIsLeftInAnEmptyQueue) {
 }
 
 // Five leaves for two threads: one each, and the last to be cut.
-TEST_F(Parallel_units, AMarkedOneOfALeafIsCutIntoOne) {
+TEST_F(ParallelUnits, AMarkedOneOfALeafIsCutIntoOne) {
   make(5);
   Opened_reader reader;
   const auto units = reader.units(2);
@@ -181,7 +181,7 @@ TEST_F(Parallel_units, AMarkedOneOfALeafIsCutIntoOne) {
 
 // Every fourth of 17, 0 to 16: five for two threads. The fourth has four
 // leaves.
-TEST_F(Parallel_units, OneOfFourLeavesIsCutIntoFour) {
+TEST_F(ParallelUnits, OneOfFourLeavesIsCutIntoFour) {
   make(17);
   Opened_reader reader;
   const auto units = reader.units(2);
@@ -194,7 +194,7 @@ TEST_F(Parallel_units, OneOfFourLeavesIsCutIntoFour) {
 }
 
 // What else the record at a boundary holds may change before the piece is read.
-TEST_F(Parallel_units, TheLastPieceEndsByTheKeyAlone) {
+TEST_F(ParallelUnits, TheLastPieceEndsByTheKeyAlone) {
   make(17);
   Opened_reader reader;
   const auto units = reader.units(2);
@@ -207,7 +207,7 @@ TEST_F(Parallel_units, TheLastPieceEndsByTheKeyAlone) {
 }
 
 // A field's bytes do not count, only its length.
-TEST_F(Parallel_units, KeysAreOrderedByTheirLengths) {
+TEST_F(ParallelUnits, KeysAreOrderedByTheirLengths) {
   sql.exec("CREATE TABLE t (id VARBINARY(20) PRIMARY KEY)");
   sql.exec("INSERT INTO t VALUES ('zz'), ('aaa'), ('bbb')");
   Cursor cursor;
@@ -229,7 +229,7 @@ TEST_F(Parallel_units, KeysAreOrderedByTheirLengths) {
   dd_table_close(table, nullptr, nullptr, false);
 }
 
-TEST_F(Parallel_units, TheIndexLatchIsTakenOnceAndGivenBackOnce) {
+TEST_F(ParallelUnits, TheIndexLatchIsTakenOnceAndGivenBackOnce) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   const Index_watch index;
   const Opened_reader reader;  // holds it

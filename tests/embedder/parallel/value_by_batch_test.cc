@@ -29,7 +29,7 @@ struct Reads {
   std::optional<int64_t> datetime;
 };
 
-class Parallel_value : public Value_test {
+class ParallelValue : public Value_test {
  protected:
   void check(const std::string &type, const std::vector<std::string> &values,
              const Expected &expected = {}) {
@@ -124,7 +124,7 @@ class Parallel_value : public Value_test {
   std::map<std::string, std::string> decimals_;  // by what was asked
 };
 
-TEST_F(Parallel_value, Integers) {
+TEST_F(ParallelValue, Integers) {
   check("TINYINT", {"-128", "127", "0"});
   check("TINYINT UNSIGNED", {"0", "255"});
   check("SMALLINT", {"-32768", "32767"});
@@ -136,19 +136,19 @@ TEST_F(Parallel_value, Integers) {
   check("INT NOT NULL", {"0", "-5"});
 }
 
-TEST_F(Parallel_value, LargeIntegers) {
+TEST_F(ParallelValue, LargeIntegers) {
   check("BIGINT", {"-9223372036854775808", "9223372036854775807", "0", "-1"});
   check("BIGINT UNSIGNED", {"0", "9223372036854775807", "9223372036854775808",
                             "18446744073709551615"});
 }
 
-TEST_F(Parallel_value, Decimals) {
+TEST_F(ParallelValue, Decimals) {
   check("DECIMAL(12,3)", {"-12345.678", "0.5", "-0.5", "0", "999999999.999"});
   check("DECIMAL(30,10)", {"12345678901.1234567891", "-0.0000000001"});
   check("DECIMAL(1,0)", {"9", "-9", "0"});
 }
 
-TEST_F(Parallel_value, DecimalWords) {
+TEST_F(ParallelValue, DecimalWords) {
   store_over_pages("DECIMAL(12,3)", {"-12345.678"});
   const Reads reads = read_all(2).at(1);
   EXPECT_TRUE(reads.decimal->negative);
@@ -156,7 +156,7 @@ TEST_F(Parallel_value, DecimalWords) {
   EXPECT_EQ(reads.decimal->fraction_words, (std::vector<int32_t>{678000000}));
 }
 
-TEST_F(Parallel_value, DecimalOfAllDigits) {
+TEST_F(ParallelValue, DecimalOfAllDigits) {
   const std::string digits = std::string(35, '9') + "." + std::string(30, '9');
   store_over_pages("DECIMAL(65,30)", {digits, "-" + digits});
   const auto reads = read_all(2);
@@ -170,13 +170,13 @@ TEST_F(Parallel_value, DecimalOfAllDigits) {
   EXPECT_TRUE(reads.at(2).decimal->negative);
 }
 
-TEST_F(Parallel_value, RealNumbers) {
+TEST_F(ParallelValue, RealNumbers) {
   check("FLOAT", {"0", "0.5", "-0.25", "16777216", "-2.5"});
   check("DOUBLE", {"0e0", "-0e0", "0.5e0", "2.5e0", "-123456.789e0",
                    "9007199254740993e0"});
 }
 
-TEST_F(Parallel_value, Bits) {
+TEST_F(ParallelValue, Bits) {
   for (const int width : {1, 7, 8, 9, 13, 31, 63, 64}) {
     const std::string ones(static_cast<size_t>(width), '1');
     check("BIT(" + std::to_string(width) + ")",
@@ -184,7 +184,7 @@ TEST_F(Parallel_value, Bits) {
   }
 }
 
-TEST_F(Parallel_value, Characters) {
+TEST_F(ParallelValue, Characters) {
   check("CHAR(20)", {"''", "'a'", "'  b'", "'12.9'", "'-7 x'"});
   check("CHAR(10) CHARACTER SET latin1", {"'\u00e9t\u00e9'"});
   check("CHAR(10) CHARACTER SET utf8mb4", {"'\U0001f600'", "'a'", "''"});
@@ -195,20 +195,20 @@ TEST_F(Parallel_value, Characters) {
         not_a_number());
 }
 
-TEST_F(Parallel_value, TwoByteCharacters) {
+TEST_F(ParallelValue, TwoByteCharacters) {
   check("VARCHAR(10) CHARACTER SET ucs2", {"'ab'", "'\u20ac'"}, not_a_number());
   check("CHAR(10) CHARACTER SET utf16", {"'ab'", "'\U0001f600'"},
         not_a_number());
 }
 
-TEST_F(Parallel_value, Bytes) {
+TEST_F(ParallelValue, Bytes) {
   check("BINARY(5)", {"X'00FF00'", "''", "X'0102030405'"}, not_a_number());
   check("VARBINARY(300)", {"X'00'", "''", "REPEAT(X'FF', 300)"},
         not_a_number());
   check("VARBINARY(30)", {"'123'", "'-4.5'"});
 }
 
-TEST_F(Parallel_value, Texts) {
+TEST_F(ParallelValue, Texts) {
   check("TINYTEXT", {"''", "'17'", "REPEAT(' ', 255)"});
   check("TEXT", {"''", "'x'", "REPEAT('abcdefg', 9000)"}, not_a_number());
   check("MEDIUMTEXT", {"'x'", "REPEAT('abcdefg', 200000)"}, not_a_number());
@@ -216,14 +216,14 @@ TEST_F(Parallel_value, Texts) {
         not_a_number());
 }
 
-TEST_F(Parallel_value, Blobs) {
+TEST_F(ParallelValue, Blobs) {
   check("TINYBLOB", {"''", "REPEAT(X'00', 255)"}, not_a_number());
   check("BLOB", {"''", "REPEAT(X'FE', 65535)"}, not_a_number());
   check("MEDIUMBLOB", {"REPEAT(X'00FF', 300000)"}, not_a_number());
   check("LONGBLOB", {"REPEAT(X'0102', 1500000)", "X'03'"}, not_a_number());
 }
 
-TEST_F(Parallel_value, EnumsAndSets) {
+TEST_F(ParallelValue, EnumsAndSets) {
   std::string members;
   for (int i = 1; i <= 300; ++i)
     members += (i > 1 ? ",'m" : "'m") + std::to_string(i) + "'";
@@ -232,7 +232,7 @@ TEST_F(Parallel_value, EnumsAndSets) {
   check("SET('a','b','c')", {"''", "'a'", "'a,c'"});
 }
 
-TEST_F(Parallel_value, Json) {
+TEST_F(ParallelValue, Json) {
   Expected expected;
   expected.integer = "IF(JSON_TYPE(c) IN ('INTEGER'), CAST(c AS SIGNED), 0)";
   expected.real = "IF(JSON_TYPE(c) IN ('INTEGER'), c + 0e0, 0)";
@@ -243,7 +243,7 @@ TEST_F(Parallel_value, Json) {
         expected);
 }
 
-TEST_F(Parallel_value, Geometry) {
+TEST_F(ParallelValue, Geometry) {
   check(
       "GEOMETRY",
       {"ST_GeomFromText('POINT(1 2)', 4326)",
@@ -253,16 +253,16 @@ TEST_F(Parallel_value, Geometry) {
   check("POINT", {"ST_GeomFromText('POINT(1 2)')"}, not_a_number());
 }
 
-TEST_F(Parallel_value, Year) { check("YEAR", {"1901", "2155", "2026", "0"}); }
+TEST_F(ParallelValue, Year) { check("YEAR", {"1901", "2155", "2026", "0"}); }
 
-TEST_F(Parallel_value, Dates) {
+TEST_F(ParallelValue, Dates) {
   check("DATE",
         {"'2000-01-01'", "'1999-12-31'", "'1970-01-01'", "'2024-02-29'",
          "'9999-12-31'", "'0001-01-01'"},
         dates());
 }
 
-TEST_F(Parallel_value, ZeroDates) {
+TEST_F(ParallelValue, ZeroDates) {
   sql.exec("SET sql_mode = ''");
   for (const char *type : {"DATE", "DATETIME(6)", "TIMESTAMP"}) {
     store_over_pages(std::string(type) + " NOT NULL", {"0"});
@@ -274,7 +274,7 @@ TEST_F(Parallel_value, ZeroDates) {
   }
 }
 
-TEST_F(Parallel_value, Datetimes) {
+TEST_F(ParallelValue, Datetimes) {
   for (const char *digits : {"0", "1", "2", "3", "4", "5", "6"})
     check("DATETIME(" + std::string(digits) + ")",
           {"'2000-01-01 00:00:00'", "'1999-12-31 23:59:59.999999'",
@@ -282,7 +282,7 @@ TEST_F(Parallel_value, Datetimes) {
           datetimes());
 }
 
-TEST_F(Parallel_value, DatetimeMicroseconds) {
+TEST_F(ParallelValue, DatetimeMicroseconds) {
   store_over_pages("DATETIME(6)",
                    {"'1970-01-01'", "'1999-12-31 23:59:59.999999'"});
   const auto reads = read_all(2);
@@ -290,7 +290,7 @@ TEST_F(Parallel_value, DatetimeMicroseconds) {
   EXPECT_EQ(reads.at(2).datetime, -1);
 }
 
-TEST_F(Parallel_value, Timestamps) {
+TEST_F(ParallelValue, Timestamps) {
   for (const char *digits : {"0", "3", "6"})
     check("TIMESTAMP(" + std::string(digits) + ") NULL",
           {"'1970-01-02 00:00:01'", "'2038-01-18 03:14:07'",
@@ -298,7 +298,7 @@ TEST_F(Parallel_value, Timestamps) {
           datetimes());
 }
 
-TEST_F(Parallel_value, TimestampsReadInTheGlobalTimeZone) {
+TEST_F(ParallelValue, TimestampsReadInTheGlobalTimeZone) {
   store_over_pages("TIMESTAMP(3) NULL", {"'2026-11-21 12:34:56.654'"});
   sql.exec("SET GLOBAL time_zone = '+05:30'");
   sql.exec("SET time_zone = '+05:30'");
@@ -313,7 +313,7 @@ TEST_F(Parallel_value, TimestampsReadInTheGlobalTimeZone) {
   sql.exec("SET GLOBAL time_zone = DEFAULT");
 }
 
-TEST_F(Parallel_value, TimestampsReadInTheTimeZoneOfTheOpening) {
+TEST_F(ParallelValue, TimestampsReadInTheTimeZoneOfTheOpening) {
   store("TIMESTAMP(3) NULL", {"'2026-11-21 12:34:56.654'"});
   const int64_t datetime = sql.number(
       "SELECT TIMESTAMPDIFF(MICROSECOND, '2000-01-01', c) FROM t WHERE id = 1");
@@ -335,7 +335,7 @@ TEST_F(Parallel_value, TimestampsReadInTheTimeZoneOfTheOpening) {
   sql.exec("SET GLOBAL time_zone = DEFAULT");
 }
 
-TEST_F(Parallel_value, Times) {
+TEST_F(ParallelValue, Times) {
   for (const char *digits : {"0", "2", "6"})
     check("TIME(" + std::string(digits) + ")",
           {"'00:00:00'", "'838:59:59'", "'-838:59:59'", "'-00:00:01.5'",
@@ -344,7 +344,7 @@ TEST_F(Parallel_value, Times) {
 }
 
 // What no short decimal number gives, and both ends of the range.
-TEST_F(Parallel_value, RealNumbersOfAllDigits) {
+TEST_F(ParallelValue, RealNumbersOfAllDigits) {
   store_over_pages("DOUBLE", {"1e0/3", "-1e0/7", "1.7976931348623157e308",
                               "2.2250738585072014e-308", "PI()", "1e22"});
   const Rows rows = sql.query("SELECT id, c FROM t WHERE c IS NOT NULL");
@@ -358,7 +358,7 @@ TEST_F(Parallel_value, RealNumbersOfAllDigits) {
   }
 }
 
-TEST_F(Parallel_value, TimeMicroseconds) {
+TEST_F(ParallelValue, TimeMicroseconds) {
   store_over_pages("TIME(1)", {"'-00:00:01.5'", "'838:59:59'"});
   const auto reads = read_all(2);
   EXPECT_EQ(reads.at(1).time, -1500000);

@@ -14,7 +14,7 @@ namespace {
 
 using namespace harness;
 
-class Parallel_visibility : public Parallel_test {
+class ParallelVisibility : public Parallel_test {
  protected:
   /** Some 30 leaves in each index. */
   void make(size_t n_rows = 3000) {
@@ -49,35 +49,35 @@ class Parallel_visibility : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_visibility, RowsUpdatedAfterTheSnapshotKeepTheirValues) {
+TEST_F(ParallelVisibility, RowsUpdatedAfterTheSnapshotKeepTheirValues) {
   make();
   take_snapshot();
   sql.exec("UPDATE t SET v = v + 1000 WHERE id % 2 = 0");
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, RowsUpdatedManyTimes) {
+TEST_F(ParallelVisibility, RowsUpdatedManyTimes) {
   make(500);
   take_snapshot();
   for (int i = 0; i < 12; ++i) sql.exec("UPDATE t SET v = v + 7, w = 'again'");
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, RowsInsertedAfterTheSnapshotAreNotThere) {
+TEST_F(ParallelVisibility, RowsInsertedAfterTheSnapshotAreNotThere) {
   make();
   take_snapshot();
   fill("t", 2000, "i + 3000, i, CONCAT('w', i, ' late')");
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, RowsDeletedAfterTheSnapshotAreThere) {
+TEST_F(ParallelVisibility, RowsDeletedAfterTheSnapshotAreThere) {
   make();
   take_snapshot();
   sql.exec("DELETE FROM t WHERE id % 3 = 0");
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, RowsDeletedAndInsertedAgain) {
+TEST_F(ParallelVisibility, RowsDeletedAndInsertedAgain) {
   make();
   take_snapshot();
   sql.exec("DELETE FROM t WHERE id % 3 = 0");
@@ -85,7 +85,7 @@ TEST_F(Parallel_visibility, RowsDeletedAndInsertedAgain) {
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, RowsDeletedBeforeTheSnapshotAreNotThere) {
+TEST_F(ParallelVisibility, RowsDeletedBeforeTheSnapshotAreNotThere) {
   make();
   Client holder;
   holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
@@ -94,14 +94,14 @@ TEST_F(Parallel_visibility, RowsDeletedBeforeTheSnapshotAreNotThere) {
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, PrimaryKeysChanged) {
+TEST_F(ParallelVisibility, PrimaryKeysChanged) {
   make();
   take_snapshot();
   sql.exec("UPDATE t SET id = id + 10000 WHERE id % 4 = 0");
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, UncommittedChangesOfOthersAreNotSeen) {
+TEST_F(ParallelVisibility, UncommittedChangesOfOthersAreNotSeen) {
   make();
   sql.exec("BEGIN");
   sql.exec("UPDATE t SET v = -1 WHERE id % 2 = 0");
@@ -113,7 +113,7 @@ TEST_F(Parallel_visibility, UncommittedChangesOfOthersAreNotSeen) {
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, ChangesRolledBackAreNotSeen) {
+TEST_F(ParallelVisibility, ChangesRolledBackAreNotSeen) {
   make();
   take_snapshot();
   sql.exec("BEGIN");
@@ -123,7 +123,7 @@ TEST_F(Parallel_visibility, ChangesRolledBackAreNotSeen) {
   expect_everywhere();
 }
 
-TEST_F(Parallel_visibility, TheDonorsOwnChangesAreSeen) {
+TEST_F(ParallelVisibility, TheDonorsOwnChangesAreSeen) {
   make();
   donor.exec("BEGIN");
   donor.exec("UPDATE t SET v = 12345 WHERE id % 2 = 0");
@@ -134,7 +134,7 @@ TEST_F(Parallel_visibility, TheDonorsOwnChangesAreSeen) {
   donor.exec("ROLLBACK");
 }
 
-TEST_F(Parallel_visibility, TheDonorsChangesBesideThoseOfOthers) {
+TEST_F(ParallelVisibility, TheDonorsChangesBesideThoseOfOthers) {
   make();
   take_snapshot();
   donor.exec("UPDATE t SET v = 12345 WHERE id BETWEEN 500 AND 1000");
@@ -143,7 +143,7 @@ TEST_F(Parallel_visibility, TheDonorsChangesBesideThoseOfOthers) {
   donor.exec("ROLLBACK");
 }
 
-TEST_F(Parallel_visibility, DonorThatCommitsMeanwhile) {
+TEST_F(ParallelVisibility, DonorThatCommitsMeanwhile) {
   make();
   take_snapshot();
   const Rows expected = donor_rows("SELECT * FROM t");
@@ -155,7 +155,7 @@ TEST_F(Parallel_visibility, DonorThatCommitsMeanwhile) {
     expect_rows(collect(scan, threads, {0, 1, 2}).rows, expected);
 }
 
-TEST_F(Parallel_visibility, DonorThatDisconnectsMeanwhile) {
+TEST_F(ParallelVisibility, DonorThatDisconnectsMeanwhile) {
   make();
   take_snapshot();
   const Rows expected = donor_rows("SELECT * FROM t");
@@ -166,7 +166,7 @@ TEST_F(Parallel_visibility, DonorThatDisconnectsMeanwhile) {
     expect_rows(collect(scan, threads, {0, 1, 2}).rows, expected);
 }
 
-TEST_F(Parallel_visibility, ReadCommittedDonorHasNoSnapshotToGive) {
+TEST_F(ParallelVisibility, ReadCommittedDonorHasNoSnapshotToGive) {
   make(300);
   donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
   donor.exec("BEGIN");
@@ -177,7 +177,7 @@ TEST_F(Parallel_visibility, ReadCommittedDonorHasNoSnapshotToGive) {
     EXPECT_EQ(collect(scan, threads, {0}).rows.size(), 150u);
 }
 
-TEST_F(Parallel_visibility, ManyOpenTransactions) {
+TEST_F(ParallelVisibility, ManyOpenTransactions) {
   make();
   std::vector<std::unique_ptr<Client>> writers;
   for (int i = 0; i < 20; ++i) {
@@ -195,17 +195,17 @@ TEST_F(Parallel_visibility, ManyOpenTransactions) {
 }
 
 /** A server-wide isolation level, put back at the end. */
-class Parallel_isolation : public Parallel_visibility {
+class ParallelIsolation : public ParallelVisibility {
  protected:
   void set_level(const std::string &level) {
     sql.exec("SET GLOBAL transaction_isolation = '" + level + "'");
   }
-  ~Parallel_isolation() override {
+  ~ParallelIsolation() override {
     sql.attempt("SET GLOBAL transaction_isolation = 'REPEATABLE-READ'");
   }
 };
 
-TEST_F(Parallel_isolation, Serializable) {
+TEST_F(ParallelIsolation, Serializable) {
   set_level("SERIALIZABLE");
   make();
   take_snapshot();
@@ -214,7 +214,7 @@ TEST_F(Parallel_isolation, Serializable) {
   expect_everywhere();
 }
 
-TEST_F(Parallel_isolation, ReadCommittedReadsThePrimaryKeyExactly) {
+TEST_F(ParallelIsolation, ReadCommittedReadsThePrimaryKeyExactly) {
   set_level("READ-COMMITTED");
   make();
   take_snapshot();
@@ -225,7 +225,7 @@ TEST_F(Parallel_isolation, ReadCommittedReadsThePrimaryKeyExactly) {
 
 // Old entries of changed rows are marked as deleted, those of the changes are
 // not.
-TEST_F(Parallel_isolation, ReadCommittedReadsAnIndexAsItStands) {
+TEST_F(ParallelIsolation, ReadCommittedReadsAnIndexAsItStands) {
   set_level("READ-COMMITTED");
   make(300);
   take_snapshot();
@@ -239,7 +239,7 @@ TEST_F(Parallel_isolation, ReadCommittedReadsAnIndexAsItStands) {
     EXPECT_EQ(collect_ints(cursor, threads, 1), as_it_stands);
 }
 
-TEST_F(Parallel_isolation, ReadUncommittedReadsWhatIsThere) {
+TEST_F(ParallelIsolation, ReadUncommittedReadsWhatIsThere) {
   set_level("READ-UNCOMMITTED");
   make(300);
   take_snapshot();

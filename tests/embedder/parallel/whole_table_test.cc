@@ -22,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace harness;
 
-class Parallel_whole_table : public Parallel_test {
+class ParallelWholeTable : public Parallel_test {
  protected:
   /** A key of 3000 bytes: five records or node pointers fill a page. */
   void make_deep(size_t n_rows) {
@@ -52,12 +52,12 @@ class Parallel_whole_table : public Parallel_test {
   }
 };
 
-TEST_F(Parallel_whole_table, Empty) {
+TEST_F(ParallelWholeTable, Empty) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
   expect_whole_table("", Workers::any);
 }
 
-TEST_F(Parallel_whole_table, EmptyCallsNobody) {
+TEST_F(ParallelWholeTable, EmptyCallsNobody) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
   const Scan scan;
   for (const size_t threads : thread_counts) {
@@ -67,58 +67,58 @@ TEST_F(Parallel_whole_table, EmptyCallsNobody) {
   }
 }
 
-TEST_F(Parallel_whole_table, OneRow) {
+TEST_F(ParallelWholeTable, OneRow) {
   make("id INT PRIMARY KEY, v INT", 1, "i, 7");
   expect_whole_table("", Workers::any);
 }
 
-TEST_F(Parallel_whole_table, OnePage) {
+TEST_F(ParallelWholeTable, OnePage) {
   make("id INT PRIMARY KEY, v INT", 200, "i, i * 2");
   EXPECT_EQ(tree_levels(), 1u);
   expect_whole_table("", Workers::any);
 }
 
-TEST_F(Parallel_whole_table, AsManyRowsAsABatch) {
+TEST_F(ParallelWholeTable, AsManyRowsAsABatch) {
   make("id INT PRIMARY KEY, v INT", 4096, "i, i * 2");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, OneRowMoreThanABatch) {
+TEST_F(ParallelWholeTable, OneRowMoreThanABatch) {
   make("id INT PRIMARY KEY, v INT", 4097, "i, i * 2");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, TwoLevels) {
+TEST_F(ParallelWholeTable, TwoLevels) {
   make("id INT PRIMARY KEY, v INT", 30000, "i, i * 2");
   EXPECT_EQ(tree_levels(), 2u);
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, TwoLevelsOfTwoLeaves) {
+TEST_F(ParallelWholeTable, TwoLevelsOfTwoLeaves) {
   make_deep(8);
   EXPECT_EQ(tree_levels(), 2u);
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, ThreeLevels) {
+TEST_F(ParallelWholeTable, ThreeLevels) {
   make_deep(60);
   EXPECT_EQ(tree_levels(), 3u);
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, FourLevels) {
+TEST_F(ParallelWholeTable, FourLevels) {
   make_deep(250);
   EXPECT_EQ(tree_levels(), 4u);
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, FiveLevels) {
+TEST_F(ParallelWholeTable, FiveLevels) {
   make_deep(700);
   EXPECT_EQ(tree_levels(), 5u);
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, EveryNumberOfRowsOfADeepTree) {
+TEST_F(ParallelWholeTable, EveryNumberOfRowsOfADeepTree) {
   sql.exec("CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY)");
   for (int rows = 0; rows <= 40; ++rows) {
     if (rows > 0)
@@ -132,7 +132,7 @@ TEST_F(Parallel_whole_table, EveryNumberOfRowsOfADeepTree) {
   }
 }
 
-TEST_F(Parallel_whole_table, AllRowsDeletedButStillSeen) {
+TEST_F(ParallelWholeTable, AllRowsDeletedButStillSeen) {
   make("id INT PRIMARY KEY, v INT", 10000, "i, i * 2");
   take_snapshot();
   sql.exec("DELETE FROM t");
@@ -141,7 +141,7 @@ TEST_F(Parallel_whole_table, AllRowsDeletedButStillSeen) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, AllRowsDeletedAndNoneSeen) {
+TEST_F(ParallelWholeTable, AllRowsDeletedAndNoneSeen) {
   make("id INT PRIMARY KEY, v INT", 10000, "i, i * 2");
   // Holds the purge back; the read's own donor comes later.
   Client holder;
@@ -151,91 +151,91 @@ TEST_F(Parallel_whole_table, AllRowsDeletedAndNoneSeen) {
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, EmptiedPagesInBetween) {
+TEST_F(ParallelWholeTable, EmptiedPagesInBetween) {
   make_deep(250);
   sql.exec("DELETE FROM t WHERE v BETWEEN 40 AND 200");
   wait_for_purge();
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, NoPrimaryKey) {
+TEST_F(ParallelWholeTable, NoPrimaryKey) {
   make("a INT, b VARCHAR(20)", 6000, "i % 100, CONCAT('row ', i)");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, EqualRowsWithoutAPrimaryKey) {
+TEST_F(ParallelWholeTable, EqualRowsWithoutAPrimaryKey) {
   make("a INT, b CHAR(5)", 6000, "1, 'same'");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, UniqueKeyInPlaceOfAPrimaryKey) {
+TEST_F(ParallelWholeTable, UniqueKeyInPlaceOfAPrimaryKey) {
   make("a INT, b VARCHAR(20) NOT NULL, UNIQUE KEY u (b)", 3000,
        "i % 100, CONCAT('row ', i)");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, CompositeKey) {
+TEST_F(ParallelWholeTable, CompositeKey) {
   make("c INT, a VARCHAR(20), b INT, PRIMARY KEY (a, b)", 6000,
        "i, CONCAT('k', i % 50), i");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, StringKey) {
+TEST_F(ParallelWholeTable, StringKey) {
   make("k VARCHAR(60) PRIMARY KEY, v INT", 6000,
        "CONCAT(REPEAT('k', i % 40), i), i");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, DescendingKey) {
+TEST_F(ParallelWholeTable, DescendingKey) {
   make("a INT, b INT, PRIMARY KEY (a DESC)", 6000, "i, i % 9");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, MixedDirections) {
+TEST_F(ParallelWholeTable, MixedDirections) {
   make("a INT, b INT, v INT, PRIMARY KEY (a DESC, b)", 6000,
        "i % 60, i, i * 3");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, UuidKey) {
+TEST_F(ParallelWholeTable, UuidKey) {
   make("id BINARY(16) PRIMARY KEY, v INT", 6000,
        "UNHEX(LEFT(SHA2(i, 256), 32)), i");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, InsertedInFallingOrder) {
+TEST_F(ParallelWholeTable, InsertedInFallingOrder) {
   make("id INT PRIMARY KEY, v CHAR(100)", 6000, "6001 - i, i");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, WideRows) {
+TEST_F(ParallelWholeTable, WideRows) {
   make("id INT PRIMARY KEY, a VARBINARY(7000)", 300,
        "i, REPEAT(CHAR(i % 256 USING binary), 6000 + i)");
   expect_whole_table();
 }
 
-TEST_F(Parallel_whole_table, Redundant) {
+TEST_F(ParallelWholeTable, Redundant) {
   expect_row_format("ROW_FORMAT = REDUNDANT");
 }
 
-TEST_F(Parallel_whole_table, Compact) {
+TEST_F(ParallelWholeTable, Compact) {
   expect_row_format("ROW_FORMAT = COMPACT");
 }
 
-TEST_F(Parallel_whole_table, Dynamic) {
+TEST_F(ParallelWholeTable, Dynamic) {
   expect_row_format("ROW_FORMAT = DYNAMIC");
 }
 
-TEST_F(Parallel_whole_table, CompressedTo8K) {
+TEST_F(ParallelWholeTable, CompressedTo8K) {
   expect_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 8");
 }
 
-TEST_F(Parallel_whole_table, CompressedTo2K) {
+TEST_F(ParallelWholeTable, CompressedTo2K) {
   expect_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 2");
 }
 
 /** A table whose pages lie in its file and nowhere else. */
-class Parallel_compressed_pages : public Parallel_whole_table {
+class ParallelCompressedPages : public ParallelWholeTable {
  protected:
   void write_and_forget_pages() {
     sql.exec("FLUSH TABLES t FOR EXPORT");
@@ -273,7 +273,7 @@ class Parallel_compressed_pages : public Parallel_whole_table {
   }
 };
 
-TEST_F(Parallel_compressed_pages, AreReadFromTheDisk) {
+TEST_F(ParallelCompressedPages, AreReadFromTheDisk) {
   make("id INT PRIMARY KEY, a INT, b VARCHAR(40), c TEXT", 9000,
        "i, NULLIF(i % 5, 0), CONCAT('row ', i), REPEAT('c', i % 600)");
   sql.exec("ALTER TABLE t COMPRESSION = 'zlib', FORCE");
@@ -291,7 +291,7 @@ TEST_F(Parallel_compressed_pages, AreReadFromTheDisk) {
   }
 }
 
-TEST_F(Parallel_whole_table, TwoReadsOfOneCursorAreTheSame) {
+TEST_F(ParallelWholeTable, TwoReadsOfOneCursorAreTheSame) {
   make("id INT PRIMARY KEY, v INT", 9000, "i, i");
   const Scan scan;
   const Rows first = collect(scan, 4, {0, 1}).rows;
@@ -303,7 +303,7 @@ TEST_F(Parallel_whole_table, TwoReadsOfOneCursorAreTheSame) {
   expect_rows(collect(scan, 0, {0, 1}).rows, first);
 }
 
-TEST_F(Parallel_whole_table, WithoutADonorItIsTheCursorsOwnSnapshot) {
+TEST_F(ParallelWholeTable, WithoutADonorItIsTheCursorsOwnSnapshot) {
   make("id INT PRIMARY KEY, v INT", 9000, "i, i");
   const Scan scan;
   sql.exec("DELETE FROM t WHERE id % 3 > 0");
@@ -312,14 +312,14 @@ TEST_F(Parallel_whole_table, WithoutADonorItIsTheCursorsOwnSnapshot) {
   EXPECT_EQ(collect(later, 4, {0}).rows.size(), 3000u);
 }
 
-TEST_F(Parallel_whole_table, UnknownDonorDoesNotFailTheOpen) {
+TEST_F(ParallelWholeTable, UnknownDonorDoesNotFailTheOpen) {
   make("id INT PRIMARY KEY, v INT", 9000, "i, i");
   const Scan scan({.donor = 4000000000});
   ASSERT_TRUE(scan.is_open()) << scan.message;
   EXPECT_EQ(collect(scan, 2, {0}).rows.size(), 9000u);
 }
 
-TEST_F(Parallel_whole_table, ManyHandlesAtOnce) {
+TEST_F(ParallelWholeTable, ManyHandlesAtOnce) {
   make("id INT PRIMARY KEY, v INT", 30000, "i, i");
   const size_t before = reads_by_several();
   std::vector<std::future<void>> readers;
