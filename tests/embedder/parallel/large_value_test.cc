@@ -1,10 +1,5 @@
-/*
-  Copyright (c) 2026, the morvena_sn authors.
-
-  This program is free software; you can redistribute it and/or modify it under
-  the terms of the GNU General Public License, version 2.0, as published by the
-  Free Software Foundation.
-*/
+// Copyright (c) 2026, the morvena_sn authors.
+// SPDX-License-Identifier: GPL-2.0-only
 
 // Values that are stored off the page, and columns that records do not hold:
 // as the snapshot sees them, whatever became of them since.

@@ -1,10 +1,5 @@
-/*
-  Copyright (c) 2026, the morvena_sn authors.
-
-  This program is free software; you can redistribute it and/or modify it under
-  the terms of the GNU General Public License, version 2.0, as published by the
-  Free Software Foundation.
-*/
+// Copyright (c) 2026, the morvena_sn authors.
+// SPDX-License-Identifier: GPL-2.0-only
 
 // The moments at which a read holds no page: between the cut of the range and
 // the start of a unit, and the yield at a page end. Most records are another

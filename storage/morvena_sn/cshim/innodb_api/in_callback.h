@@ -1,10 +1,5 @@
-/*
-  Copyright (c) 2026, the morvena_sn authors.
-
-  This program is free software; you can redistribute it and/or modify it under
-  the terms of the GNU General Public License, version 2.0, as published by the
-  Free Software Foundation.
-*/
+// Copyright (c) 2026, the morvena_sn authors.
+// SPDX-License-Identifier: GPL-2.0-only
 
 /**
   @file innodb_api/in_callback.h

@@ -1,10 +1,5 @@
-/*
-  Copyright (c) 2026, the morvena_sn authors.
-
-  This program is free software; you can redistribute it and/or modify it under
-  the terms of the GNU General Public License, version 2.0, as published by the
-  Free Software Foundation.
-*/
+// Copyright (c) 2026, the morvena_sn authors.
+// SPDX-License-Identifier: GPL-2.0-only
 
 // record_layout: what has to be known of an index to find fields in its
 // records. In: an index and the wanted fields. Out: for each version of its
