@@ -6,6 +6,7 @@
 
 #include <set>
 
+#include "host.h"
 #include "host/innodb.h"
 #include "innodb_api/record_layout.h"
 #include "innodb_api/scope.h"
