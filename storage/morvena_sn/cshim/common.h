@@ -171,8 +171,8 @@ class CommonApi {
       keeps it until drop_donor(). May throw std::bad_alloc.
       @return the id to name it by */
   static uint32_t make_donor(void *my_thd);
-  /** @return the session of such a donor, which is one no longer; null for an
-      id that names none */
+  /** @return the session of such a donor, which is one no longer, attached to
+      the calling thread; null for an id that names none */
   static void *drop_donor(uint32_t id);
   /** @return the ids of all such donors */
   static std::vector<uint32_t> donors();

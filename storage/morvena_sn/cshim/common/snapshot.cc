@@ -102,6 +102,17 @@ void withdraw_copy(trx_t *trx) {
   trx_sys_mutex_exit();
 }
 
+// From here on nobody copies the donor's view. @return its session, null if the
+// id names none of ours
+THD *take_own_donor(uint32_t id) {
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  const auto found = own_donors.find(id);
+  if (found == own_donors.end()) return nullptr;
+  THD *thd = found->second;
+  own_donors.erase(found);
+  return thd;
+}
+
 // @return whether the id names a donor of our own. It cannot end meanwhile.
 bool copy_own_donors(trx_t *trx, uint64_t id, bool *copied) {
   const std::lock_guard<std::mutex> lock(donors_mutex);
@@ -214,11 +225,10 @@ uint32_t CommonApi::make_donor(void *my_thd) {
 }
 
 void *CommonApi::drop_donor(uint32_t id) {
-  const std::lock_guard<std::mutex> lock(donors_mutex);
-  const auto found = own_donors.find(id);
-  if (found == own_donors.end()) return nullptr;
-  THD *thd = found->second;
-  own_donors.erase(found);
+  THD *thd = take_own_donor(id);
+  if (thd == nullptr) return nullptr;
+  // A transaction is ended in its own session only.
+  thd_attach(thd, nullptr);
   // No statement has told the server of the transaction, so it would not end
   // it.
   trx_commit_for_mysql(transaction_of(thd));

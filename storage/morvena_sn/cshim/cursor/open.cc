@@ -205,7 +205,5 @@ uint32_t open_donor(const Open_report &to) {
 
 void close_donor(uint32_t id) {
   void *thd = CommonApi::drop_donor(id);
-  if (thd == nullptr) return;
-  CommonApi::thd_attach(thd, nullptr);
-  CommonApi::destroy_thd(thd);
+  if (thd != nullptr) CommonApi::destroy_thd(thd);
 }
