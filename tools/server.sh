@@ -130,7 +130,8 @@ initialise() {
   say "creating a data folder in $run"
   rm -rf "$run/data.new"
   "$host/bin/mysqld" --no-defaults --initialize-insecure \
-    --datadir="$run/data.new" "${user[@]}" "${initialise_options[@]}" \
+    --datadir="$run/data.new" --plugin-dir="$build/plugin" "${user[@]}" \
+    "${initialise_options[@]}" \
     >"$log" 2>&1 || show_log_and_die "the data folder was not created"
   cp "$host/version" "$run/version"
   mv "$run/data.new" "$run/data"

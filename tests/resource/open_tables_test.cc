@@ -151,9 +151,9 @@ TEST_F(OpenTables, MoreCursorsThanTablesAndFilesMayBeOpen) {
   beside.get();
   fprintf(stderr, "figure: %d cursors, %zu refused, %lld tables open\n",
           n_cursors, refused_.load(),
-          static_cast<long long>(status("OpenTables")));
+          static_cast<long long>(status("Open_tables")));
   EXPECT_EQ(refused_, 0u);
-  EXPECT_GE(status("OpenTables"), n_cursors);
+  EXPECT_GE(status("Open_tables"), n_cursors);
   expect_files_within_the_limit();
   some.clear();
   others.clear();
@@ -165,7 +165,7 @@ TEST_F(OpenTables, MoreCursorsThanTablesAndFilesMayBeOpen) {
     const Scan scan({.table = name.c_str()});
     EXPECT_EQ(collect_ints(scan, 4, 1, Workers::any), expected_[at]) << name;
   }
-  EXPECT_LE(status("OpenTables"), sql.number("SELECT @@table_open_cache") + 1);
+  EXPECT_LE(status("Open_tables"), sql.number("SELECT @@table_open_cache") + 1);
 }
 
 TEST_F(OpenTables, NoFileIsLeft) {

@@ -32,8 +32,8 @@ set_options() {
       options=(--innodb-buffer-pool-size="${POOL_MB:-5}M"
         --innodb-buffer-pool-chunk-size=1M --innodb-buffer-pool-instances=1)
       ;;
-    Page_size_*)
-      local kb=${1#Page_size_}
+    PageSize*)
+      local kb=${1#PageSize}
       own_data=yes
       options=(--innodb-page-size="${kb%%k.*}K")
       ;;

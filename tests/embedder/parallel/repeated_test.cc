@@ -126,7 +126,7 @@ TEST_F(ParallelRepeated, NothingIsLeftBehind) {
   EXPECT_TRUE(wait_until(threads_settle));
   const size_t threads = of_process("Threads");
   const size_t bytes = bytes_allocated();
-  const int64_t locks = metadata_locks(), tables = status("OpenTables");
+  const int64_t locks = metadata_locks(), tables = status("Open_tables");
   for (size_t i = 0; i < reads && !HasFailure(); ++i) {
     SCOPED_TRACE("read " + std::to_string(i));
     read(i);
@@ -136,7 +136,7 @@ TEST_F(ParallelRepeated, NothingIsLeftBehind) {
   // A closed handle stays recognisable, and the keys of a bound may stay.
   expect_no_leak(bytes, reads, 2048);
   EXPECT_EQ(metadata_locks(), locks);
-  EXPECT_EQ(status("OpenTables"), tables);
+  EXPECT_EQ(status("Open_tables"), tables);
   EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
   EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
 }
