@@ -69,12 +69,72 @@ TEST_F(Refusal, InformationSchemaInAnyCase) {
       expect_error(1347, {.db = db, .table = table});
 }
 
-TEST_F(Refusal, PerformanceSchemaTable) {
-  expect_error(1031, {.db = "performance_schema", .table = "threads"});
-  for (const char *name : {"THREADS", "nothing"}) {
-    EXPECT_FALSE(Cursor({.db = "performance_schema", .table = name}).is_open());
-    EXPECT_FALSE(Cursor({.db = "PERFORMANCE_SCHEMA", .table = name}).is_open());
+// The server keeps its dictionary's tables from SQL. Those of its other schemas
+// open where InnoDB stores them.
+TEST_F(Refusal, TablesOfTheServersSchemasOpenOrSayWhyNot) {
+  const Rows listed = sql.query(
+      "SELECT t.table_schema, t.table_name, LOWER(t.engine) = 'innodb' AND "
+      "s.index_name IS NOT NULL, COALESCE(s.index_name, 'PRIMARY') "
+      "FROM information_schema.tables t LEFT JOIN "
+      "information_schema.statistics s USING (table_schema, table_name) "
+      "WHERE t.table_schema IN ('mysql', 'sys', 'performance_schema', "
+      "'information_schema') AND COALESCE(s.seq_in_index, 1) = 1");
+  ASSERT_GT(listed.size(), 300u);
+  for (const Row &row : listed) {
+    const std::string db = *row[0], table = *row[1], index = *row[3];
+    const bool opens = row[2] == "1";
+    SCOPED_TRACE(db + "." + table + " " + index);
+    const Cursor cursor(
+        {.db = db.c_str(), .table = table.c_str(), .index = index.c_str()});
+    EXPECT_EQ(cursor.is_open(), opens) << cursor.message;
+    EXPECT_EQ(cursor.error == 0, opens);
   }
+}
+
+TEST_F(Refusal, TablesOfTheDictionary) {
+  for (const char *name : {"catalogs",
+                           "character_sets",
+                           "check_constraints",
+                           "collations",
+                           "column_statistics",
+                           "column_type_elements",
+                           "columns",
+                           "dd_properties",
+                           "events",
+                           "foreign_key_column_usage",
+                           "foreign_keys",
+                           "index_column_usage",
+                           "index_partitions",
+                           "index_stats",
+                           "indexes",
+                           "innodb_ddl_log",
+                           "innodb_dynamic_metadata",
+                           "parameter_type_elements",
+                           "parameters",
+                           "resource_groups",
+                           "routines",
+                           "schemata",
+                           "st_spatial_reference_systems",
+                           "table_partition_values",
+                           "table_partitions",
+                           "table_stats",
+                           "tables",
+                           "tablespace_files",
+                           "tablespaces",
+                           "triggers",
+                           "view_routine_usage",
+                           "view_table_usage"}) {
+    SCOPED_TRACE(name);
+    expect_error_of(std::string("SELECT 1 FROM mysql.") + name,
+                    {.db = "mysql", .table = name});
+  }
+}
+
+TEST_F(Refusal, PerformanceSchemaInAnyCase) {
+  for (const char *db :
+       {"performance_schema", "PERFORMANCE_SCHEMA", "Performance_Schema"})
+    for (const char *table : {"threads", "THREADS", "nothing"})
+      expect_error(1347, {.db = db, .table = table});
 }
 
 TEST_F(Refusal, SysView) {
