@@ -24,8 +24,8 @@ using Ints = std::vector<long long>;
 class Opened {
  public:
   explicit Opened(int mode, const char *name = "t") : mode_(mode) {
-    thd = static_cast<THD *>(CommonApi::create_thd());
-    table = static_cast<TABLE *>(CommonApi::open_table(thd, "db", name, mode));
+    thd = CommonApi::create_thd();
+    table = CommonApi::open_table(thd, "db", name, mode);
     if (table != nullptr)
       lock_failed = CommonApi::lock_table(thd, table, mode, 5);
   }
@@ -158,8 +158,8 @@ TEST_F(Internal, IndexOnlyEndsWithTheCursor) {
 }
 
 TEST_F(Internal, UnlockAnswersSuccessAndClosesTheTable) {
-  THD *thd = static_cast<THD *>(CommonApi::create_thd());
-  void *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
+  THD *thd = CommonApi::create_thd();
+  TABLE *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
   ASSERT_NE(table, nullptr);
   ASSERT_FALSE(CommonApi::lock_table(thd, table, HDL_READ, 5));
   EXPECT_NE(thd->lock, nullptr);
@@ -170,8 +170,8 @@ TEST_F(Internal, UnlockAnswersSuccessAndClosesTheTable) {
 }
 
 TEST_F(Internal, LockTimeoutIsTheSessionsFromThenOn) {
-  THD *thd = static_cast<THD *>(CommonApi::create_thd());
-  void *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
+  THD *thd = CommonApi::create_thd();
+  TABLE *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
   ASSERT_NE(table, nullptr);
   EXPECT_FALSE(CommonApi::lock_table(thd, table, HDL_READ, 17));
   EXPECT_EQ(thd->variables.lock_wait_timeout, 17u);
@@ -180,7 +180,7 @@ TEST_F(Internal, LockTimeoutIsTheSessionsFromThenOn) {
 }
 
 TEST_F(Internal, NoErrorAfterAReset) {
-  THD *thd = static_cast<THD *>(CommonApi::create_thd());
+  THD *thd = CommonApi::create_thd();
   char message[512];
   memset(message, 'm', sizeof message);
   EXPECT_EQ(CommonApi::get_last_error(thd, message), 0u);
@@ -196,10 +196,10 @@ TEST_F(Internal, NoErrorAfterAReset) {
 }
 
 TEST_F(Internal, AttachStoresTheSessionBefore) {
-  THD *first = static_cast<THD *>(CommonApi::create_thd());
-  THD *second = static_cast<THD *>(CommonApi::create_thd());
+  THD *first = CommonApi::create_thd();
+  THD *second = CommonApi::create_thd();
   ASSERT_EQ(current_thd, second);
-  void *before = nullptr;
+  THD *before = nullptr;
   CommonApi::thd_attach(first, &before);
   EXPECT_EQ(before, second);
   EXPECT_EQ(current_thd, first);

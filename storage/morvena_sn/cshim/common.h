@@ -5,9 +5,6 @@
   @file common.h
   Where the plug-in meets the server: its life with the server's, the sessions
   that cursors run on, the tables they open, and the snapshots they share.
-
-  Sessions and tables cross this interface as untyped pointers that hold a THD*
-  and a TABLE*.
 */
 
 #ifndef MORVENA_SN_COMMON_H
@@ -21,8 +18,10 @@
 #include "common/thread_row.h"
 #include "cursor.h"
 
+class KEY;
 class ReadView;
 class THD;
+struct TABLE;
 struct trx_t;
 
 /** How a table is opened and locked. Cursors use HDL_READ. */
@@ -64,7 +63,7 @@ class CommonApi {
 
   /** Whether cursors may be opened: the server has started and InnoDB is not
       about to stop. */
-  static bool server_is_available();
+  [[nodiscard]] static bool server_is_available();
 
   /** Have f called when the last client session has ended and what is still
       open must go. One function, set while the module is loaded. */
@@ -73,35 +72,36 @@ class CommonApi {
   // --- sessions: common/session.cc ---
 
   /** @return a session bound to the calling thread, null if out of memory */
-  static void *create_thd(Session_role role = Session_role::CURSOR);
+  [[nodiscard]] static THD *create_thd(
+      Session_role role = Session_role::CURSOR);
 
-  /** Make my_thd the calling thread's current session; the one before is stored
-      in *original_thd unless that is null. */
-  static void thd_attach(void *my_thd, void **original_thd);
+  /** Make thd the calling thread's current session; the one before is stored in
+   *original_thd unless that is null. */
+  static void thd_attach(THD *thd, THD **original_thd);
 
   /** The same where the calling thread has no session, or one that a cursor
       left with it, which may be gone or another thread's. A client's stays. */
-  static void attach_over_own(void *my_thd);
+  static void attach_over_own(THD *thd);
 
   /** @return the id of the client on whose thread this is called, also while a
       session of ours is bound to it; 0 on a thread that is no client's. To be
       called before a session of ours is bound. */
-  static uint32_t calling_client();
+  [[nodiscard]] static uint32_t calling_client();
 
   /** Have values of a session's columns read as another's. */
-  static void copy_settings(const void *from_thd, void *to_thd);
+  static void copy_settings(const THD *from, THD *to);
 
   /** Give a session back to the pool, or destroy it when the pool is full. It
       stays the calling thread's current session. */
-  static void close_thd(void *my_thd);
+  static void close_thd(THD *thd);
 
   /** The same for a session whose id must not be used again. */
-  static void destroy_thd(void *my_thd);
+  static void destroy_thd(THD *thd);
 
   /** @return the error number of the session's last report, 0 for none; its
       text goes to message (512 bytes), which stays as it is when there is no
       report */
-  static unsigned int get_last_error(void *my_thd, char *message);
+  static unsigned int get_last_error(THD *thd, char *message);
 
   /** Destroy every session of the pool. */
   static void destroy_idle_sessions();
@@ -110,44 +110,44 @@ class CommonApi {
   static void interrupt_sessions();
 
   /** @return how many sessions are in use or being closed */
-  static size_t sessions_in_use();
+  [[nodiscard]] static size_t sessions_in_use();
 
   // --- tables: common/table.cc ---
 
-  /** Open a base table of InnoDB under a metadata lock that lasts until
-      unlock_table(). @return the TABLE*, or null with the reason in the
-      session's diagnostics area and nothing left open */
   /** Bound the session's waits for locks. @param timeout_sec  negative: as good
       as for ever */
-  static void set_lock_wait_timeout(void *my_thd, int timeout_sec);
+  static void set_lock_wait_timeout(THD *thd, int timeout_sec);
 
-  static void *open_table(void *my_thd, const char *db_name,
-                          const char *table_name, int lock_type);
+  /** Open a base table of InnoDB under a metadata lock that lasts until
+      unlock_table(). @return the table, or null with the reason in the
+      session's diagnostics area and nothing left open */
+  [[nodiscard]] static TABLE *open_table(THD *thd, const char *db_name,
+                                         const char *table_name, int lock_type);
 
   /** Take the table lock. @return true on failure, with the reason in the
       session's diagnostics area */
-  static bool lock_table(void *my_thd, void *my_table, int mode,
-                         int timeout_sec);
+  [[nodiscard]] static bool lock_table(THD *thd, TABLE *table, int mode,
+                                       int timeout_sec);
 
   /** End the statement, unlock and close the session's tables, whatever the
       statement's commit answers. @return the commit's result, 0 for success */
-  static int unlock_table(void *my_thd, void *my_table, int mode);
+  static int unlock_table(THD *thd, TABLE *table, int mode);
 
   /** Make the given column positions the table's read set; those beyond its
       columns are skipped. */
-  static void set_readset(void *table, size_t ncols, const uint32_t *fields);
+  static void set_readset(TABLE *table, size_t ncols, const uint32_t *fields);
 
   /** Set columns to the names of all of a table's columns. */
-  static void get_table_field_names(void *table,
+  static void get_table_field_names(const TABLE *table,
                                     std::vector<const char *> &columns);
 
   /** Append the names of an index's fields. For a unique index of InnoDB its
       own list, else the server's extended key. */
-  static void get_index_field_names(void *key,
+  static void get_index_field_names(const KEY *key,
                                     std::vector<const char *> &columns);
 
   /** @return the number of key parts that the index's definition names */
-  static int get_index_user_defined_parts(void *key);
+  [[nodiscard]] static int get_index_user_defined_parts(const KEY *key);
 
   // --- snapshots: common/snapshot.cc ---
 
@@ -165,17 +165,17 @@ class CommonApi {
 
   /** Whether a session reads under a snapshot already; under READ UNCOMMITTED
       it never does. */
-  static bool has_snapshot(void *my_thd);
+  [[nodiscard]] static bool has_snapshot(THD *thd);
 
   /** Make a session a donor of its own: its transaction takes a view now and
       keeps it until drop_donor(). May throw std::bad_alloc.
       @return the id to name it by */
-  static uint32_t make_donor(void *my_thd);
+  [[nodiscard]] static uint32_t make_donor(THD *thd);
   /** @return the session of such a donor, which is one no longer; null for an
       id that names none */
-  static void *drop_donor(uint32_t id);
+  [[nodiscard]] static THD *drop_donor(uint32_t id);
   /** @return the ids of all such donors */
-  static std::vector<uint32_t> donors();
+  [[nodiscard]] static std::vector<uint32_t> donors();
 };
 
 /** As long as it lives, a session of ours is the calling thread's current one.
@@ -183,7 +183,7 @@ class CommonApi {
     where the thread had none, or one that a cursor left with it. */
 class Own_session {
  public:
-  explicit Own_session(void *my_thd);
+  explicit Own_session(THD *thd);
   ~Own_session();
   Own_session(const Own_session &) = delete;
   Own_session &operator=(const Own_session &) = delete;

@@ -168,9 +168,8 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
   buffer_.str.set_charset(&my_charset_bin);
 }
 
-IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
+IndexCursor *IndexCursor::open(TABLE *table, const char *idx_name,
                                bool index_only, uint32_t snapshot_donor) {
-  TABLE *table = static_cast<TABLE *>(my_table);
   trx_t *trx = CommonApi::start_transaction(snapshot_donor);
   if (trx == nullptr) return nullptr;
   // An unknown donor is no failure: it must not hide one that comes after it.

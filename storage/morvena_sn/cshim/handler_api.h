@@ -31,7 +31,7 @@ class IndexCursor {
       session and under the donor's snapshot; null when there is none (nothing
       is reported) or it cannot be read in key order (reported to the session)
    */
-  static IndexCursor *open(void *table, const char *idx_name, bool index_only,
+  static IndexCursor *open(TABLE *table, const char *idx_name, bool index_only,
                            uint32_t snapshot_donor);
   ~IndexCursor();
   IndexCursor(const IndexCursor &) = delete;
@@ -121,15 +121,15 @@ class IndexCursor {
   void forget_row_columns() {
     row_columns_.assign(row_columns_.size(), Row_column());
   }
-  TABLE *table() const { return static_cast<TABLE *>(table_); }
+  TABLE *table() const { return table_; }
   const uchar *row() const { return table()->record[0]; }
-  KEY *key() const { return static_cast<KEY *>(key_); }
+  KEY *key() const { return key_; }
 
   Call_state own_state_;  // of a cursor without a handle
   Call_state *state_ = &own_state_;
-  void *table_;
-  trx_t *trx_;  // the session's
-  void *key_;
+  TABLE *const table_;
+  trx_t *const trx_;  // the session's
+  KEY *const key_;
   bool has_row_ = false;  // the row buffer holds a row of the range
   key_range rangebuf[2] = {};
   key_range *from_ = nullptr;
@@ -137,7 +137,7 @@ class IndexCursor {
   Bounds bounds_ = Bounds::IN_FORCE;
   bool equal_range_ = false;
   bool reverse_ = false;
-  bool index_only_;
+  const bool index_only_;
   /** By partition: whether it has come to a row before a backward range. Empty
       where rows come in order. */
   std::vector<bool> passed_;

@@ -14,9 +14,7 @@
 
 #include "sql/tztime.h"
 
-void Local_time::set_zone(const void *thd) {
-  zone_ = static_cast<const THD *>(thd)->variables.time_zone;
-}
+void Local_time::set_zone(const THD *thd) { zone_ = thd->variables.time_zone; }
 
 int64_t Local_time::of_host(uint32_t utc) const {
   MYSQL_TIME local;

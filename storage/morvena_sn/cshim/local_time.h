@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 
+class THD;
 class Time_zone;
 
 /**
@@ -31,7 +32,7 @@ class Time_zone;
 class Local_time {
  public:
   /** Take a session's time zone, once. */
-  void use_zone_of(const void *thd) {
+  void use_zone_of(const THD *thd) {
     if (zone_ == nullptr) set_zone(thd);
   }
 
@@ -49,7 +50,7 @@ class Local_time {
   static constexpr int32_t unknown = 0;
   static constexpr int32_t changes = 1;
 
-  void set_zone(const void *thd);
+  void set_zone(const THD *thd);
   int64_t find(uint32_t utc);
   int32_t distance_in(uint32_t stretch) const;
   int64_t of_host(uint32_t utc) const;

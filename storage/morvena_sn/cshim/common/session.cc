@@ -189,7 +189,7 @@ void release_memory(THD *thd) {
 
 }  // namespace
 
-void *CommonApi::create_thd(Session_role role) {
+THD *CommonApi::create_thd(Session_role role) {
   THD *thd = take_idle_session(role);
   if (thd == nullptr) thd = new_session(role);
   if (thd == nullptr) return nullptr;
@@ -205,8 +205,7 @@ void *CommonApi::create_thd(Session_role role) {
   return thd;
 }
 
-void CommonApi::thd_attach(void *my_thd, void **original_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+void CommonApi::thd_attach(THD *thd, THD **original_thd) {
   if (original_thd != nullptr) *original_thd = current_thd;
   // A session that another thread used meanwhile is bound again: the host would
   // measure this thread's stack from the other's.
@@ -218,18 +217,16 @@ void CommonApi::thd_attach(void *my_thd, void **original_thd) {
   bind_to_thread(thd);
 }
 
-void CommonApi::attach_over_own(void *my_thd) {
-  if (current_thd == my_thd) return;
-  if (current_thd == nullptr || has_own_session()) {
-    bind_to_thread(static_cast<THD *>(my_thd));
-  }
+void CommonApi::attach_over_own(THD *thd) {
+  if (current_thd == thd) return;
+  if (current_thd == nullptr || has_own_session()) bind_to_thread(thd);
 }
 
-Own_session::Own_session(void *my_thd) {
-  CommonApi::attach_over_own(my_thd);
-  if (current_thd == my_thd) return;
+Own_session::Own_session(THD *thd) {
+  CommonApi::attach_over_own(thd);
+  if (current_thd == thd) return;
   clients_ = current_thd;
-  make_current(static_cast<THD *>(my_thd));
+  make_current(thd);
 }
 
 Own_session::~Own_session() {
@@ -246,9 +243,7 @@ uint32_t CommonApi::calling_client() {
   return client_of_thread;
 }
 
-void CommonApi::copy_settings(const void *from_thd, void *to_thd) {
-  const THD *from = static_cast<const THD *>(from_thd);
-  THD *to = static_cast<THD *>(to_thd);
+void CommonApi::copy_settings(const THD *from, THD *to) {
   to->variables.time_zone = from->variables.time_zone;
   to->variables.sql_mode = from->variables.sql_mode;
   to->start_time = from->start_time;
@@ -280,19 +275,17 @@ bool give_back(THD *thd, bool to_pool) {
 
 }  // namespace
 
-void CommonApi::close_thd(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+void CommonApi::close_thd(THD *thd) {
   if (!give_back(thd, true)) destroy_session(thd);
 }
 
-void CommonApi::destroy_thd(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+void CommonApi::destroy_thd(THD *thd) {
   give_back(thd, false);
   destroy_session(thd);
 }
 
-uint CommonApi::get_last_error(void *my_thd, char *message) {
-  const Diagnostics_area *da = static_cast<THD *>(my_thd)->get_stmt_da();
+uint CommonApi::get_last_error(THD *thd, char *message) {
+  const Diagnostics_area *da = thd->get_stmt_da();
   if (da == nullptr || (!da->is_error() && !da->is_ok())) return 0;
   copy_text(message, MYSQL_ERRMSG_SIZE, da->message_text());
   return da->is_error() ? da->mysql_errno() : 0;

@@ -192,15 +192,13 @@ trx_t *CommonApi::start_transaction(uint64_t snapshot_donor) {
   return failed ? nullptr : trx;
 }
 
-bool CommonApi::has_snapshot(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+bool CommonApi::has_snapshot(THD *thd) {
   const trx_t *trx = transaction_of(thd);
   return trx != nullptr && trx->isolation_level != TRX_ISO_READ_UNCOMMITTED &&
          MVCC::is_view_active(trx->read_view);
 }
 
-uint32_t CommonApi::make_donor(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+uint32_t CommonApi::make_donor(THD *thd) {
   // A session that has not used InnoDB has none.
   trx_t *trx = check_trx_exists(thd);
   host::start_read_transaction(trx);
@@ -213,7 +211,7 @@ uint32_t CommonApi::make_donor(void *my_thd) {
   return thd->thread_id();
 }
 
-void *CommonApi::drop_donor(uint32_t id) {
+THD *CommonApi::drop_donor(uint32_t id) {
   const std::lock_guard<std::mutex> lock(donors_mutex);
   const auto found = own_donors.find(id);
   if (found == own_donors.end()) return nullptr;

@@ -124,15 +124,14 @@ void append_innodb_fields(const KEY *key, std::vector<const char *> &columns) {
 
 }  // namespace
 
-void CommonApi::set_lock_wait_timeout(void *my_thd, int timeout_sec) {
+void CommonApi::set_lock_wait_timeout(THD *thd, int timeout_sec) {
   // As good as for ever is the host's longest: beyond it debug builds stop.
-  static_cast<THD *>(my_thd)->variables.lock_wait_timeout =
+  thd->variables.lock_wait_timeout =
       timeout_sec < 0 ? longest_wait_sec : static_cast<ulong>(timeout_sec);
 }
 
-void *CommonApi::open_table(void *my_thd, const char *db_name,
-                            const char *table_name, int lock_type) {
-  THD *thd = static_cast<THD *>(my_thd);
+TABLE *CommonApi::open_table(THD *thd, const char *db_name,
+                             const char *table_name, int lock_type) {
   if (!is_identifier(db_name)) {
     my_error(ER_WRONG_DB_NAME, MYF(0), or_empty(db_name));
     return nullptr;
@@ -158,10 +157,7 @@ void *CommonApi::open_table(void *my_thd, const char *db_name,
   return table;
 }
 
-bool CommonApi::lock_table(void *my_thd, void *my_table, int mode,
-                           int timeout_sec) {
-  THD *thd = static_cast<THD *>(my_thd);
-  TABLE *table = static_cast<TABLE *>(my_table);
+bool CommonApi::lock_table(THD *thd, TABLE *table, int mode, int timeout_sec) {
   set_lock_wait_timeout(thd, timeout_sec);
   // InnoDB reads without locks, in a transaction of one statement, for this
   // one.
@@ -171,9 +167,7 @@ bool CommonApi::lock_table(void *my_thd, void *my_table, int mode,
   return thd->lock == nullptr;
 }
 
-int CommonApi::unlock_table(void *my_thd, void *my_table, int mode) {
-  THD *thd = static_cast<THD *>(my_thd);
-  TABLE *table = static_cast<TABLE *>(my_table);
+int CommonApi::unlock_table(THD *thd, TABLE *table, int mode) {
   bitmap_set_all(table->read_set);
   if ((mode & 1) == 0) table->file->ha_release_auto_increment();
   const int result = trans_commit_stmt(thd, false);
@@ -185,9 +179,8 @@ int CommonApi::unlock_table(void *my_thd, void *my_table, int mode) {
   return result;
 }
 
-void CommonApi::set_readset(void *my_table, size_t ncols,
+void CommonApi::set_readset(TABLE *table, size_t ncols,
                             const uint32_t *fields) {
-  TABLE *table = static_cast<TABLE *>(my_table);
   bitmap_clear_all(table->read_set);
   for (size_t i = 0; i < ncols; ++i) {
     if (fields[i] < table->s->fields)
@@ -195,18 +188,16 @@ void CommonApi::set_readset(void *my_table, size_t ncols,
   }
 }
 
-void CommonApi::get_table_field_names(void *table,
+void CommonApi::get_table_field_names(const TABLE *table,
                                       std::vector<const char *> &columns) {
   columns.clear();
-  for (Field **field = static_cast<TABLE *>(table)->field; *field != nullptr;
-       ++field) {
+  for (Field **field = table->field; *field != nullptr; ++field) {
     columns.push_back((*field)->field_name);
   }
 }
 
-void CommonApi::get_index_field_names(void *my_key,
+void CommonApi::get_index_field_names(const KEY *key,
                                       std::vector<const char *> &columns) {
-  const KEY *key = static_cast<KEY *>(my_key);
   if ((key->flags & HA_NOSAME) != 0 && has_dictionary_table(key->table)) {
     append_innodb_fields(key, columns);
   }
@@ -216,6 +207,6 @@ void CommonApi::get_index_field_names(void *my_key,
   }
 }
 
-int CommonApi::get_index_user_defined_parts(void *key) {
-  return static_cast<int>(static_cast<KEY *>(key)->user_defined_key_parts);
+int CommonApi::get_index_user_defined_parts(const KEY *key) {
+  return static_cast<int>(key->user_defined_key_parts);
 }

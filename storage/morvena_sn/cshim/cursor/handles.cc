@@ -56,7 +56,7 @@ void unlist(CursorWrapper *wrapper) {
 
 void release(CursorWrapper *wrapper) {
   wrapper->calls->unlist();
-  const thread_row::Bound row(static_cast<THD *>(wrapper->thd));
+  const thread_row::Bound row(wrapper->thd);
   row.enter(thread_row::State::CLOSING);
   counters::add(Tally::CURSORS_OPEN, -1);
   CommonApi::thd_attach(wrapper->thd, nullptr);
@@ -131,9 +131,8 @@ void list_handle(CursorWrapper *wrapper) {
   open_handles.insert(wrapper);
 }
 
-bool close_handle(CursorWrapper *wrapper) {
-  if (!wrapper->open.exchange(false)) return false;
+void close_handle(CursorWrapper *wrapper) {
+  if (!wrapper->open.exchange(false)) return;
   unlist(wrapper);
   release(wrapper);
-  return true;
 }

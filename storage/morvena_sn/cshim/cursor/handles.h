@@ -21,6 +21,9 @@
 #include "common/call_state.h"
 #include "common/calls.h"
 
+class THD;
+struct TABLE;
+
 enum class Handle_kind : uint32_t { INDEX_CURSOR = 0x1dcc, SEQSCAN = 0x5eca };
 
 /** What a call does with a handle. */
@@ -32,8 +35,8 @@ enum class Use : uint32_t {
 
 /** What a cursor is made on. */
 struct Opened {
-  void *thd;             // attached
-  void *table;           // locked
+  THD *thd;              // attached
+  TABLE *table;          // locked
   Session_calls *calls;  // of the session
   uint32_t donor;        // whose snapshot is wanted, 0: none
 };
@@ -62,11 +65,11 @@ struct CursorWrapper {
   virtual void drop_cursor() = 0;
 
   /** @return whether a call may go on. */
-  bool enter(Use use);
+  [[nodiscard]] bool enter(Use use);
   void leave(Use use);
 
-  void *thd;
-  void *table;
+  THD *const thd;
+  TABLE *const table;
   const Handle_kind kind;
   Session_calls *const calls;
   Call_state state;                      // of the last call
@@ -103,9 +106,8 @@ inline void CursorWrapper::leave(Use use) {
 /** List an open wrapper. May throw std::bad_alloc. */
 void list_handle(CursorWrapper *wrapper);
 
-/** Close an open handle: cursor, table, session. @return false if it was closed
-    already */
-bool close_handle(CursorWrapper *wrapper);
+/** Close a handle: cursor, table, session. Nothing for one that is closed. */
+void close_handle(CursorWrapper *wrapper);
 
 /** A handle's wrapper; null for a null handle and one of another kind.
     CursorWrapper itself stands for all kinds. */

@@ -22,7 +22,7 @@ void report(const Open_report &to, uint error, const char *text) {
   if (to.message != nullptr) memcpy(to.message, text, strlen(text) + 1);
 }
 
-void report_session(const Open_report &to, void *thd) {
+void report_session(const Open_report &to, THD *thd) {
   char text[MYSQL_ERRMSG_SIZE];
   char *message = to.message != nullptr ? to.message : text;
   const uint error = CommonApi::get_last_error(thd, message);
@@ -48,7 +48,7 @@ void tell(const thread_row::Bound &row, const Open_request &request) {
 // A session that a step after it may leave through, with or without a table.
 class Opening {
  public:
-  explicit Opening(void *thd) : thd_(thd) {}
+  explicit Opening(THD *thd) : thd_(thd) {}
   ~Opening() {
     if (calls_ != nullptr) calls_->unlist();
     delete calls_;
@@ -62,8 +62,7 @@ class Opening {
   // A client that gives its own snapshot has the cursor read for it: its kill
   // ends the cursor's calls on any thread.
   void begin_call(uint32_t client, uint32_t donor) {
-    THD *thd = static_cast<THD *>(thd_);
-    calls_ = new Session_calls(thd, client == donor ? client : 0);
+    calls_ = new Session_calls(thd_, client == donor ? client : 0);
     calls_->mark_opening(true);
     calls_->begin(client);
     calls_->list();
@@ -89,27 +88,26 @@ class Opening {
     thd_ = nullptr;
     return wrapper.release();
   }
-  void *session_of_donor() { return std::exchange(thd_, nullptr); }
+  THD *session_of_donor() { return std::exchange(thd_, nullptr); }
 
  private:
-  void *thd_;
-  void *table_ = nullptr;
+  THD *thd_;
+  TABLE *table_ = nullptr;
   Session_calls *calls_ = nullptr;
 };
 
 // A kill may leave no error of its own behind.
-void report_failure(const Open_report &to, void *thd) {
-  THD *session = static_cast<THD *>(thd);
-  if (!session->is_error() && session->killed != THD::NOT_KILLED) {
+void report_failure(const Open_report &to, THD *thd) {
+  if (!thd->is_error() && thd->killed != THD::NOT_KILLED) {
     my_error(ER_QUERY_INTERRUPTED, MYF(0));
   }
-  if (!session->is_error()) my_error(ER_UNKNOWN_ERROR, MYF(0));
+  if (!thd->is_error()) my_error(ER_UNKNOWN_ERROR, MYF(0));
   report_session(to, thd);
 }
 
-uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
+uintptr_t open_in(THD *thd, uint32_t client, const Open_request &request,
                   const Make_wrapper &make, const Open_report &to) {
-  const thread_row::Bound row(static_cast<THD *>(thd));
+  const thread_row::Bound row(thd);
   Opening opening(thd);
   try {
     CommonApi::thd_attach(thd, nullptr);
@@ -137,7 +135,7 @@ uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
   return 0;
 }
 
-void *create_session() {
+THD *create_session() {
   try {
     CommonApi::guard_shutdown();
     return CommonApi::create_thd();
@@ -147,7 +145,7 @@ void *create_session() {
 }
 
 // @return a session, null with the reason reported
-void *session_for(const Open_report &to) {
+THD *session_for(const Open_report &to) {
   if (to.error != nullptr) *to.error = 0;
   // The callback's worker holds pages, under which the host opens no table: it
   // may have to read its definition and to store statistics about it.
@@ -160,7 +158,7 @@ void *session_for(const Open_report &to) {
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
     return nullptr;
   }
-  void *thd = create_session();
+  THD *thd = create_session();
   if (thd == nullptr) {
     report(to, ER_OOM, "Out of memory");
     return nullptr;
@@ -179,7 +177,7 @@ void *session_for(const Open_report &to) {
 uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
                       const Open_report &to) {
   const uint32_t client = CommonApi::calling_client();
-  void *thd = session_for(to);
+  THD *thd = session_for(to);
   const uintptr_t handle =
       thd != nullptr ? open_in(thd, client, request, make, to) : 0;
   if (handle == 0) counters::count(Tally::REFUSALS);
@@ -187,11 +185,11 @@ uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
 }
 
 uint32_t open_donor(const Open_report &to) {
-  void *thd = session_for(to);
+  THD *thd = session_for(to);
   if (thd == nullptr) return 0;
   Opening opening(thd);
   try {
-    const thread_row::Bound row(static_cast<THD *>(thd));
+    const thread_row::Bound row(thd);
     row.tell(nullptr, "snapshot");
     const uint32_t id = CommonApi::make_donor(thd);
     row.enter(thread_row::State::OPEN);
@@ -204,7 +202,7 @@ uint32_t open_donor(const Open_report &to) {
 }
 
 void close_donor(uint32_t id) {
-  void *thd = CommonApi::drop_donor(id);
+  THD *thd = CommonApi::drop_donor(id);
   if (thd == nullptr) return;
   CommonApi::thd_attach(thd, nullptr);
   CommonApi::destroy_thd(thd);

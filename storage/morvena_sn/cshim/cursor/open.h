@@ -36,12 +36,13 @@ struct Open_report {
 using Make_wrapper = std::function<CursorWrapper *(const Opened &opened)>;
 
 /** @return the handle, 0 on failure. Throws nothing. */
-uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
-                      const Open_report &report);
+[[nodiscard]] uintptr_t open_handle(const Open_request &request,
+                                    const Make_wrapper &make,
+                                    const Open_report &report);
 
 /** The same for a session that is a donor of its own.
     @return the id to name it by, 0 on failure. Throws nothing. */
-uint32_t open_donor(const Open_report &report);
+[[nodiscard]] uint32_t open_donor(const Open_report &report);
 /** Nothing for an id that names no such donor. */
 void close_donor(uint32_t id);
 
@@ -52,7 +53,7 @@ bool read_in_parallel(CursorWrapper *wrapper, Cursor *cursor, size_t n_threads,
                       Parallel_load_func fn, void *argument) {
   Call call(wrapper);
   if (!call) return false;
-  const thread_row::Reading row(static_cast<THD *>(wrapper->thd));
+  const thread_row::Reading row(wrapper->thd);
   if (fn == nullptr) {
     wrapper->state.failure.set_wrong_argument("a callback");
     return false;

@@ -58,7 +58,7 @@ uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
                               unsigned int *error, char *message) {
   const auto make = [&](const Opened &opened) -> CursorWrapper * {
     std::unique_ptr<SeqScanCursor> cursor(
-        SeqScanCursor::open(static_cast<TABLE *>(opened.table), opened.donor));
+        SeqScanCursor::open(opened.table, opened.donor));
     if (cursor == nullptr) return nullptr;
     return new SeqCursorWrapper(opened, std::move(cursor));
   };
