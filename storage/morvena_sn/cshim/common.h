@@ -24,9 +24,6 @@ class THD;
 struct TABLE;
 struct trx_t;
 
-/** How a table is opened and locked. Cursors use HDL_READ. */
-enum MorvenaLockMode { HDL_READ = 1, HDL_WRITE = 2, HDL_FLUSH = 3 };
-
 /** Idle sessions, the last returned first handed out. Under thd_pool_mutex. */
 extern std::vector<THD *> thd_pool;
 extern std::mutex thd_pool_mutex;
@@ -118,20 +115,21 @@ class CommonApi {
       as for ever */
   static void set_lock_wait_timeout(THD *thd, int timeout_sec);
 
-  /** Open a base table of InnoDB under a metadata lock that lasts until
-      unlock_table(). @return the table, or null with the reason in the
-      session's diagnostics area and nothing left open */
+  /** Open a base table of InnoDB for reading, under a shared metadata lock that
+      lasts until unlock_table().
+      @return the table, or null with the reason in the session's diagnostics
+      area and nothing left open */
   [[nodiscard]] static TABLE *open_table(THD *thd, const char *db_name,
-                                         const char *table_name, int lock_type);
+                                         const char *table_name);
 
-  /** Take the table lock. @return true on failure, with the reason in the
-      session's diagnostics area */
-  [[nodiscard]] static bool lock_table(THD *thd, TABLE *table, int mode,
-                                       int timeout_sec);
+  /** Take the table lock, for reading.
+      @return true on failure, with the reason in the session's diagnostics area
+   */
+  [[nodiscard]] static bool lock_table(THD *thd, TABLE *table, int timeout_sec);
 
   /** End the statement, unlock and close the session's tables, whatever the
       statement's commit answers. @return the commit's result, 0 for success */
-  static int unlock_table(THD *thd, TABLE *table, int mode);
+  static int unlock_table(THD *thd, TABLE *table);
 
   /** Make the given column positions the table's read set; those beyond its
       columns are skipped. */

@@ -26,16 +26,11 @@ bool is_identifier(const char *name) {
 
 const char *or_empty(const char *name) { return name != nullptr ? name : ""; }
 
-enum_mdl_type metadata_lock_for(int lock_type) {
-  if (lock_type == HDL_FLUSH) return MDL_EXCLUSIVE;
-  return lock_type >= HDL_WRITE ? MDL_SHARED_WRITE : MDL_SHARED_READ;
-}
-
 // The open table keeps a pointer to its reference, and InnoDB and the copies of
 // fields read through it: the reference and its names live in the session's
 // memory root, which is cleared when the session is closed.
 host::Table_ref *make_table_ref(THD *thd, const char *db_name,
-                                const char *table_name, int lock_type) {
+                                const char *table_name) {
   char *db = strdup_root(thd->mem_root, db_name);
   char *table = strdup_root(thd->mem_root, table_name);
   if (db == nullptr || table == nullptr) return nullptr;
@@ -43,14 +38,13 @@ host::Table_ref *make_table_ref(THD *thd, const char *db_name,
     my_casedn_str(files_charset_info, db);
     my_casedn_str(files_charset_info, table);
   }
-  const thr_lock_type lock = lock_type >= HDL_WRITE ? TL_WRITE : TL_READ;
-  auto *ref = new (thd->mem_root) host::Table_ref(db, table, lock);
+  auto *ref = new (thd->mem_root) host::Table_ref(db, table, TL_READ);
   if (ref == nullptr) return nullptr;
   // The host refuses a view before it parses it, for which a session without a
   // statement lacks what is needed.
   ref->required_type = dd::enum_table_type::BASE_TABLE;
   MDL_REQUEST_INIT(&ref->mdl_request, MDL_key::TABLE, db, table,
-                   metadata_lock_for(lock_type), MDL_TRANSACTION);
+                   MDL_SHARED_READ, MDL_TRANSACTION);
   return ref;
 }
 
@@ -58,12 +52,11 @@ host::Table_ref *make_table_ref(THD *thd, const char *db_name,
 // deadlock over metadata, with an ALTER that waits for an old definition, say:
 // a statement then lets everything go and opens once more. So does this, as
 // long as for a lock.
-TABLE *try_to_open(THD *thd, const char *db_name, const char *table_name,
-                   int lock_type) {
+TABLE *try_to_open(THD *thd, const char *db_name, const char *table_name) {
   const auto give_up = std::chrono::steady_clock::now() +
                        std::chrono::seconds(thd->variables.lock_wait_timeout);
   for (;;) {
-    host::Table_ref *ref = make_table_ref(thd, db_name, table_name, lock_type);
+    host::Table_ref *ref = make_table_ref(thd, db_name, table_name);
     if (ref == nullptr) return nullptr;
     Open_table_context context(thd, 0);
     if (!::open_table(thd, ref, &context)) return ref->table;
@@ -131,7 +124,7 @@ void CommonApi::set_lock_wait_timeout(THD *thd, int timeout_sec) {
 }
 
 TABLE *CommonApi::open_table(THD *thd, const char *db_name,
-                             const char *table_name, int lock_type) {
+                             const char *table_name) {
   if (!is_identifier(db_name)) {
     my_error(ER_WRONG_DB_NAME, MYF(0), or_empty(db_name));
     return nullptr;
@@ -146,7 +139,7 @@ TABLE *CommonApi::open_table(THD *thd, const char *db_name,
     my_error(ER_WRONG_OBJECT, MYF(0), db_name, table_name, "BASE TABLE");
     return nullptr;
   }
-  TABLE *table = try_to_open(thd, db_name, table_name, lock_type);
+  TABLE *table = try_to_open(thd, db_name, table_name);
   if (table == nullptr) return nullptr;
   if (table->s->db_type() != innodb_hton) {
     my_error(ER_ILLEGAL_HA, MYF(0), table_name);
@@ -157,19 +150,18 @@ TABLE *CommonApi::open_table(THD *thd, const char *db_name,
   return table;
 }
 
-bool CommonApi::lock_table(THD *thd, TABLE *table, int mode, int timeout_sec) {
+bool CommonApi::lock_table(THD *thd, TABLE *table, int timeout_sec) {
   set_lock_wait_timeout(thd, timeout_sec);
   // InnoDB reads without locks, in a transaction of one statement, for this
   // one.
   thd->lex->sql_command = SQLCOM_SELECT;
-  table->reginfo.lock_type = (mode & 1) != 0 ? TL_READ : TL_WRITE;
+  table->reginfo.lock_type = TL_READ;
   thd->lock = mysql_lock_tables(thd, &table, 1, 0);
   return thd->lock == nullptr;
 }
 
-int CommonApi::unlock_table(THD *thd, TABLE *table, int mode) {
+int CommonApi::unlock_table(THD *thd, TABLE *table) {
   bitmap_set_all(table->read_set);
-  if ((mode & 1) == 0) table->file->ha_release_auto_increment();
   const int result = trans_commit_stmt(thd, false);
   if (thd->lock != nullptr) {
     mysql_unlock_tables(thd, thd->lock);

@@ -62,7 +62,7 @@ void release(CursorWrapper *wrapper) {
   CommonApi::thd_attach(wrapper->thd, nullptr);
   wrapper->drop_cursor();
   wrapper->state.failure.end();
-  CommonApi::unlock_table(wrapper->thd, wrapper->table, HDL_READ);
+  CommonApi::unlock_table(wrapper->thd, wrapper->table);
   CommonApi::close_thd(wrapper->thd);
 }
 

@@ -53,7 +53,7 @@ class Opening {
     if (calls_ != nullptr) calls_->unlist();
     delete calls_;
     if (thd_ == nullptr) return;
-    if (table_ != nullptr) CommonApi::unlock_table(thd_, table_, HDL_READ);
+    if (table_ != nullptr) CommonApi::unlock_table(thd_, table_);
     CommonApi::close_thd(thd_);
   }
   Opening(const Opening &) = delete;
@@ -70,10 +70,9 @@ class Opening {
   bool open_and_lock(const Open_request &request) {
     // Of the session's last user it would be another's.
     CommonApi::set_lock_wait_timeout(thd_, request.timeout_sec);
-    table_ = CommonApi::open_table(thd_, request.db_name, request.table_name,
-                                   HDL_READ);
+    table_ = CommonApi::open_table(thd_, request.db_name, request.table_name);
     return table_ != nullptr &&
-           !CommonApi::lock_table(thd_, table_, HDL_READ, request.timeout_sec);
+           !CommonApi::lock_table(thd_, table_, request.timeout_sec);
   }
   CursorWrapper *make_wrapper(const Make_wrapper &make, uint32_t donor) {
     const bool gives_one = donor != 0;
