@@ -36,6 +36,11 @@ class Opened {
   Opened(const Opened &) = delete;
   Opened &operator=(const Opened &) = delete;
 
+  /** A cursor under a snapshot of its own. */
+  std::unique_ptr<IndexCursor> open(const char *index, bool index_only) {
+    EXPECT_EQ(CommonApi::start_transaction(thd, 0), Snapshot::OWN);
+    return IndexCursor::open(table, index, index_only);
+  }
   bool holds(enum_mdl_type lock) const {
     return thd->mdl_context.owns_equal_or_stronger_lock(MDL_key::TABLE, "db",
                                                         "t", lock);
@@ -59,8 +64,7 @@ class Internal : public Cursor_test {
   /** The length of a key of these values on an index of t. */
   size_t key_length(const char *index, Keys keys) {
     Opened opened;
-    std::unique_ptr<IndexCursor> cursor(
-        IndexCursor::open(opened.table, index, false, 0));
+    const std::unique_ptr<IndexCursor> cursor = opened.open(index, false);
     EXPECT_NE(cursor, nullptr);
     uchar key[4096];
     return cursor->create_key(keys.arg(), key);
@@ -119,13 +123,12 @@ TEST_F(Internal, EveryColumnIsReadWhenATableIsOpened) {
 // The table's next user may need columns that the index does not hold.
 TEST_F(Internal, IndexOnlyEndsWithTheCursor) {
   Opened opened;
-  std::unique_ptr<IndexCursor> cursor(
-      IndexCursor::open(opened.table, "k", true, 0));
+  std::unique_ptr<IndexCursor> cursor = opened.open("k", true);
   ASSERT_NE(cursor, nullptr);
   ASSERT_TRUE(opened.table->key_read);
   cursor.reset();
   EXPECT_FALSE(opened.table->key_read);
-  cursor.reset(IndexCursor::open(opened.table, "k", false, 0));
+  cursor = opened.open("k", false);
   ASSERT_FALSE(cursor->set_read_range(nullptr, nullptr, true, true, false));
   longlong c;
   ASSERT_FALSE(cursor->read_field_int(3, &c));
@@ -192,10 +195,12 @@ TEST_F(Internal, DonorIsIgnoredWhereAViewIsOpen) {
   sql.exec("DELETE FROM t WHERE id = 1");
   second.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   Opened opened;
-  std::unique_ptr<IndexCursor> cursor(
-      IndexCursor::open(opened.table, "PRIMARY", false, first.id()));
-  cursor.reset();
-  cursor.reset(IndexCursor::open(opened.table, "PRIMARY", false, second.id()));
+  EXPECT_EQ(CommonApi::start_transaction(opened.thd, first.id()),
+            Snapshot::DONORS);
+  EXPECT_EQ(CommonApi::start_transaction(opened.thd, second.id()),
+            Snapshot::OWN);
+  const std::unique_ptr<IndexCursor> cursor =
+      IndexCursor::open(opened.table, "PRIMARY", false);
   ASSERT_FALSE(cursor->set_read_range(nullptr, nullptr, true, true, false));
   longlong id;
   ASSERT_FALSE(cursor->read_field_int(0, &id));
@@ -232,8 +237,7 @@ TEST_F(Internal, FirstOfIndexNamesThatDifferInCaseWins) {
   const char *const name = second.name;
   second.name = "K";
   {
-    const std::unique_ptr<IndexCursor> cursor(
-        IndexCursor::open(opened.table, "K", false, 0));
+    const std::unique_ptr<IndexCursor> cursor = opened.open("K", false);
     ASSERT_NE(cursor, nullptr);
     std::vector<const char *> names;
     cursor->get_key_col_names(names);

@@ -15,11 +15,11 @@
 #include <mutex>
 #include <vector>
 
+#include "common/snapshot.h"
 #include "common/thread_row.h"
 #include "cursor.h"
 
 class KEY;
-class ReadView;
 class THD;
 struct TABLE;
 struct trx_t;
@@ -149,17 +149,15 @@ class CommonApi {
 
   // --- snapshots: common/snapshot.cc ---
 
-  /** Give a started transaction the donor's read view, or one of its own for
-      donor 0. @return the transaction's read view afterwards, maybe null; 1094
-      is raised for a donor that does not exist, 1205 or 1317 where the wait for
-      one that reads system tables took too long or was interrupted. May throw
-      std::bad_alloc. */
-  static ReadView *copy_or_assign_read_view(trx_t *trx,
-                                            uint64_t snapshot_donor);
-  /** Start the calling session's transaction with the donor's snapshot.
-      @return the transaction, null when the donor could not be asked; one that
-      does not exist is no failure. May throw std::bad_alloc. */
-  static trx_t *start_transaction(uint64_t snapshot_donor);
+  /** Start a session's transaction, and give it a copy of the donor's read
+     view, or one of its own for donor 0. May throw std::bad_alloc. */
+  [[nodiscard]] static Snapshot start_transaction(THD *thd,
+                                                  uint32_t snapshot_donor);
+  /** The same for a transaction that has started. One that has a view keeps it.
+      A donor that reads system tables is waited for; 1205 or 1317 is raised
+      where that takes too long or is interrupted. */
+  [[nodiscard]] static Snapshot copy_or_assign_read_view(
+      trx_t *trx, uint32_t snapshot_donor);
 
   /** Whether a session reads under a snapshot already; under READ UNCOMMITTED
       it never does. */

@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "common.h"
+#include "host/innodb.h"
 
 #include "sql/partition_info.h"
 
@@ -168,18 +169,12 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
   buffer_.str.set_charset(&my_charset_bin);
 }
 
-IndexCursor *IndexCursor::open(TABLE *table, const char *idx_name,
-                               bool index_only, uint32_t snapshot_donor) {
-  trx_t *trx = CommonApi::start_transaction(snapshot_donor);
-  if (trx == nullptr) return nullptr;
-  // An unknown donor is no failure: it must not hide one that comes after it.
-  THD *thd = table->in_use;
-  const bool is_donor_unknown = thd->is_error();
-  thd->clear_error();
-  KEY *key = find_key_by_name(table, idx_name != nullptr ? idx_name : "");
+std::unique_ptr<IndexCursor> IndexCursor::open(TABLE *table,
+                                               const char *idx_name,
+                                               bool index_only) {
+  KEY *key = find_key_by_name(table, idx_name);
   if (key == nullptr) {
-    my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name != nullptr ? idx_name : "",
-             table->s->table_name.str);
+    my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name, table->s->table_name.str);
     return nullptr;
   }
   if (!has_key_order(key)) return nullptr;
@@ -187,17 +182,14 @@ IndexCursor *IndexCursor::open(TABLE *table, const char *idx_name,
   // the allocator gave it.
   restore_record(table, s->default_values);
   mark_key_columns(table, key);
-  // It ends the scan, so it is there before the scan begins.
+  // Its destructor ends the scan, so make it before the scan begins.
   std::unique_ptr<IndexCursor> cursor(
-      new IndexCursor(table, trx, key, index_only));
+      new IndexCursor(table, thd_to_trx(table->in_use), key, index_only));
   CommonApi::get_index_field_names(key, cursor->key_columns_);
   if (!start_index_scan(table, key)) return nullptr;
   if (can_fetch_ahead(key, index_only)) set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
-  if (is_donor_unknown) {
-    my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(snapshot_donor));
-  }
-  return cursor.release();
+  return cursor;
 }
 
 IndexCursor::~IndexCursor() {

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "common/call_state.h"
@@ -27,12 +28,13 @@ class IndexCursor {
  public:
   // --- opening, columns, read set: handler_api.cc ---
 
-  /** @return a cursor on the index of that name, in the calling thread's
-      session and under the donor's snapshot; null when there is none (nothing
-      is reported) or it cannot be read in key order (reported to the session)
-   */
-  static IndexCursor *open(TABLE *table, const char *idx_name, bool index_only,
-                           uint32_t snapshot_donor);
+  /** @return a cursor on the index of that name, under the snapshot of the
+      table's session, whose transaction has started; null, with the reason in
+      the session's diagnostics area, when there is no such index or it cannot
+      be read in key order */
+  [[nodiscard]] static std::unique_ptr<IndexCursor> open(TABLE *table,
+                                                         const char *idx_name,
+                                                         bool index_only);
   ~IndexCursor();
   IndexCursor(const IndexCursor &) = delete;
   IndexCursor &operator=(const IndexCursor &) = delete;

@@ -12,14 +12,13 @@
 #include "common.h"
 #include "innodb_api.h"
 
-SeqScanCursor *SeqScanCursor::open(TABLE *table, uint32_t snapshot_donor) {
-  if (CommonApi::start_transaction(snapshot_donor) == nullptr) return nullptr;
+std::unique_ptr<SeqScanCursor> SeqScanCursor::open(TABLE *table) {
   std::unique_ptr<SeqScanCursor> cursor(new SeqScanCursor(table));
   for (uint i = 0; i < table->s->keys && cursor->pkey_ == nullptr; ++i) {
     KEY *key = &table->key_info[i];
     if (strcasecmp(key->name, "primary") == 0) cursor->pkey_ = key;
   }
-  return cursor.release();
+  return cursor;
 }
 
 bool SeqScanCursor::advance_parallel(size_t nthreads, Parallel_load_func fn,

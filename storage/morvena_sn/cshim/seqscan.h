@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "common/call_state.h"
@@ -19,9 +20,9 @@
 
 class SeqScanCursor {
  public:
-  /** @return a cursor on a locked table, under the donor's snapshot; never null
-   */
-  static SeqScanCursor *open(TABLE *table, uint32_t snapshot_donor);
+  /** @return a cursor on a locked table, under the snapshot of its session's
+      transaction; never null */
+  [[nodiscard]] static std::unique_ptr<SeqScanCursor> open(TABLE *table);
 
   /** Where the cursor's calls tell of themselves, from now on. */
   void report_to(Call_state *state) { state_ = state; }

@@ -102,29 +102,49 @@ void withdraw_copy(trx_t *trx) {
   trx_sys_mutex_exit();
 }
 
-// @return whether the id names a donor of our own. It cannot end meanwhile.
-bool copy_own_donors(trx_t *trx, uint64_t id, bool *copied) {
-  const std::lock_guard<std::mutex> lock(donors_mutex);
-  const auto found = own_donors.find(static_cast<uint32_t>(id));
-  if (found == own_donors.end()) return false;
-  *copied = copy_view(trx, transaction_of(found->second));
-  return true;
+// What came of asking a donor for its view.
+enum class Answer { COPIED, HAS_NO_VIEW, IS_UNKNOWN, READS_SYSTEM_TABLES };
+
+Answer copy_of(trx_t *trx, trx_t *donor) {
+  return copy_view(trx, donor) ? Answer::COPIED : Answer::HAS_NO_VIEW;
 }
 
-// @return whether the donor was there to be asked, or does not exist at all
-bool ask_donor(trx_t *trx, uint64_t id, bool *copied) {
-  if (copy_own_donors(trx, id, copied)) return true;
-  Find_thd_with_id finder = host::find_by_id(static_cast<my_thread_id>(id));
+// A donor of our own cannot end meanwhile: that takes the mutex.
+Answer ask_own_donor(trx_t *trx, uint32_t id) {
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  const auto found = own_donors.find(id);
+  if (found == own_donors.end()) return Answer::IS_UNKNOWN;
+  return copy_of(trx, transaction_of(found->second));
+}
+
+Answer ask_client(trx_t *trx, uint32_t id) {
+  Find_thd_with_id finder = host::find_by_id(id);
   // Holds the donor's mutex to the end: it cannot go away.
   THD_ptr donor = Global_THD_manager::get_instance()->find_thd(&finder);
-  if (!donor) {
-    my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(id));
-    return true;
-  }
+  if (!donor) return Answer::IS_UNKNOWN;
   trx_t *donor_trx = nullptr;
-  if (!find_own_transaction(donor.get(), &donor_trx)) return false;
-  if (donor_trx != nullptr) *copied = copy_view(trx, donor_trx);
-  return true;
+  if (!find_own_transaction(donor.get(), &donor_trx)) {
+    return Answer::READS_SYSTEM_TABLES;
+  }
+  return donor_trx != nullptr ? copy_of(trx, donor_trx) : Answer::HAS_NO_VIEW;
+}
+
+Answer ask_donor(trx_t *trx, uint32_t id) {
+  const Answer own = ask_own_donor(trx, id);
+  return own != Answer::IS_UNKNOWN ? own : ask_client(trx, id);
+}
+
+// Under READ UNCOMMITTED reads look at no view, though there may be one.
+bool reads_under_view(const trx_t *trx) {
+  return trx->isolation_level != TRX_ISO_READ_UNCOMMITTED &&
+         MVCC::is_view_active(trx->read_view);
+}
+
+Snapshot assign_view(trx_t *trx) {
+  const bool has_one = MVCC::is_view_active(trx->read_view);
+  const ReadView *view = trx_assign_read_view(trx);
+  if (!has_one && view != nullptr) counters::count(Tally::SNAPSHOTS_TAKEN);
+  return reads_under_view(trx) ? Snapshot::OWN : Snapshot::NONE;
 }
 
 // As long as for a lock, but at the least a second: what is waited for is
@@ -154,48 +174,40 @@ class Wait {
 
 }  // namespace
 
-ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
-                                              uint64_t snapshot_donor) {
-  if (snapshot_donor == 0) {
-    const bool has_one = MVCC::is_view_active(trx->read_view);
-    ReadView *view = trx_assign_read_view(trx);
-    if (!has_one && view != nullptr) counters::count(Tally::SNAPSHOTS_TAKEN);
-    return view;
-  }
-  if (srv_read_only_mode || MVCC::is_view_active(trx->read_view)) {
-    return trx->read_view;
-  }
-  bool copied = false;
+Snapshot CommonApi::copy_or_assign_read_view(trx_t *trx,
+                                             uint32_t snapshot_donor) {
+  if (snapshot_donor == 0) return assign_view(trx);
+  if (MVCC::is_view_active(trx->read_view)) return Snapshot::OWN;
+  if (srv_read_only_mode) return Snapshot::NONE;
   const Wait wait;
-  while (!ask_donor(trx, snapshot_donor, &copied)) {
-    if (wait.is_over(trx)) return nullptr;
+  Answer answer = ask_donor(trx, snapshot_donor);
+  while (answer == Answer::READS_SYSTEM_TABLES) {
+    if (wait.is_over(trx)) return Snapshot::FAILED;
+    answer = ask_donor(trx, snapshot_donor);
   }
-  // A statement that tries whether its last view is still current shows it as
-  // open for a moment, when purge may be past it.
-  if (copied && host::purge_has_passed(trx->read_view)) {
+  if (answer == Answer::IS_UNKNOWN) return Snapshot::UNKNOWN_DONOR;
+  if (answer == Answer::HAS_NO_VIEW) return Snapshot::NONE;
+  // A statement that checks whether it can reuse its last view briefly marks it
+  // open, although purge may already have passed it.
+  if (host::purge_has_passed(trx->read_view)) {
     withdraw_copy(trx);
-    copied = false;
+    return Snapshot::NONE;
   }
-  if (copied) counters::count(Tally::SNAPSHOTS_COPIED);
-  return trx->read_view;
+  counters::count(Tally::SNAPSHOTS_COPIED);
+  return reads_under_view(trx) ? Snapshot::DONORS : Snapshot::NONE;
 }
 
-trx_t *CommonApi::start_transaction(uint64_t snapshot_donor) {
-  THD *thd = current_thd;
+Snapshot CommonApi::start_transaction(THD *thd, uint32_t snapshot_donor) {
   trx_t *trx = thd_to_trx(thd);
   host::start_read_transaction(trx);
+  // An error that is there already would hide those of the steps to come.
   thd->clear_error();
-  copy_or_assign_read_view(trx, snapshot_donor);
-  const Diagnostics_area *state = thd->get_stmt_da();
-  const bool failed =
-      state->is_error() && state->mysql_errno() != ER_NO_SUCH_THREAD;
-  return failed ? nullptr : trx;
+  return copy_or_assign_read_view(trx, snapshot_donor);
 }
 
 bool CommonApi::has_snapshot(THD *thd) {
   const trx_t *trx = transaction_of(thd);
-  return trx != nullptr && trx->isolation_level != TRX_ISO_READ_UNCOMMITTED &&
-         MVCC::is_view_active(trx->read_view);
+  return trx != nullptr && reads_under_view(trx);
 }
 
 uint32_t CommonApi::make_donor(THD *thd) {

@@ -20,6 +20,7 @@
 
 #include "common/call_state.h"
 #include "common/calls.h"
+#include "common/snapshot.h"
 
 class THD;
 struct TABLE;
@@ -38,7 +39,7 @@ struct Opened {
   THD *thd;              // attached
   TABLE *table;          // locked
   Session_calls *calls;  // of the session
-  uint32_t donor;        // whose snapshot is wanted, 0: none
+  Snapshot snapshot;     // of the session's transaction
 };
 
 /**
@@ -59,7 +60,8 @@ struct CursorWrapper {
       : thd(opened.thd),
         table(opened.table),
         kind(handle_kind),
-        calls(opened.calls) {}
+        calls(opened.calls),
+        first_snapshot(opened.snapshot) {}
   virtual ~CursorWrapper() = default;
   /** Destroy the cursor; its session is attached. */
   virtual void drop_cursor() = 0;
@@ -72,8 +74,8 @@ struct CursorWrapper {
   TABLE *const table;
   const Handle_kind kind;
   Session_calls *const calls;
+  const Snapshot first_snapshot;         // from the opening
   Call_state state;                      // of the last call
-  bool has_donors_snapshot = false;      // else the cursor's own, if any
   std::atomic<bool> open{true};          // cleared once, by whoever closes
   std::atomic<uint32_t> inside{0};       // sum of the uses
   std::atomic<bool> reads_value{false};  // release at the end of a typed read

@@ -37,10 +37,10 @@ void tell(const thread_row::Bound &row, const Open_request &request) {
   if (request.index_name != nullptr) {
     snprintf(text, sizeof text, "cursor on %.*s index %.*s donor %u", NAME_LEN,
              or_empty(request.table_name), NAME_LEN, request.index_name,
-             request.donor);
+             request.snapshot_donor);
   } else {
     snprintf(text, sizeof text, "cursor on %.*s donor %u", NAME_LEN,
-             or_empty(request.table_name), request.donor);
+             or_empty(request.table_name), request.snapshot_donor);
   }
   row.tell(request.db_name, text);
 }
@@ -74,13 +74,18 @@ class Opening {
     return table_ != nullptr &&
            !CommonApi::lock_table(thd_, table_, request.timeout_sec);
   }
-  CursorWrapper *make_wrapper(const Make_wrapper &make, uint32_t donor) {
-    const bool gives_one = donor != 0;
-    std::unique_ptr<CursorWrapper> wrapper(
-        make({thd_, table_, calls_, gives_one ? donor : 0}));
+  CursorWrapper *make_wrapper(const Open_request &request, Make_wrapper make) {
+    const Snapshot snapshot =
+        CommonApi::start_transaction(thd_, request.snapshot_donor);
+    if (snapshot == Snapshot::FAILED) return nullptr;
+    std::unique_ptr<CursorWrapper> wrapper =
+        make(request, {thd_, table_, calls_, snapshot});
     if (wrapper == nullptr) return nullptr;
-    wrapper->has_donors_snapshot = gives_one && CommonApi::has_snapshot(thd_);
     list_handle(wrapper.get());
+    // No failure of the opening: the error is there to be looked at.
+    if (snapshot == Snapshot::UNKNOWN_DONOR) {
+      my_error(ER_NO_SUCH_THREAD, MYF(0), ulong{request.snapshot_donor});
+    }
     calls_->mark_opening(false);
     calls_->end(false);
     calls_ = nullptr;
@@ -105,12 +110,12 @@ void report_failure(const Open_report &to, THD *thd) {
 }
 
 uintptr_t open_in(THD *thd, uint32_t client, const Open_request &request,
-                  const Make_wrapper &make, const Open_report &to) {
+                  Make_wrapper make, const Open_report &to) {
   const thread_row::Bound row(thd);
   Opening opening(thd);
   try {
     CommonApi::thd_attach(thd, nullptr);
-    opening.begin_call(client, request.donor);
+    opening.begin_call(client, request.snapshot_donor);
     // The shutdown interrupts what it finds listed, and is seen here otherwise.
     if (!CommonApi::server_is_available()) {
       report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
@@ -119,7 +124,7 @@ uintptr_t open_in(THD *thd, uint32_t client, const Open_request &request,
     tell(row, request);
     row.enter(thread_row::State::OPENING);
     CursorWrapper *wrapper = opening.open_and_lock(request)
-                                 ? opening.make_wrapper(make, request.donor)
+                                 ? opening.make_wrapper(request, make)
                                  : nullptr;
     if (wrapper != nullptr) {
       row.enter(thread_row::State::OPEN);
@@ -173,7 +178,7 @@ THD *session_for(const Open_report &to) {
 
 }  // namespace
 
-uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
+uintptr_t open_handle(const Open_request &request, Make_wrapper make,
                       const Open_report &to) {
   const uint32_t client = CommonApi::calling_client();
   THD *thd = session_for(to);

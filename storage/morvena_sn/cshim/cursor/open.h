@@ -10,7 +10,7 @@
 #ifndef MORVENA_SN_CURSOR_OPEN_H
 #define MORVENA_SN_CURSOR_OPEN_H
 
-#include <functional>
+#include <memory>
 
 #include "common/thread_row.h"
 #include "cursor.h"
@@ -20,8 +20,9 @@
 struct Open_request {
   const char *db_name;
   const char *table_name;
-  const char *index_name;  // null: the whole table
-  uint32_t donor;
+  const char *index_name;   // null: the whole table
+  bool index_only;          // of a cursor on an index
+  uint32_t snapshot_donor;  // 0: none
   int timeout_sec;
 };
 
@@ -33,11 +34,12 @@ struct Open_report {
 
 /** Makes a cursor's wrapper; null when there is no such cursor, with the reason
     in the session's diagnostics area. May throw. */
-using Make_wrapper = std::function<CursorWrapper *(const Opened &opened)>;
+using Make_wrapper = std::unique_ptr<CursorWrapper> (*)(
+    const Open_request &request, const Opened &opened);
 
 /** @return the handle, 0 on failure. Throws nothing. */
 [[nodiscard]] uintptr_t open_handle(const Open_request &request,
-                                    const Make_wrapper &make,
+                                    Make_wrapper make,
                                     const Open_report &report);
 
 /** The same for a session that is a donor of its own.
