@@ -111,6 +111,11 @@ void list_handle(CursorWrapper *wrapper);
 /** Close a handle: cursor, table, session. Nothing for one that is closed. */
 void close_handle(CursorWrapper *wrapper);
 
+/** Close the handles and snapshots that an embedder has left open. The sessions
+    have been interrupted; a call that does not return in time keeps its cursor.
+ */
+void close_leftover_handles();
+
 /** A handle's wrapper; null for a null handle and one of another kind.
     CursorWrapper itself stands for all kinds. */
 template <class Wrapper>

@@ -141,6 +141,7 @@ uintptr_t open_in(THD *thd, uint32_t client, const Open_request &request,
 
 THD *create_session() {
   try {
+    CommonApi::set_last_cleanup(close_leftover_handles);
     CommonApi::guard_shutdown();
     return CommonApi::create_thd();
   } catch (...) {
