@@ -62,9 +62,9 @@ class CommonApi {
       about to stop. */
   [[nodiscard]] static bool server_is_available();
 
-  /** Have f called when the last client session has ended and what is still
-      open must go. One function, set while the module is loaded. */
-  static void set_last_cleanup(void (*f)());
+  /** Have a function called when the last client session has ended and what is
+      still open must go: one function, set by whoever opens something. */
+  static void set_last_cleanup(void (*close_leftovers)());
 
   // --- sessions: common/session.cc ---
 
@@ -134,6 +134,9 @@ class CommonApi {
   /** Make the given column positions the table's read set; those beyond its
       columns are skipped. */
   static void set_readset(TABLE *table, size_t ncols, const uint32_t *fields);
+
+  /** @return a table's first key of that name in any case, null for none */
+  [[nodiscard]] static KEY *find_key(const TABLE *table, const char *name);
 
   /** Set columns to the names of all of a table's columns. */
   static void get_table_field_names(const TABLE *table,

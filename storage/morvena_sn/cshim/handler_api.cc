@@ -19,15 +19,6 @@ namespace {
 // The rows that the handler is to fetch ahead of the cursor.
 constexpr double prefetch_rows = 200.0;
 
-KEY *find_key_by_name(TABLE *table, const char *name) {
-  for (uint i = 0; i < table->s->keys; ++i) {
-    if (strcasecmp(table->key_info[i].name, name) == 0) {
-      return &table->key_info[i];
-    }
-  }
-  return nullptr;
-}
-
 // Full-text and spatial indexes are listed like others, but have no key order
 // to read in. The handler of a partitioned table merges rows by the columns of
 // the index. InnoDB does not read the array of a multi-valued index with the
@@ -172,7 +163,7 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
 std::unique_ptr<IndexCursor> IndexCursor::open(TABLE *table,
                                                const char *idx_name,
                                                bool index_only) {
-  KEY *key = find_key_by_name(table, idx_name);
+  KEY *key = CommonApi::find_key(table, idx_name);
   if (key == nullptr) {
     my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name, table->s->table_name.str);
     return nullptr;

@@ -71,7 +71,7 @@ class IndexCursor {
   /** Read the range with the parallel reader, in ascending order whatever the
       range's was. @return whether it ended without error; false after a range
       that was refused */
-  bool advance_parallel(size_t n_threads, Parallel_load_func load_cb,
+  bool advance_parallel(size_t n_threads, Parallel_load_func fn,
                         void *argument);
 
   // --- typed reads: handler_api/fields.cc. false = value written ---

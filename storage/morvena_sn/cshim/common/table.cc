@@ -3,6 +3,9 @@
 
 // Tables: opened and locked in a session the way a statement would.
 
+#include <strings.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -178,6 +181,14 @@ void CommonApi::set_readset(TABLE *table, size_t ncols,
     if (fields[i] < table->s->fields)
       bitmap_set_bit(table->read_set, fields[i]);
   }
+}
+
+KEY *CommonApi::find_key(const TABLE *table, const char *name) {
+  KEY *const end = table->key_info + table->s->keys;
+  KEY *const found = std::find_if(table->key_info, end, [name](const KEY &key) {
+    return strcasecmp(key.name, name) == 0;
+  });
+  return found != end ? found : nullptr;
 }
 
 void CommonApi::get_table_field_names(const TABLE *table,
