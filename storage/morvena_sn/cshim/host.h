@@ -15,9 +15,8 @@
 #ifndef MORVENA_SN_HOST_H
 #define MORVENA_SN_HOST_H
 
-#include <algorithm>
-#include <climits>
 #include <cstdint>
+#include <type_traits>
 
 #include "host/version.h"
 
@@ -109,19 +108,6 @@ inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
   return key_cmp(::key_cmp, part, key, key_bytes);
 }
 
-// What the host would wrap around, or take for a fault in debug builds, is
-// impossible. A datetime keeps a day's distance from the years' ends: its
-// column is in a time zone.
-inline bool is_possible(const timeval &value, enum_field_types type) {
-  constexpr int64_t first_datetime = -62135510400;  // 0001-01-02
-  constexpr int64_t last_datetime = 253402214399;   // 9999-12-30 23:59:59
-  const bool is_timestamp = type == MYSQL_TYPE_TIMESTAMP;
-  const int64_t first = is_timestamp ? 0 : first_datetime;
-  const int64_t last = is_timestamp ? INT_MAX32 : last_datetime;
-  return value.tv_sec >= first && value.tv_sec <= last && value.tv_usec >= 0 &&
-         value.tv_usec <= 999999;
-}
-
 // Host_value: timeval in 8.0.27, my_timeval later.
 template <class Host_value>
 inline void store_timestamp(Field *field,
@@ -131,64 +117,16 @@ inline void store_timestamp(Field *field,
   (field->*store)(&host_value);
 }
 
-// Only columns with a date and a time have a timestamp store; the one that the
-// others inherit is a fault in debug builds. What is impossible is stored as
-// the column's zero.
+/** For columns with a date and a time only: the function that others inherit is
+    a fault in debug builds. */
 inline void store_timestamp(Field *field, const timeval &value) {
-  const enum_field_types type = field->type();
-  if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
-  if (!is_possible(value, type)) {
-    field->reset();
-    return;
-  }
   store_timestamp(field, &Field::store_timestamp, value);
 }
 
-// The host's conversions take only what a date, a time or a datetime can be;
-// the rest is a fault in debug builds.
-inline bool is_possible(const MYSQL_TIME &value) {
-  const bool has_kind = value.time_type == MYSQL_TIMESTAMP_DATE ||
-                        value.time_type == MYSQL_TIMESTAMP_TIME ||
-                        value.time_type == MYSQL_TIMESTAMP_DATETIME ||
-                        value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
-  const uint max_hour = value.time_type == MYSQL_TIMESTAMP_TIME ? 838 : 23;
-  return has_kind && value.year <= 9999 && value.month <= 12 &&
-         value.day <= 31 && value.hour <= max_hour && value.minute <= 59 &&
-         value.second <= 59 && value.second_part <= 999999;
-}
-
-// A time's days are hours, it ends with 838:59:59 sharp, and nothing else has a
-// sign: the hosts go wrong over the rest, each in its own way.
-inline MYSQL_TIME as_the_host_takes_it(MYSQL_TIME value) {
-  if (value.time_type != MYSQL_TIMESTAMP_TIME) {
-    value.neg = false;
-    return value;
-  }
-  const uint64_t hours = value.hour + uint64_t{value.day} * 24;
-  value.hour = static_cast<uint>(std::min<uint64_t>(hours, UINT_MAX));
-  value.day = 0;
-  if (value.hour == 838 && value.minute == 59 && value.second == 59) {
-    value.second_part = 0;
-  }
-  if (value.hour == 0 && value.minute == 0 && value.second == 0 &&
-      value.second_part == 0) {
-    value.neg = false;
-  }
-  return value;
-}
-
-// 8.0 and 8.4 store a MYSQL_TIME of every kind. 9.7 takes datetimes only and
-// turns a date into the zero date; dates and times have calls of their own
-// there. What is impossible is stored as the column's zero, and so is a time
-// zone where there is no date: a fault in debug builds, zero in others.
+/** Store a date, a time or a datetime. 8.0 and 8.4 store each of them; 9.7
+   takes datetimes only and turns a date into the zero date. */
 inline void store_time(Field *field, const MYSQL_TIME &value) {
-  const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
-  MYSQL_TIME copy = as_the_host_takes_it(value);
-  if (!is_possible(copy) ||
-      (has_zone && !is_temporal_type_with_date(field->type()))) {
-    field->reset();
-    return;
-  }
+  MYSQL_TIME copy = value;
 #if HOST_HAS_TIME_VAL
   if (value.time_type == MYSQL_TIMESTAMP_TIME) {
     // Text gets as many decimals as this says; a column of times rounds what
@@ -208,22 +146,6 @@ inline void store_time(Field *field, const MYSQL_TIME &value) {
   }
 #endif
   field->store_time(&copy, 0);
-}
-
-// A column's value as a packed datetime; 0 for a column without a date. The
-// getter that columns of other types inherit is a fault in debug builds.
-inline longlong val_date_temporal(const Field *field) {
-  if (field->is_array()) return 0;
-  switch (field->type()) {
-    case MYSQL_TYPE_DATE:
-    case MYSQL_TYPE_NEWDATE:
-    case MYSQL_TYPE_TIME:
-    case MYSQL_TYPE_DATETIME:
-    case MYSQL_TYPE_TIMESTAMP:
-      return field->val_date_temporal();
-    default:
-      return 0;
-  }
 }
 
 // The value of a column of times as signed microseconds. 8.0 and 8.4 pack a

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "handler_api.h"
+#include "handler_api/moment.h"
 #include "host/innodb.h"
 
 namespace {
@@ -22,6 +23,29 @@ enum Value_type : unsigned char {
   VALUE_TIME = 4,
   VALUE_TIMESTAMP = 5
 };
+
+// An impossible value is stored as the column's zero. So is one with a time
+// zone where the column has no date.
+void store_time(Field *field, const MYSQL_TIME &given) {
+  const MYSQL_TIME value = moment::in_common_form(given);
+  const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
+  if (!moment::is_possible(value) ||
+      (has_zone && !is_temporal_type_with_date(field->type()))) {
+    field->reset();
+    return;
+  }
+  host::store_time(field, value);
+}
+
+void store_timestamp(Field *field, const timeval &value) {
+  const enum_field_types type = field->type();
+  if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
+  if (!moment::is_possible(value, type)) {
+    field->reset();
+    return;
+  }
+  host::store_timestamp(field, value);
+}
 
 void store_value(Field *field, unsigned char type, const void *value,
                  int32_t bytes) {
@@ -37,10 +61,10 @@ void store_value(Field *field, unsigned char type, const void *value,
                    static_cast<size_t>(bytes), &my_charset_bin);
       break;
     case VALUE_TIME:
-      host::store_time(field, *static_cast<const MYSQL_TIME *>(value));
+      store_time(field, *static_cast<const MYSQL_TIME *>(value));
       break;
     case VALUE_TIMESTAMP:
-      host::store_timestamp(field, *static_cast<const timeval *>(value));
+      store_timestamp(field, *static_cast<const timeval *>(value));
       break;
     default:
       // The column keeps what the row buffer holds, but a large object's
