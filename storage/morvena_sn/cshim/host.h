@@ -3,13 +3,12 @@
 
 /**
   @file host.h
-  Every difference between the hosts, behind one form each: that of MySQL 8.0.
-  One entry a difference. The compiler tells which form a host has, from the
-  host's own declarations: a header exists, a name is a macro, or a function
-  takes the arguments of one overload here and not of the others. So a change
-  that reaches several series in different releases needs no list of versions;
-  the comments name those where it was seen. What a stock host lacks is supplied
-  in host/.
+  Every difference between the MySQL versions that the code is built for, behind
+  one form each: that of MySQL 8.0. One entry a difference, chosen by a fact of
+  host/version.h. What no server offers is supplied in host/.
+
+  "Host" is the name of this layer, which hides the differences between servers;
+  elsewhere the program that the code runs in is called the server.
 */
 
 #ifndef MORVENA_SN_HOST_H
@@ -51,76 +50,57 @@
 #include "sql/table.h"
 #include "sql/transaction.h"
 
-// 8.4 moved these.
-#if __has_include("sql-common/my_decimal.h")
+#if HOST_HAS_MY_DECIMAL_IN_SQL_COMMON
 #include "sql-common/my_decimal.h"
 #else
 #include "sql/my_decimal.h"
 #endif
-#if __has_include("mysql/strings/m_ctype.h")
+#if HOST_HAS_M_CTYPE_IN_MYSQL_STRINGS
 #include "mysql/strings/m_ctype.h"
 #else
 #include "m_ctype.h"
 #endif
-#if __has_include("sql/mysqld_cs.h")
+#if HOST_HAS_MYSQLD_CS_H
 #include "sql/mysqld_cs.h"
 #endif
-// 9.7 has types of its own for times and dates, Time_val and Date_val, and
-// Field has no val_time_temporal() there.
-#if __has_include("my_temporal.h")
+#if HOST_HAS_TIME_VAL
 #include "my_temporal.h"
-#define HOST_HAS_TIME_VAL 1
-#else
-#define HOST_HAS_TIME_VAL 0
 #endif
 
 #include "temporal.h"
 
 namespace host {
 
-// The reference to an opened table: TABLE_LIST in 8.0.27, Table_ref later.
-template <class Ref>
-Ref second_argument(bool (*)(THD *, Ref *, Open_table_context *));
-using Table_ref = decltype(second_argument(&::open_table));
+/** The reference to an opened table; servers call its type by different names.
+ */
+using Table_ref = std::remove_pointer_t<decltype(TABLE::pos_in_table_list)>;
 
-// 8.0.27 and 8.0.30 never find daemon sessions and take no word for it; 8.0.32
-// and later do.
-template <class Finder = Find_thd_with_id>
-inline Finder find_by_id(my_thread_id id) {
-  if constexpr (std::is_constructible_v<Finder, my_thread_id, bool>) {
-    return Finder(id, true);
-  } else {
-    return Finder(id);
-  }
+/** Finds a session by its id, a daemon's too where the server can tell. */
+inline Find_thd_with_id find_by_id(my_thread_id id) {
+#if HOST_FINDER_TAKES_DAEMONS
+  return Find_thd_with_id(id, true);
+#else
+  return Find_thd_with_id(id);
+#endif
 }
 
-// Before 8.0.42 and 8.4.5: three arguments. The fourth one is about reading a
-// multi-valued index backward.
-inline int key_cmp(int (*compare)(KEY_PART_INFO *, const uchar *, uint),
-                   KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-  return compare(part, key, key_bytes);
-}
-inline int key_cmp(int (*compare)(KEY_PART_INFO *, const uchar *, uint, bool),
-                   KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-  return compare(part, key, key_bytes, false);
-}
 inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-  return key_cmp(::key_cmp, part, key, key_bytes);
-}
-
-// Host_value: timeval in 8.0.27, my_timeval later.
-template <class Host_value>
-inline void store_timestamp(Field *field,
-                            void (Field::*store)(const Host_value *),
-                            const timeval &value) {
-  const Host_value host_value{value.tv_sec, value.tv_usec};
-  (field->*store)(&host_value);
+#if HOST_KEY_CMP_TAKES_DIRECTION
+  return ::key_cmp(part, key, key_bytes, false);
+#else
+  return ::key_cmp(part, key, key_bytes);
+#endif
 }
 
 /** For columns with a date and a time only: the function that others inherit is
     a fault in debug builds. */
 inline void store_timestamp(Field *field, const timeval &value) {
-  store_timestamp(field, &Field::store_timestamp, value);
+#if HOST_HAS_MY_TIMEVAL
+  const my_timeval host_value{value.tv_sec, value.tv_usec};
+#else
+  const timeval &host_value = value;
+#endif
+  field->store_timestamp(&host_value);
 }
 
 /** Store a date, a time or a datetime. 8.0 and 8.4 store each of them; 9.7
@@ -148,8 +128,8 @@ inline void store_time(Field *field, const MYSQL_TIME &value) {
   field->store_time(&copy, 0);
 }
 
-// The value of a column of times as signed microseconds. 8.0 and 8.4 pack a
-// time into an integer; 9.7 has Time_val.
+/** The value of a column of times as signed microseconds. 8.0 and 8.4 pack a
+    time into an integer. */
 inline int64_t val_time_usecs(const Field *field) {
 #if HOST_HAS_TIME_VAL
   Time_val value;

@@ -80,7 +80,7 @@ bool copy_view(trx_t *trx, trx_t *donor) {
     if (trx->read_view != nullptr) {
       trx_sys->mvcc->view_close(trx->read_view, true);
     }
-    host::clone_read_view(view, trx->read_view, donor);
+    trx->read_view = host::clone_read_view(view);
   }
   trx_mutex_exit(donor);
   const bool copied = open && trx->read_view != nullptr;
