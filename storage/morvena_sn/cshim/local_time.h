@@ -31,7 +31,10 @@ class Time_zone;
 */
 class Local_time {
  public:
-  /** Take a session's time zone, once. */
+  Local_time() = default;
+  explicit Local_time(const Time_zone *zone) : zone_(zone) {}
+
+  /** Take a session's time zone, unless there is one. */
   void use_zone_of(const THD *thd) {
     if (zone_ == nullptr) set_zone(thd);
   }

@@ -21,10 +21,6 @@ constexpr unsigned int er_callback_stopped = 10135;
 /** Write a line with a time stamp to standard error. */
 void write_to_log(const char *text);
 
-/** Copy a text into a buffer of that many bytes; one that is too long is cut
-    between two characters of UTF-8. */
-void copy_text(char *to, size_t bytes, const char *text);
-
 /**
   The error of a handle's last call. Of several failures in one call, those of
   several workers perhaps, the first stays.

@@ -13,7 +13,7 @@
 #include <unordered_set>
 
 #include "common.h"
-#include "common/failure.h"
+#include "common/text.h"
 #include "host.h"
 
 std::vector<THD *> thd_pool;
