@@ -24,7 +24,8 @@ class THD;
 struct TABLE;
 struct trx_t;
 
-/** Idle sessions, the last returned first handed out. Under thd_pool_mutex. */
+/** Idle sessions; the one that came back last is handed out first. Guarded by
+    thd_pool_mutex. */
 extern std::vector<THD *> thd_pool;
 extern std::mutex thd_pool_mutex;
 
@@ -41,7 +42,7 @@ class CommonApi {
   /** Start the worker pool, unless another embedder has. */
   static void init_common_api();
 
-  /** Take one init_common_api() back, if there is one; after the last, end
+  /** Take back one init_common_api(), if there was one. The last one ends
       everything. */
   static void deinit_common_api();
 
@@ -54,8 +55,8 @@ class CommonApi {
   static void register_shutdown_observer(void *plugin,
                                          Shutdown_observer_func f);
 
-  /** See to it that what is left open when the last client session has ended is
-      closed, and that the plug-in stays loaded until end_common_api(). */
+  /** Make sure that what is still open when the last client session has ended
+      is closed, and that the plug-in stays loaded until end_common_api(). */
   static void guard_shutdown();
 
   /** Whether cursors may be opened: the server has started and InnoDB is not
@@ -76,23 +77,25 @@ class CommonApi {
    *original_thd unless that is null. */
   static void thd_attach(THD *thd, THD **original_thd);
 
-  /** The same where the calling thread has no session, or one that a cursor
-      left with it, which may be gone or another thread's. A client's stays. */
+  /** The same, unless the thread's current session is a client's: that stays.
+      A session that a cursor left with the thread is replaced; it may be gone,
+      or in use on another thread. */
   static void attach_over_own(THD *thd);
 
-  /** @return the id of the client on whose thread this is called, also while a
-      session of ours is bound to it; 0 on a thread that is no client's. To be
-      called before a session of ours is bound. */
+  /** @return the id of the client whose thread calls, also when a cursor has
+      left its session with the thread; 0 if the thread is no client's. Call it
+      before binding a session of ours. */
   [[nodiscard]] static uint32_t calling_client();
 
-  /** Have values of a session's columns read as another's. */
+  /** Give a session those settings of another one that decide how values of
+      columns are read. */
   static void copy_settings(const THD *from, THD *to);
 
   /** Give a session back to the pool, or destroy it when the pool is full. It
       stays the calling thread's current session. */
   static void close_thd(THD *thd);
 
-  /** The same for a session whose id must not be used again. */
+  /** End and destroy a session, so that its id is not used again. */
   static void destroy_thd(THD *thd);
 
   /** @return the error number of the session's last report, 0 for none; its
@@ -123,8 +126,8 @@ class CommonApi {
                                          const char *table_name);
 
   /** Take the table lock, for reading.
-      @return true on failure, with the reason in the session's diagnostics area
-   */
+      @return true on failure, with the reason in the session's diagnostics
+      area */
   [[nodiscard]] static bool lock_table(THD *thd, TABLE *table, int timeout_sec);
 
   /** End the statement, unlock and close the session's tables, whatever the
@@ -166,20 +169,19 @@ class CommonApi {
       it never does. */
   [[nodiscard]] static bool has_snapshot(THD *thd);
 
-  /** Make a session a donor of its own: its transaction takes a view now and
-      keeps it until drop_donor(). May throw std::bad_alloc.
+  /** Make a session of ours a donor: its transaction takes a view and keeps it
+      until drop_donor(). May throw std::bad_alloc.
       @return the id to name it by */
   [[nodiscard]] static uint32_t make_donor(THD *thd);
-  /** @return the session of such a donor, which is one no longer; null for an
-      id that names none */
+  /** End such a donor. @return its session; null if the id names none */
   [[nodiscard]] static THD *drop_donor(uint32_t id);
   /** @return the ids of all such donors */
   [[nodiscard]] static std::vector<uint32_t> donors();
 };
 
-/** As long as it lives, a session of ours is the calling thread's current one.
-    A client's that was current before is current again afterwards; ours stays
-    where the thread had none, or one that a cursor left with it. */
+/** Makes a session of ours the calling thread's current one for as long as it
+    lives. If a client's session was current before, it is current again
+    afterwards; otherwise ours stays. */
 class Own_session {
  public:
   explicit Own_session(THD *thd);

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // The exported index-cursor functions: each recognises its handle, attaches the
-// session where the host is touched, and calls the cursor. No exception leaves
-// them.
+// session where the server is touched, and calls the cursor. No exception
+// leaves them.
 
 #include "cursor.h"
 
@@ -158,7 +158,7 @@ void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields) {
 bool cursor_advance(uintptr_t cursor) {
   const Index_use use(cursor);
   if (!use) return true;
-  // What ended the range stays its end.
+  // A range that has failed stays ended.
   if (use->failed && use->state.failure.is_set()) return true;
   Call call(use.get());
   if (!call) return true;

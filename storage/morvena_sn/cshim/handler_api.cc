@@ -136,8 +136,8 @@ int check_partitions(TABLE *table, uint index) {
   return error;
 }
 
-// Refused for an index that is corrupt, or newer than the snapshot and so
-// without its rows.
+// The handler refuses an index that is corrupt, or newer than the snapshot:
+// such an index lacks rows that the snapshot sees.
 bool start_index_scan(TABLE *table, const KEY *key) {
   handler *file = table->file;
   file->ha_index_or_rnd_end();
@@ -186,8 +186,8 @@ std::unique_ptr<IndexCursor> IndexCursor::open(TABLE *table,
 IndexCursor::~IndexCursor() {
   table()->file->ha_index_or_rnd_end();
   table()->set_keyread(false);
-  // Through the bounds in use only: the buffer of a bound that a later range
-  // left out stays.
+  // A buffer is freed through its bound. If the last range has no bound on a
+  // side, the buffer of that side stays allocated.
   if (from_ != nullptr) delete[] from_->key;
   if (end_ != nullptr) delete[] end_->key;
 }

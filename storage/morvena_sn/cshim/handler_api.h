@@ -39,7 +39,7 @@ class IndexCursor {
   IndexCursor(const IndexCursor &) = delete;
   IndexCursor &operator=(const IndexCursor &) = delete;
 
-  /** Where the cursor's calls tell of themselves, from now on. */
+  /** Where the cursor's calls report from then on. */
   void report_to(Call_state *state) { state_ = state; }
 
   void cursor_output_col_names_names(std::vector<const char *> &colnames);
@@ -140,8 +140,8 @@ class IndexCursor {
   bool equal_range_ = false;
   bool reverse_ = false;
   const bool index_only_;
-  /** By partition: whether it has come to a row before a backward range. Empty
-      where rows come in order. */
+  /** By partition: whether a backward range has met a row of the partition
+      that lies before the range. Empty where rows come in order. */
   std::vector<bool> passed_;
   // The names of the index's columns. To ask for them takes a mutex of InnoDB's
   // that must not be waited for with a page in hand, as callbacks have one.

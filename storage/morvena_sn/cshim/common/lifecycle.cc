@@ -74,13 +74,13 @@ int harbinel_before_server_shutdown(Server_state_param *param) {
 // for; a callback that never returns is left behind.
 int release_leftovers(Server_state_param *) {
   shutdown_begun = true;
-  // There are no clients any more to look at.
+  // No clients are left to look at.
   Session_calls::stop_watching(true);
   const auto give_up = std::chrono::steady_clock::now() + drain_limit;
   while (CommonApi::sessions_in_use() > 0 &&
          std::chrono::steady_clock::now() < give_up) {
     CommonApi::interrupt_sessions();
-    // Again and again: a call that was opening a cursor lists it late.
+    // In each round: a call that was opening a cursor may list it late.
     if (void (*close_leftovers)() = last_cleanup) close_leftovers();
     std::this_thread::sleep_for(1ms);
   }
@@ -155,7 +155,7 @@ struct Guard_release {
 }  // namespace
 
 void release_shutdown_guard() {
-  // The owner is not looked at when an observer is taken off.
+  // Taking an observer off asks for no owner.
   if (!shutdown_begun && guard_registered.exchange(false)) {
     unregister_server_state_observer(&guard, nullptr);
   }

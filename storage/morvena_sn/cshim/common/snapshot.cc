@@ -26,8 +26,8 @@
 
 namespace {
 
-// Asking with thd_to_trx() first would give a session that never used InnoDB an
-// InnoDB part, from a thread that is not its own.
+// thd_to_trx() gives a session that never used InnoDB its InnoDB part; from
+// another session's thread that must not happen.
 trx_t *transaction_of(THD *donor) {
   if (thd_get_ha_data(donor, innodb_hton) == nullptr) return nullptr;
   return thd_to_trx(donor);
@@ -64,10 +64,10 @@ bool find_own_transaction(THD *donor, trx_t **trx) {
   return *trx != nullptr || !has_transaction(donor);
 }
 
-// The donor's view can be neither closed under the mutex, removed nor reopened
-// by the normal path while trx_sys->mutex is held. It can be closed, and reused
-// by a statement that finds it still current, without that mutex: such a view
-// is looked at again after the copy, which is withdrawn when the donor let go.
+// While trx_sys->mutex is held, nobody removes the donor's view, opens it anew,
+// or closes it by the path that takes the mutex. But a statement can close it
+// without the mutex, or take it up again if it is still current. So look at the
+// view again after copying, and withdraw the copy if the donor has closed it.
 // @return whether the transaction has a copy; throws without memory for one
 bool copy_view(trx_t *trx, trx_t *donor) {
   const locksys::Global_exclusive_latch_guard latch{UT_LOCATION_HERE};
@@ -147,8 +147,8 @@ Snapshot assign_view(trx_t *trx) {
   return reads_under_view(trx) ? Snapshot::OWN : Snapshot::NONE;
 }
 
-// As long as for a lock, but at the least a second: what is waited for is
-// rarely more than a few pages.
+// Waits as long as for a lock, but for a second at the least: the donor rarely
+// reads more than a few pages.
 class Wait {
  public:
   /** Waits a little. @return whether it is enough; the error is raised then */
@@ -211,7 +211,7 @@ bool CommonApi::has_snapshot(THD *thd) {
 }
 
 uint32_t CommonApi::make_donor(THD *thd) {
-  // A session that has not used InnoDB has none.
+  // Makes the transaction: the session has not used InnoDB.
   trx_t *trx = check_trx_exists(thd);
   host::start_read_transaction(trx);
   // A server that takes no changes has no views and needs none.
@@ -229,8 +229,8 @@ THD *CommonApi::drop_donor(uint32_t id) {
   if (found == own_donors.end()) return nullptr;
   THD *thd = found->second;
   own_donors.erase(found);
-  // No statement has told the server of the transaction, so it would not end
-  // it.
+  // The server does not know of the transaction, since no statement began it,
+  // and would not end it.
   trx_commit_for_mysql(transaction_of(thd));
   return thd;
 }

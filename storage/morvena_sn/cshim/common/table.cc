@@ -43,18 +43,18 @@ host::Table_ref *make_table_ref(THD *thd, const char *db_name,
   }
   auto *ref = new (thd->mem_root) host::Table_ref(db, table, TL_READ);
   if (ref == nullptr) return nullptr;
-  // The host refuses a view before it parses it, for which a session without a
-  // statement lacks what is needed.
+  // With this the server refuses a view before it parses it: a session without
+  // a statement lacks what parsing needs.
   ref->required_type = dd::enum_table_type::BASE_TABLE;
   MDL_REQUEST_INIT(&ref->mdl_request, MDL_key::TABLE, db, table,
                    MDL_SHARED_READ, MDL_TRANSACTION);
   return ref;
 }
 
-// The host gives up without an error where the session is the victim of a
-// deadlock over metadata, with an ALTER that waits for an old definition, say:
-// a statement then lets everything go and opens once more. So does this, as
-// long as for a lock.
+// When the session is the victim of a deadlock over metadata (with an ALTER
+// that waits for an old definition, for example), the server gives up without
+// an error. A statement then releases its locks and opens the table again. This
+// does the same, for as long as a lock is waited for.
 TABLE *try_to_open(THD *thd, const char *db_name, const char *table_name) {
   const auto give_up = std::chrono::steady_clock::now() +
                        std::chrono::seconds(thd->variables.lock_wait_timeout);
@@ -65,7 +65,7 @@ TABLE *try_to_open(THD *thd, const char *db_name, const char *table_name) {
     if (!::open_table(thd, ref, &context)) return ref->table;
     if (thd->is_error()) return nullptr;
     if (thd->killed != THD::NOT_KILLED) {
-      // Of a kill before the opening the host says nothing.
+      // The server reports no error for a kill before the opening.
       my_error(ER_QUERY_INTERRUPTED, MYF(0));
       return nullptr;
     }
@@ -121,7 +121,8 @@ void append_innodb_fields(const KEY *key, std::vector<const char *> &columns) {
 }  // namespace
 
 void CommonApi::set_lock_wait_timeout(THD *thd, int timeout_sec) {
-  // As good as for ever is the host's longest: beyond it debug builds stop.
+  // As good as for ever is the longest wait that the server allows; debug
+  // builds stop at a longer one.
   thd->variables.lock_wait_timeout =
       timeout_sec < 0 ? longest_wait_sec : static_cast<ulong>(timeout_sec);
 }
@@ -155,8 +156,8 @@ TABLE *CommonApi::open_table(THD *thd, const char *db_name,
 
 bool CommonApi::lock_table(THD *thd, TABLE *table, int timeout_sec) {
   set_lock_wait_timeout(thd, timeout_sec);
-  // InnoDB reads without locks, in a transaction of one statement, for this
-  // one.
+  // For this command InnoDB reads without locks, in a transaction of one
+  // statement.
   thd->lex->sql_command = SQLCOM_SELECT;
   table->reginfo.lock_type = TL_READ;
   thd->lock = mysql_lock_tables(thd, &table, 1, 0);

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A parallel read takes its snapshot meanwhile.
+// Not beside a parallel read, which may be taking its snapshot.
 using Any_use = Handle_use<CursorWrapper, Use::ALONE>;
 
 constexpr unsigned int no_handle = ER_WRONG_ARGUMENTS;

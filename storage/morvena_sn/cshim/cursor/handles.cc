@@ -86,7 +86,7 @@ std::vector<CursorWrapper *> take_open_handles() {
 
 Call::Call(CursorWrapper *wrapper) : wrapper_(wrapper) {
   wrapper->state.failure.clear();
-  // Known only until its session gives way to the cursor's.
+  // Ask before the cursor's session becomes the thread's.
   const uint32_t client = CommonApi::calling_client();
   CommonApi::thd_attach(wrapper->thd, nullptr);
   may_go_on_ = wrapper->calls->begin(client);

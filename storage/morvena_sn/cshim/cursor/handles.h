@@ -46,14 +46,14 @@ struct Opened {
   The part that all wrappers share. It owns its session and, through it, the
   locked table.
 
-  A call enters before it looks at anything else; one that finds others inside
-  with whom it cannot be answers with its failure result. The closing at
-  shutdown clears open and then waits for whoever is inside: whichever comes
-  second sees the other.
+  A call enters before it looks at anything else. If others are inside beside
+  whom it cannot run, it answers with its failure result. The closing at
+  shutdown clears `open` and then waits until nobody is inside: of a call and
+  the closing, whichever comes second sees the other.
 
-  Typed reads, of which there are many to a row, only raise reads_value, a plain
-  store, and look whether anybody is inside. For them the closing has every
-  thread pass a memory barrier. They are no obstacle to each other.
+  Typed reads are many to a row. They only set reads_value, with a plain store,
+  and look whether anybody is inside; to see them the closing lets every thread
+  pass a memory barrier. They do not keep each other out.
 */
 struct CursorWrapper {
   CursorWrapper(Handle_kind handle_kind, const Opened &opened)
@@ -187,7 +187,7 @@ class Call {
   bool may_go_on_;
 };
 
-/** The same for a typed read. */
+/** The use of a handle for the length of a typed read. */
 template <class Wrapper>
 class Value_use {
  public:

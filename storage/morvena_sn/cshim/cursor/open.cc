@@ -30,7 +30,7 @@ void report_session(const Open_report &to, THD *thd) {
 }
 
 // What the session's row in performance_schema.threads says of the cursor. The
-// names may be of any kind: they are looked at later.
+// names are not checked yet.
 void tell(const thread_row::Bound &row, const Open_request &request) {
   const auto or_empty = [](const char *name) { return name ? name : ""; };
   char text[2 * NAME_LEN + 64];
@@ -45,7 +45,7 @@ void tell(const thread_row::Bound &row, const Open_request &request) {
   row.tell(request.db_name, text);
 }
 
-// A session that a step after it may leave through, with or without a table.
+// What an opening holds. The destructor gives it back when a step has failed.
 class Opening {
  public:
   explicit Opening(THD *thd) : thd_(thd) {}
@@ -68,7 +68,7 @@ class Opening {
     calls_->list();
   }
   bool open_and_lock(const Open_request &request) {
-    // Of the session's last user it would be another's.
+    // The session has the timeout of its last user.
     CommonApi::set_lock_wait_timeout(thd_, request.timeout_sec);
     table_ = CommonApi::open_table(thd_, request.db_name, request.table_name);
     return table_ != nullptr &&
@@ -116,7 +116,8 @@ uintptr_t open_in(THD *thd, uint32_t client, const Open_request &request,
   try {
     CommonApi::thd_attach(thd, nullptr);
     opening.begin_call(client, request.snapshot_donor);
-    // The shutdown interrupts what it finds listed, and is seen here otherwise.
+    // A shutdown that begins after this finds the call listed and interrupts
+    // it; one that began before is seen here.
     if (!CommonApi::server_is_available()) {
       report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
       return 0;
@@ -152,8 +153,9 @@ THD *create_session() {
 // @return a session, null with the reason reported
 THD *session_for(const Open_report &to) {
   if (to.error != nullptr) *to.error = 0;
-  // The callback's worker holds pages, under which the host opens no table: it
-  // may have to read its definition and to store statistics about it.
+  // The callback's worker holds a page. The server must not open a table
+  // meanwhile: it may have to read the table's definition and to store
+  // statistics about it.
   if (in_callback()) {
     report(to, ER_NOT_SUPPORTED_YET,
            "Cannot open a cursor inside the callback of a parallel read");
@@ -168,7 +170,8 @@ THD *session_for(const Open_report &to) {
     report(to, ER_OOM, "Out of memory");
     return nullptr;
   }
-  // Now that the session is counted, the guard waits for it, or has begun.
+  // The session is counted: a shutdown that begins after this waits for it; one
+  // that began before is seen here.
   if (!CommonApi::server_is_available()) {
     CommonApi::close_thd(thd);
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");

@@ -3,8 +3,8 @@
 
 /**
   @file cursor/open.h
-  Opening a cursor of any kind: session, table, lock, cursor, and everything
-  back in reverse order when a step fails.
+  Opening a cursor of any kind: session, table, lock, snapshot, cursor. When a
+  step fails, everything is given back in reverse order.
 */
 
 #ifndef MORVENA_SN_CURSOR_OPEN_H
@@ -42,7 +42,7 @@ using Make_wrapper = std::unique_ptr<CursorWrapper> (*)(
                                     Make_wrapper make,
                                     const Open_report &report);
 
-/** The same for a session that is a donor of its own.
+/** Open a snapshot: a session of ours that is a donor.
     @return the id to name it by, 0 on failure. Throws nothing. */
 [[nodiscard]] uint32_t open_donor(const Open_report &report);
 /** Nothing for an id that names no such donor. */

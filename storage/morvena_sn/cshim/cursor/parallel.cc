@@ -49,7 +49,7 @@ std::vector<const char *> names_of(uintptr_t handle) {
 
 ThreadCtx *batch(uintptr_t ctx) { return reinterpret_cast<ThreadCtx *>(ctx); }
 
-// A typed read of a batch. What the host's conversions throw must not pass
+// A typed read of a batch. What the server's conversions throw must not pass
 // through the callback, which may be C.
 template <class Read, class... Outputs>
 bool read_field(uintptr_t ctx, Read read, Outputs *...outputs) {
