@@ -57,7 +57,7 @@ struct alignas(128) Scan_slot {
   std::vector<uint> null_offsets;
   std::vector<uint32_t> indexes;
   size_t row_bytes = 0;
-  void *session = nullptr;
+  THD *session = nullptr;
   uint64_t rows = 0;
   Totals totals;
 };

@@ -19,20 +19,19 @@ const Field *find(const TABLE *table, const std::string &name) {
 }  // namespace
 
 Table_session::Table_session(const std::string &name)
-    : thd_(static_cast<THD *>(CommonApi::create_thd())) {
+    : thd_(CommonApi::create_thd()) {
   if (thd_ == nullptr) throw std::runtime_error("no session");
-  table_ = static_cast<TABLE *>(
-      CommonApi::open_table(thd_, schema, name.c_str(), HDL_READ));
+  table_ = CommonApi::open_table(thd_, schema, name.c_str());
   if (table_ != nullptr &&
-      !CommonApi::lock_table(thd_, table_, HDL_READ, wait_for_locks_sec))
+      !CommonApi::lock_table(thd_, table_, wait_for_locks_sec))
     return;
-  if (table_ != nullptr) CommonApi::unlock_table(thd_, table_, HDL_READ);
+  if (table_ != nullptr) CommonApi::unlock_table(thd_, table_);
   CommonApi::close_thd(thd_);
   throw std::runtime_error("cannot open " + name);
 }
 
 Table_session::~Table_session() {
-  CommonApi::unlock_table(thd_, table_, HDL_READ);
+  CommonApi::unlock_table(thd_, table_);
   CommonApi::close_thd(thd_);
 }
 

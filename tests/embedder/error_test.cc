@@ -196,28 +196,4 @@ TEST_F(CursorError, OfAnOpeningIsNeverZero) {
   EXPECT_EQ(cursor.message, "Key 'none' doesn't exist in table 't'");
 }
 
-TEST(CopyText, CutsBetweenTwoCharacters) {
-  // Two, three and four bytes a character, after 0 to 3 single ones.
-  for (const std::string character : {"\u00e4", "\u20ac", "\U0001f600"}) {
-    for (size_t before = 0; before < 4; ++before) {
-      std::string text(before, 'x');
-      while (text.size() < 600) text += character;
-      char cut[512];
-      memset(cut, '#', sizeof cut);
-      copy_text(cut, sizeof cut, text.c_str());
-      const size_t length = strlen(cut);
-      EXPECT_EQ((length - before) % character.size(), 0u);
-      EXPECT_GT(length + character.size(), 511u);
-      EXPECT_EQ(text.compare(0, length, cut), 0);
-      // What was cut within a character before.
-      char again[512];
-      copy_text(again, sizeof again, text.substr(0, 511).c_str());
-      EXPECT_STREQ(again, cut);
-    }
-  }
-  char short_text[512];
-  copy_text(short_text, sizeof short_text, "short");
-  EXPECT_STREQ(short_text, "short");
-}
-
 }  // namespace

@@ -23,20 +23,24 @@ using Ints = std::vector<long long>;
 /** An opened and locked table in a session of its own. */
 class Opened {
  public:
-  explicit Opened(int mode, const char *name = "t") : mode_(mode) {
-    thd = static_cast<THD *>(CommonApi::create_thd());
-    table = static_cast<TABLE *>(CommonApi::open_table(thd, "db", name, mode));
-    if (table != nullptr)
-      lock_failed = CommonApi::lock_table(thd, table, mode, 5);
+  Opened() {
+    thd = CommonApi::create_thd();
+    table = CommonApi::open_table(thd, "db", "t");
+    if (table != nullptr) lock_failed = CommonApi::lock_table(thd, table, 5);
   }
   ~Opened() {
     CommonApi::thd_attach(thd, nullptr);
-    if (table != nullptr) CommonApi::unlock_table(thd, table, mode_);
+    if (table != nullptr) CommonApi::unlock_table(thd, table);
     CommonApi::close_thd(thd);
   }
   Opened(const Opened &) = delete;
   Opened &operator=(const Opened &) = delete;
 
+  /** A cursor under a snapshot of its own. */
+  std::unique_ptr<IndexCursor> open(const char *index, bool index_only) {
+    EXPECT_EQ(CommonApi::start_transaction(thd, 0), Snapshot::OWN);
+    return IndexCursor::open(table, index, index_only);
+  }
   bool holds(enum_mdl_type lock) const {
     return thd->mdl_context.owns_equal_or_stronger_lock(MDL_key::TABLE, "db",
                                                         "t", lock);
@@ -45,9 +49,6 @@ class Opened {
   THD *thd;
   TABLE *table;
   bool lock_failed = true;
-
- private:
-  int mode_;
 };
 
 class Internal : public Cursor_test {
@@ -62,9 +63,8 @@ class Internal : public Cursor_test {
 
   /** The length of a key of these values on an index of t. */
   size_t key_length(const char *index, Keys keys) {
-    Opened opened(HDL_READ);
-    std::unique_ptr<IndexCursor> cursor(
-        IndexCursor::open(opened.table, index, false, 0));
+    Opened opened;
+    const std::unique_ptr<IndexCursor> cursor = opened.open(index, false);
     EXPECT_NE(cursor, nullptr);
     uchar key[4096];
     return cursor->create_key(keys.arg(), key);
@@ -104,8 +104,8 @@ TEST_F(Internal, NamesOfIndexColumnsTakeNoMutexOfTheDictionarys) {
   names.get();
 }
 
-TEST_F(Internal, ReadModeTakesSharedLocks) {
-  Opened opened(HDL_READ);
+TEST_F(Internal, OpenedTableIsLockedForReading) {
+  Opened opened;
   ASSERT_FALSE(opened.lock_failed);
   EXPECT_TRUE(opened.holds(MDL_SHARED_READ));
   EXPECT_FALSE(opened.holds(MDL_SHARED_WRITE));
@@ -115,42 +115,20 @@ TEST_F(Internal, ReadModeTakesSharedLocks) {
   sql.exec("UNLOCK TABLES");
 }
 
-TEST_F(Internal, WriteModeTakesWriteLocks) {
-  Opened opened(HDL_WRITE);
-  ASSERT_FALSE(opened.lock_failed);
-  EXPECT_TRUE(opened.holds(MDL_SHARED_WRITE));
-  EXPECT_FALSE(opened.holds(MDL_EXCLUSIVE));
-  EXPECT_EQ(opened.table->reginfo.lock_type, TL_WRITE);
-  EXPECT_EQ(opened.table->file->get_lock_type(), F_WRLCK);
-  sql.exec("SET lock_wait_timeout = 1");
-  EXPECT_EQ(sql.attempt("LOCK TABLES t READ").error, 1205u);
-}
-
-// Nobody else may use the table, yet the lock on it is one for reading.
-TEST_F(Internal, FlushModeTakesTheTableAndAReadLock) {
-  Opened opened(HDL_FLUSH);
-  ASSERT_FALSE(opened.lock_failed);
-  EXPECT_TRUE(opened.holds(MDL_EXCLUSIVE));
-  EXPECT_EQ(opened.table->reginfo.lock_type, TL_READ);
-  sql.exec("SET lock_wait_timeout = 1");
-  EXPECT_EQ(sql.attempt("SELECT * FROM t").error, 1205u);
-}
-
 TEST_F(Internal, EveryColumnIsReadWhenATableIsOpened) {
-  Opened opened(HDL_READ);
+  Opened opened;
   EXPECT_TRUE(bitmap_is_set_all(opened.table->read_set));
 }
 
 // The table's next user may need columns that the index does not hold.
 TEST_F(Internal, IndexOnlyEndsWithTheCursor) {
-  Opened opened(HDL_READ);
-  std::unique_ptr<IndexCursor> cursor(
-      IndexCursor::open(opened.table, "k", true, 0));
+  Opened opened;
+  std::unique_ptr<IndexCursor> cursor = opened.open("k", true);
   ASSERT_NE(cursor, nullptr);
   ASSERT_TRUE(opened.table->key_read);
   cursor.reset();
   EXPECT_FALSE(opened.table->key_read);
-  cursor.reset(IndexCursor::open(opened.table, "k", false, 0));
+  cursor = opened.open("k", false);
   ASSERT_FALSE(cursor->set_read_range(nullptr, nullptr, true, true, false));
   longlong c;
   ASSERT_FALSE(cursor->read_field_int(3, &c));
@@ -158,29 +136,29 @@ TEST_F(Internal, IndexOnlyEndsWithTheCursor) {
 }
 
 TEST_F(Internal, UnlockAnswersSuccessAndClosesTheTable) {
-  THD *thd = static_cast<THD *>(CommonApi::create_thd());
-  void *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
+  THD *thd = CommonApi::create_thd();
+  TABLE *table = CommonApi::open_table(thd, "db", "t");
   ASSERT_NE(table, nullptr);
-  ASSERT_FALSE(CommonApi::lock_table(thd, table, HDL_READ, 5));
+  ASSERT_FALSE(CommonApi::lock_table(thd, table, 5));
   EXPECT_NE(thd->lock, nullptr);
-  EXPECT_EQ(CommonApi::unlock_table(thd, table, HDL_READ), 0);
+  EXPECT_EQ(CommonApi::unlock_table(thd, table), 0);
   EXPECT_EQ(thd->lock, nullptr);
   EXPECT_EQ(thd->open_tables, nullptr);
   CommonApi::close_thd(thd);
 }
 
 TEST_F(Internal, LockTimeoutIsTheSessionsFromThenOn) {
-  THD *thd = static_cast<THD *>(CommonApi::create_thd());
-  void *table = CommonApi::open_table(thd, "db", "t", HDL_READ);
+  THD *thd = CommonApi::create_thd();
+  TABLE *table = CommonApi::open_table(thd, "db", "t");
   ASSERT_NE(table, nullptr);
-  EXPECT_FALSE(CommonApi::lock_table(thd, table, HDL_READ, 17));
+  EXPECT_FALSE(CommonApi::lock_table(thd, table, 17));
   EXPECT_EQ(thd->variables.lock_wait_timeout, 17u);
-  CommonApi::unlock_table(thd, table, HDL_READ);
+  CommonApi::unlock_table(thd, table);
   CommonApi::close_thd(thd);
 }
 
 TEST_F(Internal, NoErrorAfterAReset) {
-  THD *thd = static_cast<THD *>(CommonApi::create_thd());
+  THD *thd = CommonApi::create_thd();
   char message[512];
   memset(message, 'm', sizeof message);
   EXPECT_EQ(CommonApi::get_last_error(thd, message), 0u);
@@ -196,10 +174,10 @@ TEST_F(Internal, NoErrorAfterAReset) {
 }
 
 TEST_F(Internal, AttachStoresTheSessionBefore) {
-  THD *first = static_cast<THD *>(CommonApi::create_thd());
-  THD *second = static_cast<THD *>(CommonApi::create_thd());
+  THD *first = CommonApi::create_thd();
+  THD *second = CommonApi::create_thd();
   ASSERT_EQ(current_thd, second);
-  void *before = nullptr;
+  THD *before = nullptr;
   CommonApi::thd_attach(first, &before);
   EXPECT_EQ(before, second);
   EXPECT_EQ(current_thd, first);
@@ -216,11 +194,13 @@ TEST_F(Internal, DonorIsIgnoredWhereAViewIsOpen) {
   first.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   sql.exec("DELETE FROM t WHERE id = 1");
   second.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  Opened opened(HDL_READ);
-  std::unique_ptr<IndexCursor> cursor(
-      IndexCursor::open(opened.table, "PRIMARY", false, first.id()));
-  cursor.reset();
-  cursor.reset(IndexCursor::open(opened.table, "PRIMARY", false, second.id()));
+  Opened opened;
+  EXPECT_EQ(CommonApi::start_transaction(opened.thd, first.id()),
+            Snapshot::DONORS);
+  EXPECT_EQ(CommonApi::start_transaction(opened.thd, second.id()),
+            Snapshot::OWN);
+  const std::unique_ptr<IndexCursor> cursor =
+      IndexCursor::open(opened.table, "PRIMARY", false);
   ASSERT_FALSE(cursor->set_read_range(nullptr, nullptr, true, true, false));
   longlong id;
   ASSERT_FALSE(cursor->read_field_int(0, &id));
@@ -228,7 +208,7 @@ TEST_F(Internal, DonorIsIgnoredWhereAViewIsOpen) {
 }
 
 TEST_F(Internal, NamesOfAUniqueIndexAreAppended) {
-  Opened opened(HDL_READ);
+  Opened opened;
   std::vector<const char *> names{"before"};
   CommonApi::get_index_field_names(&opened.table->key_info[0], names);
   ASSERT_GE(names.size(), 2u);
@@ -237,7 +217,7 @@ TEST_F(Internal, NamesOfAUniqueIndexAreAppended) {
 }
 
 TEST_F(Internal, TableNamesReplaceTheList) {
-  Opened opened(HDL_READ);
+  Opened opened;
   std::vector<const char *> names{"before"};
   CommonApi::get_table_field_names(opened.table, names);
   EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()),
@@ -252,13 +232,12 @@ TEST_F(Internal, IndexNamesIgnoreLetterCase) {
 
 // SQL cannot make such names.
 TEST_F(Internal, FirstOfIndexNamesThatDifferInCaseWins) {
-  Opened opened(HDL_READ);
+  Opened opened;
   KEY &second = opened.table->key_info[2];
   const char *const name = second.name;
   second.name = "K";
   {
-    const std::unique_ptr<IndexCursor> cursor(
-        IndexCursor::open(opened.table, "K", false, 0));
+    const std::unique_ptr<IndexCursor> cursor = opened.open("K", false);
     ASSERT_NE(cursor, nullptr);
     std::vector<const char *> names;
     cursor->get_key_col_names(names);

@@ -5,9 +5,6 @@
   @file common.h
   Where the plug-in meets the server: its life with the server's, the sessions
   that cursors run on, the tables they open, and the snapshots they share.
-
-  Sessions and tables cross this interface as untyped pointers that hold a THD*
-  and a TABLE*.
 */
 
 #ifndef MORVENA_SN_COMMON_H
@@ -18,17 +15,17 @@
 #include <mutex>
 #include <vector>
 
+#include "common/snapshot.h"
 #include "common/thread_row.h"
 #include "cursor.h"
 
-class ReadView;
+class KEY;
 class THD;
+struct TABLE;
 struct trx_t;
 
-/** How a table is opened and locked. Cursors use HDL_READ. */
-enum MorvenaLockMode { HDL_READ = 1, HDL_WRITE = 2, HDL_FLUSH = 3 };
-
-/** Idle sessions, the last returned first handed out. Under thd_pool_mutex. */
+/** Idle sessions; the one that came back last is handed out first. Guarded by
+    thd_pool_mutex. */
 extern std::vector<THD *> thd_pool;
 extern std::mutex thd_pool_mutex;
 
@@ -45,7 +42,7 @@ class CommonApi {
   /** Start the worker pool, unless another embedder has. */
   static void init_common_api();
 
-  /** Take one init_common_api() back, if there is one; after the last, end
+  /** Take back one init_common_api(), if there was one. The last one ends
       everything. */
   static void deinit_common_api();
 
@@ -58,50 +55,53 @@ class CommonApi {
   static void register_shutdown_observer(void *plugin,
                                          Shutdown_observer_func f);
 
-  /** See to it that what is left open when the last client session has ended is
-      closed, and that the plug-in stays loaded until end_common_api(). */
+  /** Make sure that what is still open when the last client session has ended
+      is closed, and that the plug-in stays loaded until end_common_api(). */
   static void guard_shutdown();
 
   /** Whether cursors may be opened: the server has started and InnoDB is not
       about to stop. */
-  static bool server_is_available();
+  [[nodiscard]] static bool server_is_available();
 
-  /** Have f called when the last client session has ended and what is still
-      open must go. One function, set while the module is loaded. */
-  static void set_last_cleanup(void (*f)());
+  /** Have a function called when the last client session has ended and what is
+      still open must go: one function, set by whoever opens something. */
+  static void set_last_cleanup(void (*close_leftovers)());
 
   // --- sessions: common/session.cc ---
 
   /** @return a session bound to the calling thread, null if out of memory */
-  static void *create_thd(Session_role role = Session_role::CURSOR);
+  [[nodiscard]] static THD *create_thd(
+      Session_role role = Session_role::CURSOR);
 
-  /** Make my_thd the calling thread's current session; the one before is stored
-      in *original_thd unless that is null. */
-  static void thd_attach(void *my_thd, void **original_thd);
+  /** Make thd the calling thread's current session; the one before is stored in
+   *original_thd unless that is null. */
+  static void thd_attach(THD *thd, THD **original_thd);
 
-  /** The same where the calling thread has no session, or one that a cursor
-      left with it, which may be gone or another thread's. A client's stays. */
-  static void attach_over_own(void *my_thd);
+  /** The same, unless the thread's current session is a client's: that stays.
+      A session that a cursor left with the thread is replaced; it may be gone,
+      or in use on another thread. */
+  static void attach_over_own(THD *thd);
 
-  /** @return the id of the client on whose thread this is called, also while a
-      session of ours is bound to it; 0 on a thread that is no client's. To be
-      called before a session of ours is bound. */
-  static uint32_t calling_client();
+  /** @return the id of the client whose thread calls, also when a cursor has
+      left its session with the thread; 0 if the thread is no client's. Call it
+      before binding a session of ours. */
+  [[nodiscard]] static uint32_t calling_client();
 
-  /** Have values of a session's columns read as another's. */
-  static void copy_settings(const void *from_thd, void *to_thd);
+  /** Give a session those settings of another one that decide how values of
+      columns are read. */
+  static void copy_settings(const THD *from, THD *to);
 
   /** Give a session back to the pool, or destroy it when the pool is full. It
       stays the calling thread's current session. */
-  static void close_thd(void *my_thd);
+  static void close_thd(THD *thd);
 
-  /** The same for a session whose id must not be used again. */
-  static void destroy_thd(void *my_thd);
+  /** End and destroy a session, so that its id is not used again. */
+  static void destroy_thd(THD *thd);
 
   /** @return the error number of the session's last report, 0 for none; its
       text goes to message (512 bytes), which stays as it is when there is no
       report */
-  static unsigned int get_last_error(void *my_thd, char *message);
+  static unsigned int get_last_error(THD *thd, char *message);
 
   /** Destroy every session of the pool. */
   static void destroy_idle_sessions();
@@ -110,80 +110,82 @@ class CommonApi {
   static void interrupt_sessions();
 
   /** @return how many sessions are in use or being closed */
-  static size_t sessions_in_use();
+  [[nodiscard]] static size_t sessions_in_use();
 
   // --- tables: common/table.cc ---
 
-  /** Open a base table of InnoDB under a metadata lock that lasts until
-      unlock_table(). @return the TABLE*, or null with the reason in the
-      session's diagnostics area and nothing left open */
   /** Bound the session's waits for locks. @param timeout_sec  negative: as good
       as for ever */
-  static void set_lock_wait_timeout(void *my_thd, int timeout_sec);
+  static void set_lock_wait_timeout(THD *thd, int timeout_sec);
 
-  static void *open_table(void *my_thd, const char *db_name,
-                          const char *table_name, int lock_type);
+  /** Open a base table of InnoDB for reading, under a shared metadata lock that
+      lasts until unlock_table().
+      @return the table, or null with the reason in the session's diagnostics
+      area and nothing left open */
+  [[nodiscard]] static TABLE *open_table(THD *thd, const char *db_name,
+                                         const char *table_name);
 
-  /** Take the table lock. @return true on failure, with the reason in the
-      session's diagnostics area */
-  static bool lock_table(void *my_thd, void *my_table, int mode,
-                         int timeout_sec);
+  /** Take the table lock, for reading.
+      @return true on failure, with the reason in the session's diagnostics
+      area */
+  [[nodiscard]] static bool lock_table(THD *thd, TABLE *table, int timeout_sec);
 
   /** End the statement, unlock and close the session's tables, whatever the
       statement's commit answers. @return the commit's result, 0 for success */
-  static int unlock_table(void *my_thd, void *my_table, int mode);
+  static int unlock_table(THD *thd, TABLE *table);
 
   /** Make the given column positions the table's read set; those beyond its
       columns are skipped. */
-  static void set_readset(void *table, size_t ncols, const uint32_t *fields);
+  static void set_readset(TABLE *table, size_t ncols, const uint32_t *fields);
+
+  /** @return a table's first key of that name in any case, null for none */
+  [[nodiscard]] static KEY *find_key(const TABLE *table, const char *name);
 
   /** Set columns to the names of all of a table's columns. */
-  static void get_table_field_names(void *table,
+  static void get_table_field_names(const TABLE *table,
                                     std::vector<const char *> &columns);
 
   /** Append the names of an index's fields. For a unique index of InnoDB its
       own list, else the server's extended key. */
-  static void get_index_field_names(void *key,
+  static void get_index_field_names(const KEY *key,
                                     std::vector<const char *> &columns);
 
   /** @return the number of key parts that the index's definition names */
-  static int get_index_user_defined_parts(void *key);
+  [[nodiscard]] static int get_index_user_defined_parts(const KEY *key);
 
   // --- snapshots: common/snapshot.cc ---
 
-  /** Give a started transaction the donor's read view, or one of its own for
-      donor 0. @return the transaction's read view afterwards, maybe null; 1094
-      is raised for a donor that does not exist, 1205 or 1317 where the wait for
-      one that reads system tables took too long or was interrupted. May throw
-      std::bad_alloc. */
-  static ReadView *copy_or_assign_read_view(trx_t *trx,
-                                            uint64_t snapshot_donor);
-  /** Start the calling session's transaction with the donor's snapshot.
-      @return the transaction, null when the donor could not be asked; one that
-      does not exist is no failure. May throw std::bad_alloc. */
-  static trx_t *start_transaction(uint64_t snapshot_donor);
+  /** Start a session's transaction, and give it a copy of the donor's read
+     view, or one of its own for donor 0. May throw std::bad_alloc. */
+  [[nodiscard]] static Snapshot start_transaction(THD *thd,
+                                                  uint32_t snapshot_donor);
+  /** The same for a transaction that has started. One that has a view keeps it.
+      A donor that reads system tables is waited for; 1205 or 1317 is raised
+      where that takes too long or is interrupted. */
+  [[nodiscard]] static Snapshot copy_or_assign_read_view(
+      trx_t *trx, uint32_t snapshot_donor);
 
   /** Whether a session reads under a snapshot already; under READ UNCOMMITTED
       it never does. */
-  static bool has_snapshot(void *my_thd);
+  [[nodiscard]] static bool has_snapshot(THD *thd);
 
-  /** Make a session a donor of its own: its transaction takes a view now and
-      keeps it until drop_donor(). May throw std::bad_alloc.
+  /** Make a session of ours a donor: its transaction takes a view and keeps it
+      until drop_donor(). May throw std::bad_alloc.
       @return the id to name it by */
-  static uint32_t make_donor(void *my_thd);
-  /** @return the session of such a donor, which is one no longer, attached to
-      the calling thread; null for an id that names none */
-  static void *drop_donor(uint32_t id);
+  [[nodiscard]] static uint32_t make_donor(THD *thd);
+  /** End such a donor. @return its session, attached to the calling thread; null
+      if the id names none */
+  [[nodiscard]] static THD *drop_donor(uint32_t id);
   /** @return the ids of all such donors */
-  static std::vector<uint32_t> donors();
+  [[nodiscard]] static std::vector<uint32_t> donors();
 };
 
-/** As long as it lives, a session of ours is the calling thread's current one.
-    A client's that was current before is current again afterwards; ours stays
-    where the thread had none, or one that a cursor left with it. */
+/** Makes a session of ours the calling thread's current one for as long as it
+    lives. If a client's session was current before, it is current again
+    afterwards; otherwise ours stays. */
 class Own_session {
  public:
-  explicit Own_session(void *my_thd);
+  explicit Own_session(THD *thd);
   ~Own_session();
   Own_session(const Own_session &) = delete;
   Own_session &operator=(const Own_session &) = delete;

@@ -2,13 +2,14 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // The exported index-cursor functions: each recognises its handle, attaches the
-// session where the host is touched, and calls the cursor. No exception leaves
-// them.
+// session where the server is touched, and calls the cursor. No exception
+// leaves them.
 
 #include "cursor.h"
 
 #include <algorithm>
-#include <functional>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "common.h"
@@ -33,6 +34,14 @@ struct IndexCursorWrapper final : CursorWrapper {
   bool failed = false;  // the range ended by a failure
   std::unique_ptr<IndexCursor> cursor;
 };
+
+std::unique_ptr<CursorWrapper> make_wrapper(const Open_request &request,
+                                            const Opened &opened) {
+  std::unique_ptr<IndexCursor> cursor =
+      IndexCursor::open(opened.table, request.index_name, request.index_only);
+  if (cursor == nullptr) return nullptr;
+  return std::make_unique<IndexCursorWrapper>(opened, std::move(cursor));
+}
 
 using Index_look = Handle_use<IndexCursorWrapper, Use::LOOK>;
 using Index_use = Handle_use<IndexCursorWrapper, Use::ALONE>;
@@ -71,16 +80,10 @@ uintptr_t open_index_cursor(const char *db_name, const char *table_name,
                             const char *index_name, bool index_only,
                             uint32_t snapshot_donor, int timeout_sec,
                             unsigned int *error, char *message) {
-  const auto make = [&](const Opened &opened) -> CursorWrapper * {
-    std::unique_ptr<IndexCursor> cursor(
-        IndexCursor::open(opened.table, index_name, index_only, opened.donor));
-    if (cursor == nullptr) return nullptr;
-    return new IndexCursorWrapper(opened, std::move(cursor));
-  };
-  // By reference: a copy in a function object may need memory.
   const char *index = index_name != nullptr ? index_name : "";
-  return open_handle({db_name, table_name, index, snapshot_donor, timeout_sec},
-                     std::cref(make), {error, message});
+  return open_handle(
+      {db_name, table_name, index, index_only, snapshot_donor, timeout_sec},
+      make_wrapper, {error, message});
 }
 
 void close_index_cursor(uintptr_t cursor) {
@@ -155,7 +158,7 @@ void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields) {
 bool cursor_advance(uintptr_t cursor) {
   const Index_use use(cursor);
   if (!use) return true;
-  // What ended the range stays its end.
+  // A range that has failed stays ended.
   if (use->failed && use->state.failure.is_set()) return true;
   Call call(use.get());
   if (!call) return true;

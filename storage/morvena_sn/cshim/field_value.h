@@ -38,9 +38,27 @@ inline void to_decimal(Field *field, field_read_buffer *buffer, bool *neg,
   *data = value->buf;
 }
 
+inline bool has_date_or_time(const Field *field) {
+  if (field->is_array()) return false;
+  switch (field->type()) {
+    case MYSQL_TYPE_DATE:
+    case MYSQL_TYPE_NEWDATE:
+    case MYSQL_TYPE_TIME:
+    case MYSQL_TYPE_DATETIME:
+    case MYSQL_TYPE_TIMESTAMP:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// All zero for a column of another type: the function that those inherit is a
+// fault in debug builds.
 inline MYSQL_TIME unpack_datetime(const Field *field) {
+  const longlong packed =
+      has_date_or_time(field) ? field->val_date_temporal() : 0;
   MYSQL_TIME value;
-  TIME_from_longlong_datetime_packed(&value, host::val_date_temporal(field));
+  TIME_from_longlong_datetime_packed(&value, packed);
   return value;
 }
 
@@ -51,8 +69,8 @@ inline int32_t to_date(const Field *field) {
                           static_cast<int32_t>(value.day));
 }
 
-// A datetime's time is its own: the hosts' conversion to a time refuses one
-// with month or day 0, or takes its days for hours.
+// The time of a datetime is taken from its parts: the server's conversion to a
+// time refuses a datetime with month or day 0, or takes its days for hours.
 inline int64_t to_time(const Field *field) {
   if (field->type() == MYSQL_TYPE_TIME && !field->is_array()) {
     return host::val_time_usecs(field);

@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "common.h"
+#include "host/innodb.h"
 
 #include "sql/partition_info.h"
 
@@ -17,15 +18,6 @@ namespace {
 
 // The rows that the handler is to fetch ahead of the cursor.
 constexpr double prefetch_rows = 200.0;
-
-KEY *find_key_by_name(TABLE *table, const char *name) {
-  for (uint i = 0; i < table->s->keys; ++i) {
-    if (strcasecmp(table->key_info[i].name, name) == 0) {
-      return &table->key_info[i];
-    }
-  }
-  return nullptr;
-}
 
 // Full-text and spatial indexes are listed like others, but have no key order
 // to read in. The handler of a partitioned table merges rows by the columns of
@@ -144,8 +136,8 @@ int check_partitions(TABLE *table, uint index) {
   return error;
 }
 
-// Refused for an index that is corrupt, or newer than the snapshot and so
-// without its rows.
+// The handler refuses an index that is corrupt, or newer than the snapshot:
+// such an index lacks rows that the snapshot sees.
 bool start_index_scan(TABLE *table, const KEY *key) {
   handler *file = table->file;
   file->ha_index_or_rnd_end();
@@ -168,19 +160,12 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
   buffer_.str.set_charset(&my_charset_bin);
 }
 
-IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
-                               bool index_only, uint32_t snapshot_donor) {
-  TABLE *table = static_cast<TABLE *>(my_table);
-  trx_t *trx = CommonApi::start_transaction(snapshot_donor);
-  if (trx == nullptr) return nullptr;
-  // An unknown donor is no failure: it must not hide one that comes after it.
-  THD *thd = table->in_use;
-  const bool is_donor_unknown = thd->is_error();
-  thd->clear_error();
-  KEY *key = find_key_by_name(table, idx_name != nullptr ? idx_name : "");
+std::unique_ptr<IndexCursor> IndexCursor::open(TABLE *table,
+                                               const char *idx_name,
+                                               bool index_only) {
+  KEY *key = CommonApi::find_key(table, idx_name);
   if (key == nullptr) {
-    my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name != nullptr ? idx_name : "",
-             table->s->table_name.str);
+    my_error(ER_KEY_DOES_NOT_EXITS, MYF(0), idx_name, table->s->table_name.str);
     return nullptr;
   }
   if (!has_key_order(key)) return nullptr;
@@ -188,24 +173,21 @@ IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
   // the allocator gave it.
   restore_record(table, s->default_values);
   mark_key_columns(table, key);
-  // It ends the scan, so it is there before the scan begins.
+  // Its destructor ends the scan, so make it before the scan begins.
   std::unique_ptr<IndexCursor> cursor(
-      new IndexCursor(table, trx, key, index_only));
+      new IndexCursor(table, thd_to_trx(table->in_use), key, index_only));
   CommonApi::get_index_field_names(key, cursor->key_columns_);
   if (!start_index_scan(table, key)) return nullptr;
   if (can_fetch_ahead(key, index_only)) set_record_buffer(table, prefetch_rows);
   if (index_only) table->set_keyread(true);
-  if (is_donor_unknown) {
-    my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(snapshot_donor));
-  }
-  return cursor.release();
+  return cursor;
 }
 
 IndexCursor::~IndexCursor() {
   table()->file->ha_index_or_rnd_end();
   table()->set_keyread(false);
-  // Through the bounds in use only: the buffer of a bound that a later range
-  // left out stays.
+  // A buffer is freed through its bound. If the last range has no bound on a
+  // side, the buffer of that side stays allocated.
   if (from_ != nullptr) delete[] from_->key;
   if (end_ != nullptr) delete[] end_->key;
 }

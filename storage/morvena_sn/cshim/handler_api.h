@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "common/call_state.h"
@@ -27,17 +28,18 @@ class IndexCursor {
  public:
   // --- opening, columns, read set: handler_api.cc ---
 
-  /** @return a cursor on the index of that name, in the calling thread's
-      session and under the donor's snapshot; null when there is none (nothing
-      is reported) or it cannot be read in key order (reported to the session)
-   */
-  static IndexCursor *open(void *table, const char *idx_name, bool index_only,
-                           uint32_t snapshot_donor);
+  /** @return a cursor on the index of that name, under the snapshot of the
+      table's session, whose transaction has started; null, with the reason in
+      the session's diagnostics area, when there is no such index or it cannot
+      be read in key order */
+  [[nodiscard]] static std::unique_ptr<IndexCursor> open(TABLE *table,
+                                                         const char *idx_name,
+                                                         bool index_only);
   ~IndexCursor();
   IndexCursor(const IndexCursor &) = delete;
   IndexCursor &operator=(const IndexCursor &) = delete;
 
-  /** Where the cursor's calls tell of themselves, from now on. */
+  /** Where the cursor's calls report from then on. */
   void report_to(Call_state *state) { state_ = state; }
 
   void cursor_output_col_names_names(std::vector<const char *> &colnames);
@@ -69,7 +71,7 @@ class IndexCursor {
   /** Read the range with the parallel reader, in ascending order whatever the
       range's was. @return whether it ended without error; false after a range
       that was refused */
-  bool advance_parallel(size_t n_threads, Parallel_load_func load_cb,
+  bool advance_parallel(size_t n_threads, Parallel_load_func fn,
                         void *argument);
 
   // --- typed reads: handler_api/fields.cc. false = value written ---
@@ -121,15 +123,15 @@ class IndexCursor {
   void forget_row_columns() {
     row_columns_.assign(row_columns_.size(), Row_column());
   }
-  TABLE *table() const { return static_cast<TABLE *>(table_); }
+  TABLE *table() const { return table_; }
   const uchar *row() const { return table()->record[0]; }
-  KEY *key() const { return static_cast<KEY *>(key_); }
+  KEY *key() const { return key_; }
 
   Call_state own_state_;  // of a cursor without a handle
   Call_state *state_ = &own_state_;
-  void *table_;
-  trx_t *trx_;  // the session's
-  void *key_;
+  TABLE *const table_;
+  trx_t *const trx_;  // the session's
+  KEY *const key_;
   bool has_row_ = false;  // the row buffer holds a row of the range
   key_range rangebuf[2] = {};
   key_range *from_ = nullptr;
@@ -137,9 +139,9 @@ class IndexCursor {
   Bounds bounds_ = Bounds::IN_FORCE;
   bool equal_range_ = false;
   bool reverse_ = false;
-  bool index_only_;
-  /** By partition: whether it has come to a row before a backward range. Empty
-      where rows come in order. */
+  const bool index_only_;
+  /** By partition: whether a backward range has met a row of the partition
+      that lies before the range. Empty where rows come in order. */
   std::vector<bool> passed_;
   // The names of the index's columns. To ask for them takes a mutex of InnoDB's
   // that must not be waited for with a page in hand, as callbacks have one.

@@ -3,21 +3,19 @@
 
 /**
   @file host.h
-  Every difference between the hosts, behind one form each: that of MySQL 8.0.
-  One entry a difference. The compiler tells which form a host has, from the
-  host's own declarations: a header exists, a name is a macro, or a function
-  takes the arguments of one overload here and not of the others. So a change
-  that reaches several series in different releases needs no list of versions;
-  the comments name those where it was seen. What a stock host lacks is supplied
-  in host/.
+  Every difference between the MySQL versions that the code is built for, behind
+  one form each: that of MySQL 8.0. One entry a difference, chosen by a fact of
+  host/version.h. What no server offers is supplied in host/.
+
+  "Host" is the name of this layer, which hides the differences between servers;
+  elsewhere the program that the code runs in is called the server.
 */
 
 #ifndef MORVENA_SN_HOST_H
 #define MORVENA_SN_HOST_H
 
-#include <algorithm>
-#include <climits>
 #include <cstdint>
+#include <type_traits>
 
 #include "host/version.h"
 
@@ -52,143 +50,63 @@
 #include "sql/table.h"
 #include "sql/transaction.h"
 
-// 8.4 moved these.
-#if __has_include("sql-common/my_decimal.h")
+#if HOST_HAS_MY_DECIMAL_IN_SQL_COMMON
 #include "sql-common/my_decimal.h"
 #else
 #include "sql/my_decimal.h"
 #endif
-#if __has_include("mysql/strings/m_ctype.h")
+#if HOST_HAS_M_CTYPE_IN_MYSQL_STRINGS
 #include "mysql/strings/m_ctype.h"
 #else
 #include "m_ctype.h"
 #endif
-#if __has_include("sql/mysqld_cs.h")
+#if HOST_HAS_MYSQLD_CS_H
 #include "sql/mysqld_cs.h"
 #endif
-// 9.7 has types of its own for times and dates, Time_val and Date_val, and
-// Field has no val_time_temporal() there.
-#if __has_include("my_temporal.h")
+#if HOST_HAS_TIME_VAL
 #include "my_temporal.h"
-#define HOST_HAS_TIME_VAL 1
-#else
-#define HOST_HAS_TIME_VAL 0
 #endif
 
 #include "temporal.h"
 
 namespace host {
 
-// The reference to an opened table: TABLE_LIST in 8.0.27, Table_ref later.
-template <class Ref>
-Ref second_argument(bool (*)(THD *, Ref *, Open_table_context *));
-using Table_ref = decltype(second_argument(&::open_table));
+/** The reference to an opened table; servers call its type by different names.
+ */
+using Table_ref = std::remove_pointer_t<decltype(TABLE::pos_in_table_list)>;
 
-// 8.0.27 and 8.0.30 never find daemon sessions and take no word for it; 8.0.32
-// and later do.
-template <class Finder = Find_thd_with_id>
-inline Finder find_by_id(my_thread_id id) {
-  if constexpr (std::is_constructible_v<Finder, my_thread_id, bool>) {
-    return Finder(id, true);
-  } else {
-    return Finder(id);
-  }
+/** Finds a session by its id, a daemon's too where the server can tell. */
+inline Find_thd_with_id find_by_id(my_thread_id id) {
+#if HOST_FINDER_TAKES_DAEMONS
+  return Find_thd_with_id(id, true);
+#else
+  return Find_thd_with_id(id);
+#endif
 }
 
-// Before 8.0.42 and 8.4.5: three arguments. The fourth one is about reading a
-// multi-valued index backward.
-inline int key_cmp(int (*compare)(KEY_PART_INFO *, const uchar *, uint),
-                   KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-  return compare(part, key, key_bytes);
-}
-inline int key_cmp(int (*compare)(KEY_PART_INFO *, const uchar *, uint, bool),
-                   KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-  return compare(part, key, key_bytes, false);
-}
 inline int key_cmp(KEY_PART_INFO *part, const uchar *key, uint key_bytes) {
-  return key_cmp(::key_cmp, part, key, key_bytes);
+#if HOST_KEY_CMP_TAKES_DIRECTION
+  return ::key_cmp(part, key, key_bytes, false);
+#else
+  return ::key_cmp(part, key, key_bytes);
+#endif
 }
 
-// What the host would wrap around, or take for a fault in debug builds, is
-// impossible. A datetime keeps a day's distance from the years' ends: its
-// column is in a time zone.
-inline bool is_possible(const timeval &value, enum_field_types type) {
-  constexpr int64_t first_datetime = -62135510400;  // 0001-01-02
-  constexpr int64_t last_datetime = 253402214399;   // 9999-12-30 23:59:59
-  const bool is_timestamp = type == MYSQL_TYPE_TIMESTAMP;
-  const int64_t first = is_timestamp ? 0 : first_datetime;
-  const int64_t last = is_timestamp ? INT_MAX32 : last_datetime;
-  return value.tv_sec >= first && value.tv_sec <= last && value.tv_usec >= 0 &&
-         value.tv_usec <= 999999;
-}
-
-// Host_value: timeval in 8.0.27, my_timeval later.
-template <class Host_value>
-inline void store_timestamp(Field *field,
-                            void (Field::*store)(const Host_value *),
-                            const timeval &value) {
-  const Host_value host_value{value.tv_sec, value.tv_usec};
-  (field->*store)(&host_value);
-}
-
-// Only columns with a date and a time have a timestamp store; the one that the
-// others inherit is a fault in debug builds. What is impossible is stored as
-// the column's zero.
+/** For columns with a date and a time only: the function that others inherit is
+    a fault in debug builds. */
 inline void store_timestamp(Field *field, const timeval &value) {
-  const enum_field_types type = field->type();
-  if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
-  if (!is_possible(value, type)) {
-    field->reset();
-    return;
-  }
-  store_timestamp(field, &Field::store_timestamp, value);
+#if HOST_HAS_MY_TIMEVAL
+  const my_timeval host_value{value.tv_sec, value.tv_usec};
+#else
+  const timeval &host_value = value;
+#endif
+  field->store_timestamp(&host_value);
 }
 
-// The host's conversions take only what a date, a time or a datetime can be;
-// the rest is a fault in debug builds.
-inline bool is_possible(const MYSQL_TIME &value) {
-  const bool has_kind = value.time_type == MYSQL_TIMESTAMP_DATE ||
-                        value.time_type == MYSQL_TIMESTAMP_TIME ||
-                        value.time_type == MYSQL_TIMESTAMP_DATETIME ||
-                        value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
-  const uint max_hour = value.time_type == MYSQL_TIMESTAMP_TIME ? 838 : 23;
-  return has_kind && value.year <= 9999 && value.month <= 12 &&
-         value.day <= 31 && value.hour <= max_hour && value.minute <= 59 &&
-         value.second <= 59 && value.second_part <= 999999;
-}
-
-// A time's days are hours, it ends with 838:59:59 sharp, and nothing else has a
-// sign: the hosts go wrong over the rest, each in its own way.
-inline MYSQL_TIME as_the_host_takes_it(MYSQL_TIME value) {
-  if (value.time_type != MYSQL_TIMESTAMP_TIME) {
-    value.neg = false;
-    return value;
-  }
-  const uint64_t hours = value.hour + uint64_t{value.day} * 24;
-  value.hour = static_cast<uint>(std::min<uint64_t>(hours, UINT_MAX));
-  value.day = 0;
-  if (value.hour == 838 && value.minute == 59 && value.second == 59) {
-    value.second_part = 0;
-  }
-  if (value.hour == 0 && value.minute == 0 && value.second == 0 &&
-      value.second_part == 0) {
-    value.neg = false;
-  }
-  return value;
-}
-
-// 8.0 and 8.4 store a MYSQL_TIME of every kind. 9.7 takes datetimes only and
-// turns a date into the zero date; dates and times have calls of their own
-// there. What is impossible is stored as the column's zero, and so is a time
-// zone where there is no date: a fault in debug builds, zero in others.
+/** Store a date, a time or a datetime. 8.0 and 8.4 store each of them; 9.7
+   takes datetimes only and turns a date into the zero date. */
 inline void store_time(Field *field, const MYSQL_TIME &value) {
-  const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
-  MYSQL_TIME copy = as_the_host_takes_it(value);
-  if (!is_possible(copy) ||
-      (has_zone && !is_temporal_type_with_date(field->type()))) {
-    field->reset();
-    return;
-  }
+  MYSQL_TIME copy = value;
 #if HOST_HAS_TIME_VAL
   if (value.time_type == MYSQL_TIMESTAMP_TIME) {
     // Text gets as many decimals as this says; a column of times rounds what
@@ -210,24 +128,8 @@ inline void store_time(Field *field, const MYSQL_TIME &value) {
   field->store_time(&copy, 0);
 }
 
-// A column's value as a packed datetime; 0 for a column without a date. The
-// getter that columns of other types inherit is a fault in debug builds.
-inline longlong val_date_temporal(const Field *field) {
-  if (field->is_array()) return 0;
-  switch (field->type()) {
-    case MYSQL_TYPE_DATE:
-    case MYSQL_TYPE_NEWDATE:
-    case MYSQL_TYPE_TIME:
-    case MYSQL_TYPE_DATETIME:
-    case MYSQL_TYPE_TIMESTAMP:
-      return field->val_date_temporal();
-    default:
-      return 0;
-  }
-}
-
-// The value of a column of times as signed microseconds. 8.0 and 8.4 pack a
-// time into an integer; 9.7 has Time_val.
+/** The value of a column of times as signed microseconds. 8.0 and 8.4 pack a
+    time into an integer. */
 inline int64_t val_time_usecs(const Field *field) {
 #if HOST_HAS_TIME_VAL
   Time_val value;

@@ -147,7 +147,7 @@ struct ThreadCtx {
   ThreadCtx() : root(PSI_NOT_INSTRUMENTED, 512) {}
 
   size_t id_ = 0;
-  void *thd_ = nullptr;         // the session of its thread
+  THD *thd_ = nullptr;          // the session of its thread
   MEM_ROOT root;                // of the Field copies
   std::vector<Field *> fields;  // by table position; null: not read
   ulint ncols_ = 0;             // table positions that the batch describes

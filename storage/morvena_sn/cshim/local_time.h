@@ -3,7 +3,7 @@
 
 /**
   @file local_time.h
-  UTC to the local time of a session, without asking the host for each value:
+  UTC to the local time of a session, without asking the server for each value:
   for the system's time zone that is localtime_r(), whose lock all threads of
   the process share.
 */
@@ -14,24 +14,28 @@
 #include <cstdint>
 #include <memory>
 
+class THD;
 class Time_zone;
 
 /**
   The distance of local time from UTC, kept for stretches of time in which it
   does not change. Used by one thread at a time.
 
-  A stretch counts as free of changes when the host gives the same distance for
-  its first and its last second. A change in between would have to be taken back
-  within the stretch, and so quickly no zone of the tz database, those with leap
-  seconds included, goes back to a distance that it has left: that takes six
-  days at the least. Zones change at any second (Monrovia in 1972 at 00:44:30
-  UTC), so shorter stretches would prove nothing more. Of a stretch whose ends
-  differ each value is the host's.
+  A stretch counts as free of changes when the server gives the same distance
+  for its first and its last second. A change in between would have to be taken
+  back within the stretch, and so quickly no zone of the tz database, those with
+  leap seconds included, goes back to a distance that it has left: that takes
+  six days at the least. Zones change at any second (Monrovia in 1972 at
+  00:44:30 UTC), so shorter stretches would prove nothing more. Of a stretch
+  whose ends differ each value is the server's.
 */
 class Local_time {
  public:
-  /** Take a session's time zone, once. */
-  void use_zone_of(const void *thd) {
+  Local_time() = default;
+  explicit Local_time(const Time_zone *zone) : zone_(zone) {}
+
+  /** Take a session's time zone, unless there is one. */
+  void use_zone_of(const THD *thd) {
     if (zone_ == nullptr) set_zone(thd);
   }
 
@@ -49,10 +53,10 @@ class Local_time {
   static constexpr int32_t unknown = 0;
   static constexpr int32_t changes = 1;
 
-  void set_zone(const void *thd);
+  void set_zone(const THD *thd);
   int64_t find(uint32_t utc);
   int32_t distance_in(uint32_t stretch) const;
-  int64_t of_host(uint32_t utc) const;
+  int64_t by_zone(uint32_t utc) const;
 
   const Time_zone *zone_ = nullptr;
   uint32_t last_stretch_ = UINT32_MAX;

@@ -5,32 +5,25 @@
 
 #include "seqscan.h"
 
-#include <strings.h>
-
 #include <memory>
 
 #include "common.h"
 #include "innodb_api.h"
 
-SeqScanCursor *SeqScanCursor::open(TABLE *table, uint32_t snapshot_donor) {
-  if (CommonApi::start_transaction(snapshot_donor) == nullptr) return nullptr;
-  std::unique_ptr<SeqScanCursor> cursor(new SeqScanCursor(table));
-  for (uint i = 0; i < table->s->keys && cursor->pkey_ == nullptr; ++i) {
-    KEY *key = &table->key_info[i];
-    if (strcasecmp(key->name, "primary") == 0) cursor->pkey_ = key;
-  }
-  return cursor.release();
+std::unique_ptr<SeqScanCursor> SeqScanCursor::open(TABLE *table) {
+  return std::unique_ptr<SeqScanCursor>(new SeqScanCursor(table));
 }
 
-bool SeqScanCursor::advance_parallel(size_t nthreads, Parallel_load_func fn,
+bool SeqScanCursor::advance_parallel(size_t n_threads, Parallel_load_func fn,
                                      void *argument) {
-  const char *index_name = pkey_ != nullptr ? pkey_->name : nullptr;
+  const KEY *primary = CommonApi::find_key(table_, "PRIMARY");
+  const char *index_name = primary != nullptr ? primary->name : nullptr;
   const std::unique_ptr<ParallelIndexReader> reader(
       ParallelIndexReader::open(table_, index_name, true, state_));
   if (reader == nullptr) return false;
   reader->set_load_cb(fn, argument);
   reader->set_range_scan(nullptr, nullptr);
-  return reader->run(nthreads);
+  return reader->run(n_threads);
 }
 
 void SeqScanCursor::get_col_names(std::vector<const char *> &columns) {

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "common/call_state.h"
@@ -19,16 +20,17 @@
 
 class SeqScanCursor {
  public:
-  /** @return a cursor on a locked table, under the donor's snapshot; never null
-   */
-  static SeqScanCursor *open(TABLE *table, uint32_t snapshot_donor);
+  /** @return a cursor on a locked table, under the snapshot of its session's
+      transaction; never null */
+  [[nodiscard]] static std::unique_ptr<SeqScanCursor> open(TABLE *table);
 
   /** Where the cursor's calls tell of themselves, from now on. */
   void report_to(Call_state *state) { state_ = state; }
 
   /** Read the table along its primary key, or InnoDB's own clustered index.
       @return whether the read ended without error */
-  bool advance_parallel(size_t nthreads, Parallel_load_func fn, void *argument);
+  bool advance_parallel(size_t n_threads, Parallel_load_func fn,
+                        void *argument);
   /** Set columns to the names of the table's columns. */
   void get_col_names(std::vector<const char *> &columns);
   /** Positions beyond the table's columns are skipped. */
@@ -39,8 +41,7 @@ class SeqScanCursor {
 
   Call_state own_state_;  // of a cursor without a handle
   Call_state *state_ = &own_state_;
-  TABLE *table_;
-  KEY *pkey_ = nullptr;  // null: the table has no primary key
+  TABLE *const table_;
 };
 
 #endif  // MORVENA_SN_SEQSCAN_H

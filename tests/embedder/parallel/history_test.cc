@@ -17,9 +17,8 @@ using namespace harness;
 class Forgotten_view {
  public:
   Forgotten_view() : trx_(thd_to_trx(current_thd)) {
-    ReadView *copy = nullptr;
     trx_sys_mutex_enter();
-    host::clone_read_view(trx_->read_view, copy, trx_);
+    ReadView *copy = host::clone_read_view(trx_->read_view);
     trx_sys->mvcc->view_close(trx_->read_view, true);
     trx_sys_mutex_exit();
     trx_->read_view = copy;

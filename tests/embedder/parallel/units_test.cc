@@ -20,16 +20,15 @@ class Opened_reader {
   explicit Opened_reader(const char *index = "PRIMARY", bool index_only = true,
                          const char *table = "t")
       : thd_(CommonApi::create_thd()),
-        table_(CommonApi::open_table(thd_, "db", table, HDL_READ)) {
-    CommonApi::lock_table(thd_, table_, HDL_READ, 5);
-    reader_.reset(ParallelIndexReader::open(static_cast<TABLE *>(table_), index,
-                                            index_only));
+        table_(CommonApi::open_table(thd_, "db", table)) {
+    EXPECT_FALSE(CommonApi::lock_table(thd_, table_, 5));
+    reader_.reset(ParallelIndexReader::open(table_, index, index_only));
     if (reader_ != nullptr) reader_->index_s_lock();
   }
   ~Opened_reader() {
     if (reader_ != nullptr) reader_->index_s_unlock();
     reader_.reset();
-    CommonApi::unlock_table(thd_, table_, HDL_READ);
+    CommonApi::unlock_table(thd_, table_);
     CommonApi::close_thd(thd_);
   }
   Opened_reader(const Opened_reader &) = delete;
@@ -50,8 +49,8 @@ class Opened_reader {
   }
 
  private:
-  void *thd_;
-  void *table_;
+  THD *thd_;
+  TABLE *table_;
   std::unique_ptr<ParallelIndexReader> reader_;
 };
 

@@ -3,7 +3,7 @@
 
 /**
   @file common/call_state.h
-  What a call tells of itself: how far it has come, and why it failed.
+  What a call reports: how far it has come, and why it failed.
 */
 
 #ifndef MORVENA_SN_COMMON_CALL_STATE_H

@@ -77,7 +77,8 @@ void wake(THD *thd, THD::killed_state state) {
   mysql_mutex_unlock(&thd->LOCK_thd_data);
 }
 
-// One that has gone is not taken for killed: a snapshot outlives its donor.
+// A client that has gone does not count as killed: a snapshot outlives its
+// donor.
 bool is_killed(uint32_t client) {
   if (client == 0) return false;
   Find_thd_with_id finder = host::find_by_id(client);

@@ -41,7 +41,8 @@ class Session_calls {
       @param client  on whose thread, 0 for nobody's
       @return false if it is to end at once, having been cancelled before */
   bool begin(uint32_t client);
-  /** The call ends. @param was_interrupted  it did not do its work for that */
+  /** The call ends.
+      @param was_interrupted  it was to be ended, and did not do its work */
   void end(bool was_interrupted);
 
   /** End the call under way, or the next one. Any thread; nothing after

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "common/counters.h"
+#include "common/text.h"
 #include "host.h"
 
 namespace {
@@ -32,26 +33,6 @@ std::string time_stamp() {
   return text;
 }
 
-// How many bytes a character of UTF-8 has, by its first one; 1 for a byte that
-// begins none.
-size_t character_bytes(char first) {
-  const auto byte = static_cast<unsigned char>(first);
-  if (byte >= 0xf0) return 4;
-  if (byte >= 0xe0) return 3;
-  return byte >= 0xc0 ? 2 : 1;
-}
-
-// The length without a last character that is cut.
-size_t whole_characters(const char *text, size_t length) {
-  size_t last = length;
-  while (last > 0 && length - last < 4) {
-    --last;
-    if ((static_cast<unsigned char>(text[last]) & 0xc0) == 0x80) continue;
-    return last + character_bytes(text[last]) > length ? last : length;
-  }
-  return length;
-}
-
 }  // namespace
 
 // In one piece: several workers may fail at the same time.
@@ -62,14 +43,6 @@ void write_to_log(const char *text) {
   } catch (...) {
     // Without memory the line is lost; the failure is reported all the same.
   }
-}
-
-void copy_text(char *to, size_t bytes, const char *text) {
-  size_t length = strnlen(text, bytes - 1);
-  // Also where the server has cut the text before.
-  if (length == bytes - 1) length = whole_characters(text, length);
-  memcpy(to, text, length);
-  to[length] = '\0';
 }
 
 void Failure::clear() {

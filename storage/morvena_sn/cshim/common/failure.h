@@ -21,10 +21,6 @@ constexpr unsigned int er_callback_stopped = 10135;
 /** Write a line with a time stamp to standard error. */
 void write_to_log(const char *text);
 
-/** Copy a text into a buffer of that many bytes; one that is too long is cut
-    between two characters of UTF-8. */
-void copy_text(char *to, size_t bytes, const char *text);
-
 /**
   The error of a handle's last call. Of several failures in one call, those of
   several workers perhaps, the first stays.
@@ -52,15 +48,15 @@ class Failure {
       reported an error */
   bool take_from(const THD *thd);
 
-  /** Have the process's counters know of it: a kill, what cannot be read, or
-     any other failure. A callback's own stop is none. */
+  /** Count it for SHOW GLOBAL STATUS: as a kill, a refusal or a failure. A read
+      that its callback has stopped is none of them. */
   void count() const;
 
   bool is_set() const { return code() != 0; }
   unsigned int code() const { return code_.load(std::memory_order_acquire); }
   /** Until clear(); empty without a failure. */
   const char *text() const;
-  /** The handle is closed: give the text's memory back. */
+  /** The handle is closed: free the text. */
   void end();
 
  private:

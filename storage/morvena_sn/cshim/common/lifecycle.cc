@@ -33,8 +33,8 @@ using namespace std::chrono_literals;
 // How long the guard waits for interrupted calls to return.
 constexpr auto drain_limit = 8s;
 
-std::vector<Shutdown_observer_func> shutdown_cbs;  // under the observer mutex
-bool registered = false;                           // under the observer mutex
+std::vector<Shutdown_observer_func> shutdown_functions;  // under the mutex
+bool registered = false;  // under the observer mutex
 
 // Held while the pool starts and ends, so that an embedder that starts the
 // system finds it running or gone.
@@ -64,8 +64,8 @@ int begin_shutdown(Server_state_param *) {
 int harbinel_before_server_shutdown(Server_state_param *param) {
   begin_shutdown(param);
   shutdown_observer_mutex.lock();
-  for (Shutdown_observer_func f : shutdown_cbs) f();
-  shutdown_cbs.clear();
+  for (Shutdown_observer_func f : shutdown_functions) f();
+  shutdown_functions.clear();
   shutdown_observer_mutex.unlock();
   return 0;
 }
@@ -74,14 +74,14 @@ int harbinel_before_server_shutdown(Server_state_param *param) {
 // for; a callback that never returns is left behind.
 int release_leftovers(Server_state_param *) {
   shutdown_begun = true;
-  // There are no clients any more to look at.
+  // No clients are left to look at.
   Session_calls::stop_watching(true);
   const auto give_up = std::chrono::steady_clock::now() + drain_limit;
   while (CommonApi::sessions_in_use() > 0 &&
          std::chrono::steady_clock::now() < give_up) {
     CommonApi::interrupt_sessions();
-    // Again and again: a call that was opening a cursor lists it late.
-    if (void (*f)() = last_cleanup) f();
+    // In each round: a call that was opening a cursor may list it late.
+    if (void (*close_leftovers)() = last_cleanup) close_leftovers();
     std::this_thread::sleep_for(1ms);
   }
   if (CommonApi::sessions_in_use() == 0) CommonApi::end_common_api();
@@ -155,7 +155,7 @@ struct Guard_release {
 }  // namespace
 
 void release_shutdown_guard() {
-  // The owner is not looked at when an observer is taken off.
+  // Taking an observer off asks for no owner.
   if (!shutdown_begun && guard_registered.exchange(false)) {
     unregister_server_state_observer(&guard, nullptr);
   }
@@ -194,9 +194,9 @@ void CommonApi::register_shutdown_observer(void *plugin,
   if (plugin == nullptr || f == nullptr) return;
   {
     const std::lock_guard<std::mutex> lock(shutdown_observer_mutex);
-    if (std::find(shutdown_cbs.begin(), shutdown_cbs.end(), f) ==
-        shutdown_cbs.end()) {
-      shutdown_cbs.push_back(f);
+    if (std::find(shutdown_functions.begin(), shutdown_functions.end(), f) ==
+        shutdown_functions.end()) {
+      shutdown_functions.push_back(f);
     }
     if (!registered) {
       // A refusal is not retried: the server refuses for good.
@@ -211,9 +211,11 @@ bool CommonApi::server_is_available() {
   return mysqld_server_started && !shutdown_begun;
 }
 
-void CommonApi::set_last_cleanup(void (*f)()) { last_cleanup = f; }
+void CommonApi::set_last_cleanup(void (*close_leftovers)()) {
+  last_cleanup = close_leftovers;
+}
 
-// What cannot be had is done without: reads with threads then fail.
+// If the pool cannot start, go on without it; reads with threads then fail.
 extern "C" void init_common() {
   try {
     CommonApi::init_common_api();

@@ -13,9 +13,9 @@
 #include "common/counters.h"
 #include "host.h"
 
-// A table that a statement gave to this engine would have no handler: debug
-// servers stop at it, others answer in various words. SQL is to say that there
-// is no such engine.
+// The engine has no handler. Debug servers would stop at a statement that
+// creates a table in it, and others answer in various words; with this flag SQL
+// says that there is no such engine.
 static int morvena_sn_init_func(void *engine) {
   static_cast<handlerton *>(engine)->flags |= HTON_NOT_USER_SELECTABLE;
   return 0;

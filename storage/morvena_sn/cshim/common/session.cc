@@ -13,7 +13,7 @@
 #include <unordered_set>
 
 #include "common.h"
-#include "common/failure.h"
+#include "common/text.h"
 #include "host.h"
 
 std::vector<THD *> thd_pool;
@@ -21,18 +21,20 @@ std::mutex thd_pool_mutex;
 
 namespace {
 
-// Sessions on their way back. They are not interrupted: that looks at the
-// InnoDB transaction, which is being freed. Under thd_pool_mutex.
+// How many sessions are being given back. They are not interrupted: an
+// interruption looks at the InnoDB transaction, which is being freed. Under
+// thd_pool_mutex.
 size_t n_closing = 0;
 
-// The session of ours that the thread was bound to last. It may be gone, since
-// any thread destroys idle ones, and a client's may lie there.
+// The session of ours that the thread was last bound to. Any thread may destroy
+// idle sessions: it may be gone, and a client's session be allocated at its
+// address.
 thread_local const THD *bound = nullptr;
-// How many sessions had been destroyed when it was known to be ours.
+// What n_destroyed was when `bound` was last known to be ours.
 thread_local uint64_t bound_at = 0;
 std::atomic<uint64_t> n_destroyed{0};
 
-// The client whose session was the thread's before one of ours.
+// The client whose session was the thread's current one before ours.
 thread_local uint32_t client_of_thread = 0;
 
 // Sessions that were handed out. Under thd_pool_mutex.
@@ -41,8 +43,8 @@ std::unordered_set<THD *> &in_use() {
   return sessions;
 }
 
-// Those that workers use: their rows in performance_schema.threads are called
-// after it. Under thd_pool_mutex.
+// Sessions of workers: their rows in performance_schema.threads have another
+// name. Under thd_pool_mutex.
 std::unordered_set<const THD *> &workers_sessions() {
   static std::unordered_set<const THD *> sessions;
   return sessions;
@@ -88,10 +90,10 @@ THD *take_idle_session(Session_role role) {
   return thd;
 }
 
-// The server's settings of now, also for a session that was made under others.
-// Under SET GLOBAL autocommit = 0 the end of a statement would leave the
-// transaction open, its view in force and the next cursor's donor ignored.
-// Key values are compared, not stored: a zero date is as good as another.
+// Gives a session the server's present settings; it may have been made under
+// others. Autocommit is always on: without it the end of a statement would
+// leave the transaction and its view open, and the next cursor's donor would be
+// ignored. Zero dates are always allowed: key values are compared, not stored.
 void adapt_to_cursors(THD *thd) {
   mysql_mutex_lock(&LOCK_global_system_variables);
   thd->variables.time_zone = global_system_variables.time_zone;
@@ -106,11 +108,11 @@ void adapt_to_cursors(THD *thd) {
   thd->variables.sql_mode &= ~(MODE_NO_ZERO_DATE | MODE_NO_ZERO_IN_DATE);
 }
 
-// Not inlined: the address of the local is where the host begins to measure the
-// thread's stack.
+// Not inlined: the server measures the thread's stack from the address of the
+// local variable.
 [[gnu::noinline]] void make_current(THD *thd) {
   char stack_start;
-  // The host compares addresses and never reads through it.
+  // The server compares addresses and never reads through this one.
   *const_cast<volatile const char **>(
       const_cast<const char **>(&thd->thread_stack)) = &stack_start;
   thd->store_globals();
@@ -135,7 +137,7 @@ void destroy_session(THD *thd) {
   thread_row::destroy(row);
 }
 
-// The host destroys a session on a thread that it was bound to.
+// The server wants a session bound to the thread that destroys it.
 struct Destroy_unbound {
   void operator()(THD *thd) const {
     bind_to_thread(thd);
@@ -143,7 +145,7 @@ struct Destroy_unbound {
   }
 };
 
-// Until the session has it, its row goes with whatever fails.
+// Destroys the row when a step fails before the session has it.
 struct Destroy_row {
   void operator()(PSI_thread *row) const { thread_row::destroy(row); }
 };
@@ -158,7 +160,7 @@ THD *new_session(Session_role role) {
   bound_row.give_to(thd.get());
   row.release();
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
-  // Its way back must not fail.
+  // Giving the session back must not fail.
   thd_pool.reserve(thd_pool_max_size);
   if (role == Session_role::WORKER) workers_sessions().insert(thd.get());
   try {
@@ -179,8 +181,8 @@ void release_transaction(THD *thd) {
   thd_set_ha_data(thd, innodb_hton, nullptr);
 }
 
-// Nothing else clears them: a session serves any number of cursors, each of
-// which takes a record buffer and names from it.
+// Nothing else frees this memory, and a session serves any number of cursors,
+// each of which takes a record buffer and names from it.
 void release_memory(THD *thd) {
   thd->get_stmt_da()->reset_diagnostics_area();
   thd->get_stmt_da()->reset_condition_info(thd);
@@ -189,27 +191,26 @@ void release_memory(THD *thd) {
 
 }  // namespace
 
-void *CommonApi::create_thd(Session_role role) {
+THD *CommonApi::create_thd(Session_role role) {
   THD *thd = take_idle_session(role);
   if (thd == nullptr) thd = new_session(role);
   if (thd == nullptr) return nullptr;
   const thread_row::Bound bound_row(thd);
   bind_to_thread(thd);
   thd->killed = THD::NOT_KILLED;
-  // Today's date makes a datetime of a time.
+  // A time that is converted to a datetime gets today's date.
   thd->set_time();
-  // As between a client's statements. Of the cursor before it clears a kill's
-  // fatal error, too, under which 8.0 opens no table that has expressions.
+  // Reset as between two statements. This also clears the fatal error of a
+  // killed predecessor, under which 8.0 opens no table that has expressions.
   thd->reset_for_next_command();
   adapt_to_cursors(thd);
   return thd;
 }
 
-void CommonApi::thd_attach(void *my_thd, void **original_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+void CommonApi::thd_attach(THD *thd, THD **original_thd) {
   if (original_thd != nullptr) *original_thd = current_thd;
-  // A session that another thread used meanwhile is bound again: the host would
-  // measure this thread's stack from the other's.
+  // A session that another thread used meanwhile is bound again: the server
+  // would measure this thread's stack from the other's.
   if (current_thd == thd && my_thread_equal(thd->real_id, my_thread_self())) {
     bound = thd;
     bound_at = n_destroyed;
@@ -218,18 +219,16 @@ void CommonApi::thd_attach(void *my_thd, void **original_thd) {
   bind_to_thread(thd);
 }
 
-void CommonApi::attach_over_own(void *my_thd) {
-  if (current_thd == my_thd) return;
-  if (current_thd == nullptr || has_own_session()) {
-    bind_to_thread(static_cast<THD *>(my_thd));
-  }
+void CommonApi::attach_over_own(THD *thd) {
+  if (current_thd == thd) return;
+  if (current_thd == nullptr || has_own_session()) bind_to_thread(thd);
 }
 
-Own_session::Own_session(void *my_thd) {
-  CommonApi::attach_over_own(my_thd);
-  if (current_thd == my_thd) return;
+Own_session::Own_session(THD *thd) {
+  CommonApi::attach_over_own(thd);
+  if (current_thd == thd) return;
   clients_ = current_thd;
-  make_current(static_cast<THD *>(my_thd));
+  make_current(thd);
 }
 
 Own_session::~Own_session() {
@@ -246,9 +245,7 @@ uint32_t CommonApi::calling_client() {
   return client_of_thread;
 }
 
-void CommonApi::copy_settings(const void *from_thd, void *to_thd) {
-  const THD *from = static_cast<const THD *>(from_thd);
-  THD *to = static_cast<THD *>(to_thd);
+void CommonApi::copy_settings(const THD *from, THD *to) {
   to->variables.time_zone = from->variables.time_zone;
   to->variables.sql_mode = from->variables.sql_mode;
   to->start_time = from->start_time;
@@ -280,26 +277,24 @@ bool give_back(THD *thd, bool to_pool) {
 
 }  // namespace
 
-void CommonApi::close_thd(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+void CommonApi::close_thd(THD *thd) {
   if (!give_back(thd, true)) destroy_session(thd);
 }
 
-void CommonApi::destroy_thd(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+void CommonApi::destroy_thd(THD *thd) {
   give_back(thd, false);
   destroy_session(thd);
 }
 
-uint CommonApi::get_last_error(void *my_thd, char *message) {
-  const Diagnostics_area *da = static_cast<THD *>(my_thd)->get_stmt_da();
+uint CommonApi::get_last_error(THD *thd, char *message) {
+  const Diagnostics_area *da = thd->get_stmt_da();
   if (da == nullptr || (!da->is_error() && !da->is_ok())) return 0;
   copy_text(message, MYSQL_ERRMSG_SIZE, da->message_text());
   return da->is_error() ? da->mysql_errno() : 0;
 }
 
 void CommonApi::destroy_idle_sessions() {
-  // One of ours is bound again by whoever uses it, if it is alive.
+  // A session of ours need not be bound again: whoever uses it does that.
   THD *clients = has_own_session() ? nullptr : current_thd;
   const std::lock_guard<std::mutex> lock(thd_pool_mutex);
   for (THD *thd : thd_pool) {

@@ -26,8 +26,8 @@
 
 namespace {
 
-// Asking with thd_to_trx() first would give a session that never used InnoDB an
-// InnoDB part, from a thread that is not its own.
+// thd_to_trx() gives a session that never used InnoDB its InnoDB part; from
+// another session's thread that must not happen.
 trx_t *transaction_of(THD *donor) {
   if (thd_get_ha_data(donor, innodb_hton) == nullptr) return nullptr;
   return thd_to_trx(donor);
@@ -64,10 +64,10 @@ bool find_own_transaction(THD *donor, trx_t **trx) {
   return *trx != nullptr || !has_transaction(donor);
 }
 
-// The donor's view can be neither closed under the mutex, removed nor reopened
-// by the normal path while trx_sys->mutex is held. It can be closed, and reused
-// by a statement that finds it still current, without that mutex: such a view
-// is looked at again after the copy, which is withdrawn when the donor let go.
+// While trx_sys->mutex is held, nobody removes the donor's view, opens it anew,
+// or closes it by the path that takes the mutex. But a statement can close it
+// without the mutex, or take it up again if it is still current. So look at the
+// view again after copying, and withdraw the copy if the donor has closed it.
 // @return whether the transaction has a copy; throws without memory for one
 bool copy_view(trx_t *trx, trx_t *donor) {
   const locksys::Global_exclusive_latch_guard latch{UT_LOCATION_HERE};
@@ -80,7 +80,7 @@ bool copy_view(trx_t *trx, trx_t *donor) {
     if (trx->read_view != nullptr) {
       trx_sys->mvcc->view_close(trx->read_view, true);
     }
-    host::clone_read_view(view, trx->read_view, donor);
+    trx->read_view = host::clone_read_view(view);
   }
   trx_mutex_exit(donor);
   const bool copied = open && trx->read_view != nullptr;
@@ -113,33 +113,53 @@ THD *take_own_donor(uint32_t id) {
   return thd;
 }
 
-// @return whether the id names a donor of our own. It cannot end meanwhile.
-bool copy_own_donors(trx_t *trx, uint64_t id, bool *copied) {
-  const std::lock_guard<std::mutex> lock(donors_mutex);
-  const auto found = own_donors.find(static_cast<uint32_t>(id));
-  if (found == own_donors.end()) return false;
-  *copied = copy_view(trx, transaction_of(found->second));
-  return true;
+// What came of asking a donor for its view.
+enum class Answer { COPIED, HAS_NO_VIEW, IS_UNKNOWN, READS_SYSTEM_TABLES };
+
+Answer copy_of(trx_t *trx, trx_t *donor) {
+  return copy_view(trx, donor) ? Answer::COPIED : Answer::HAS_NO_VIEW;
 }
 
-// @return whether the donor was there to be asked, or does not exist at all
-bool ask_donor(trx_t *trx, uint64_t id, bool *copied) {
-  if (copy_own_donors(trx, id, copied)) return true;
-  Find_thd_with_id finder = host::find_by_id(static_cast<my_thread_id>(id));
+// A donor of our own cannot end meanwhile: that takes the mutex.
+Answer ask_own_donor(trx_t *trx, uint32_t id) {
+  const std::lock_guard<std::mutex> lock(donors_mutex);
+  const auto found = own_donors.find(id);
+  if (found == own_donors.end()) return Answer::IS_UNKNOWN;
+  return copy_of(trx, transaction_of(found->second));
+}
+
+Answer ask_client(trx_t *trx, uint32_t id) {
+  Find_thd_with_id finder = host::find_by_id(id);
   // Holds the donor's mutex to the end: it cannot go away.
   THD_ptr donor = Global_THD_manager::get_instance()->find_thd(&finder);
-  if (!donor) {
-    my_error(ER_NO_SUCH_THREAD, MYF(0), static_cast<ulong>(id));
-    return true;
-  }
+  if (!donor) return Answer::IS_UNKNOWN;
   trx_t *donor_trx = nullptr;
-  if (!find_own_transaction(donor.get(), &donor_trx)) return false;
-  if (donor_trx != nullptr) *copied = copy_view(trx, donor_trx);
-  return true;
+  if (!find_own_transaction(donor.get(), &donor_trx)) {
+    return Answer::READS_SYSTEM_TABLES;
+  }
+  return donor_trx != nullptr ? copy_of(trx, donor_trx) : Answer::HAS_NO_VIEW;
 }
 
-// As long as for a lock, but at the least a second: what is waited for is
-// rarely more than a few pages.
+Answer ask_donor(trx_t *trx, uint32_t id) {
+  const Answer own = ask_own_donor(trx, id);
+  return own != Answer::IS_UNKNOWN ? own : ask_client(trx, id);
+}
+
+// Under READ UNCOMMITTED reads look at no view, though there may be one.
+bool reads_under_view(const trx_t *trx) {
+  return trx->isolation_level != TRX_ISO_READ_UNCOMMITTED &&
+         MVCC::is_view_active(trx->read_view);
+}
+
+Snapshot assign_view(trx_t *trx) {
+  const bool has_one = MVCC::is_view_active(trx->read_view);
+  const ReadView *view = trx_assign_read_view(trx);
+  if (!has_one && view != nullptr) counters::count(Tally::SNAPSHOTS_TAKEN);
+  return reads_under_view(trx) ? Snapshot::OWN : Snapshot::NONE;
+}
+
+// Waits as long as for a lock, but for a second at the least: the donor rarely
+// reads more than a few pages.
 class Wait {
  public:
   /** Waits a little. @return whether it is enough; the error is raised then */
@@ -165,54 +185,44 @@ class Wait {
 
 }  // namespace
 
-ReadView *CommonApi::copy_or_assign_read_view(trx_t *trx,
-                                              uint64_t snapshot_donor) {
-  if (snapshot_donor == 0) {
-    const bool has_one = MVCC::is_view_active(trx->read_view);
-    ReadView *view = trx_assign_read_view(trx);
-    if (!has_one && view != nullptr) counters::count(Tally::SNAPSHOTS_TAKEN);
-    return view;
-  }
-  if (srv_read_only_mode || MVCC::is_view_active(trx->read_view)) {
-    return trx->read_view;
-  }
-  bool copied = false;
+Snapshot CommonApi::copy_or_assign_read_view(trx_t *trx,
+                                             uint32_t snapshot_donor) {
+  if (snapshot_donor == 0) return assign_view(trx);
+  if (MVCC::is_view_active(trx->read_view)) return Snapshot::OWN;
+  if (srv_read_only_mode) return Snapshot::NONE;
   const Wait wait;
-  while (!ask_donor(trx, snapshot_donor, &copied)) {
-    if (wait.is_over(trx)) return nullptr;
+  Answer answer = ask_donor(trx, snapshot_donor);
+  while (answer == Answer::READS_SYSTEM_TABLES) {
+    if (wait.is_over(trx)) return Snapshot::FAILED;
+    answer = ask_donor(trx, snapshot_donor);
   }
-  // A statement that tries whether its last view is still current shows it as
-  // open for a moment, when purge may be past it.
-  if (copied && host::purge_has_passed(trx->read_view)) {
+  if (answer == Answer::IS_UNKNOWN) return Snapshot::UNKNOWN_DONOR;
+  if (answer == Answer::HAS_NO_VIEW) return Snapshot::NONE;
+  // A statement that checks whether it can reuse its last view briefly marks it
+  // open, although purge may already have passed it.
+  if (host::purge_has_passed(trx->read_view)) {
     withdraw_copy(trx);
-    copied = false;
+    return Snapshot::NONE;
   }
-  if (copied) counters::count(Tally::SNAPSHOTS_COPIED);
-  return trx->read_view;
+  counters::count(Tally::SNAPSHOTS_COPIED);
+  return reads_under_view(trx) ? Snapshot::DONORS : Snapshot::NONE;
 }
 
-trx_t *CommonApi::start_transaction(uint64_t snapshot_donor) {
-  THD *thd = current_thd;
+Snapshot CommonApi::start_transaction(THD *thd, uint32_t snapshot_donor) {
   trx_t *trx = thd_to_trx(thd);
   host::start_read_transaction(trx);
+  // An error that is there already would hide those of the steps to come.
   thd->clear_error();
-  copy_or_assign_read_view(trx, snapshot_donor);
-  const Diagnostics_area *state = thd->get_stmt_da();
-  const bool failed =
-      state->is_error() && state->mysql_errno() != ER_NO_SUCH_THREAD;
-  return failed ? nullptr : trx;
+  return copy_or_assign_read_view(trx, snapshot_donor);
 }
 
-bool CommonApi::has_snapshot(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
+bool CommonApi::has_snapshot(THD *thd) {
   const trx_t *trx = transaction_of(thd);
-  return trx != nullptr && trx->isolation_level != TRX_ISO_READ_UNCOMMITTED &&
-         MVCC::is_view_active(trx->read_view);
+  return trx != nullptr && reads_under_view(trx);
 }
 
-uint32_t CommonApi::make_donor(void *my_thd) {
-  THD *thd = static_cast<THD *>(my_thd);
-  // A session that has not used InnoDB has none.
+uint32_t CommonApi::make_donor(THD *thd) {
+  // Makes the transaction: the session has not used InnoDB.
   trx_t *trx = check_trx_exists(thd);
   host::start_read_transaction(trx);
   // A server that takes no changes has no views and needs none.
@@ -224,13 +234,13 @@ uint32_t CommonApi::make_donor(void *my_thd) {
   return thd->thread_id();
 }
 
-void *CommonApi::drop_donor(uint32_t id) {
+THD *CommonApi::drop_donor(uint32_t id) {
   THD *thd = take_own_donor(id);
   if (thd == nullptr) return nullptr;
-  // A transaction is ended in its own session only.
+  // Only its own session may end a transaction.
   thd_attach(thd, nullptr);
-  // No statement has told the server of the transaction, so it would not end
-  // it.
+  // The server does not know of the transaction, since no statement began it,
+  // and would not end it.
   trx_commit_for_mysql(transaction_of(thd));
   return thd;
 }

@@ -43,8 +43,8 @@ struct Instruments {
                                      {0, "closing", 0, ""}};
 };
 
-// The server keeps what was registered, also when the plug-in is loaded again:
-// the same names then get the same keys.
+// The server keeps what was registered. When the plug-in is loaded again, the
+// same names get the same keys.
 const Instruments &instruments() {
   static const Instruments registered;
   return registered;
@@ -59,7 +59,7 @@ PSI_thread *create(Session_role role) {
 
 void destroy(PSI_thread *row) {
   if (row == nullptr) return;
-  // Whoever has it bound puts back the one before.
+  // The Bound that bound it puts back the row before it.
   if (PSI_THREAD_CALL(get_thread)() == row) {
     PSI_THREAD_CALL(set_thread)(nullptr);
   }
@@ -82,7 +82,7 @@ Bound::Bound(const THD *session)
 Bound::~Bound() {
   if (!rebinds_) return;
   PSI_THREAD_CALL(set_thread)(previous_);
-  // The server gives a thread without a row no name.
+  // Binding a row names the thread after it; binding none leaves that name.
   pthread_setname_np(pthread_self(), thread_name_);
 }
 

@@ -24,7 +24,7 @@
 struct PSI_thread;
 class THD;
 
-/** Whom a session serves; its row is called after it. */
+/** Whom a session serves; the row's name says it. */
 enum class Session_role { CURSOR, WORKER };
 
 namespace thread_row {
@@ -33,14 +33,14 @@ namespace thread_row {
     says what it waits for. */
 enum class State { OPENING, OPEN, READING, CLOSING };
 
-/** @return a row, null where there is none to be had */
+/** @return a row, null without performance_schema */
 PSI_thread *create(Session_role role);
 
 /** The row ends; its session is gone. */
 void destroy(PSI_thread *row);
 
-/** Binds a row to the calling thread, and then the one that was bound before. A
-    null row leaves that in place. */
+/** Binds a row to the calling thread for as long as it lives; then the row that
+    was bound before is bound again. A null row changes nothing. */
 class Bound {
  public:
   explicit Bound(PSI_thread *row);
@@ -50,7 +50,7 @@ class Bound {
   Bound(const Bound &) = delete;
   Bound &operator=(const Bound &) = delete;
 
-  /** The session exists: the row gets its id and becomes its own. */
+  /** Make this the row of a session: the row gets the session's id. */
   void give_to(THD *session) const;
   /** What the session works on, until it is idle. Null names are left out. */
   void tell(const char *db_name, const char *info) const;

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A parallel read takes its snapshot meanwhile.
+// Not beside a parallel read, which may be taking its snapshot.
 using Any_use = Handle_use<CursorWrapper, Use::ALONE>;
 
 constexpr unsigned int no_handle = ER_WRONG_ARGUMENTS;
@@ -49,7 +49,7 @@ bool cursor_progress(uintptr_t handle, uint64_t *rows, uint64_t *pages,
 int cursor_snapshot(uintptr_t cursor) {
   const Any_use use(cursor);
   if (!use) return 0;
-  if (use->has_donors_snapshot) return 1;
+  if (use->first_snapshot == Snapshot::DONORS) return 1;
   return CommonApi::has_snapshot(use->thd) ? 2 : 0;
 }
 

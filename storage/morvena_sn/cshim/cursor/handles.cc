@@ -33,17 +33,15 @@ constexpr auto store_visible_after = 10ms;
 std::mutex open_handles_mutex;
 std::unordered_set<CursorWrapper *> open_handles;  // under open_handles_mutex
 
-bool register_membarrier() {
-  return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0,
-                 0) == 0;
+bool membarrier(int command) {
+  return syscall(SYS_membarrier, command, 0, 0) == 0;
 }
-
-const bool membarrier_registered = register_membarrier();
 
 // Every thread's earlier stores are visible here when this returns.
 void pass_barrier_in_every_thread() {
-  if (membarrier_registered &&
-      syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0) {
+  // The kernel wants to know beforehand that the process will ask.
+  if (membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) &&
+      membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED)) {
     return;
   }
   std::this_thread::sleep_for(store_visible_after);
@@ -56,13 +54,13 @@ void unlist(CursorWrapper *wrapper) {
 
 void release(CursorWrapper *wrapper) {
   wrapper->calls->unlist();
-  const thread_row::Bound row(static_cast<THD *>(wrapper->thd));
+  const thread_row::Bound row(wrapper->thd);
   row.enter(thread_row::State::CLOSING);
   counters::add(Tally::CURSORS_OPEN, -1);
   CommonApi::thd_attach(wrapper->thd, nullptr);
   wrapper->drop_cursor();
   wrapper->state.failure.end();
-  CommonApi::unlock_table(wrapper->thd, wrapper->table, HDL_READ);
+  CommonApi::unlock_table(wrapper->thd, wrapper->table);
   CommonApi::close_thd(wrapper->thd);
 }
 
@@ -84,32 +82,11 @@ std::vector<CursorWrapper *> take_open_handles() {
   return handles;
 }
 
-// The sessions have been interrupted. A call that does not come back keeps its
-// cursor: taking that away would crash the server for certain.
-void close_leftover_handles() {
-  for (const uint32_t donor : CommonApi::donors()) close_donor(donor);
-  std::vector<CursorWrapper *> ours;
-  for (CursorWrapper *wrapper : take_open_handles()) {
-    if (wrapper->open.exchange(false)) ours.push_back(wrapper);
-  }
-  if (ours.empty()) return;
-  pass_barrier_in_every_thread();
-  const auto give_up = std::chrono::steady_clock::now() + call_limit;
-  for (CursorWrapper *wrapper : ours) {
-    if (wait_for_calls(wrapper, give_up)) release(wrapper);
-  }
-}
-
-const bool cleanup_is_set = [] {
-  CommonApi::set_last_cleanup(close_leftover_handles);
-  return true;
-}();
-
 }  // namespace
 
 Call::Call(CursorWrapper *wrapper) : wrapper_(wrapper) {
   wrapper->state.failure.clear();
-  // Known only until its session gives way to the cursor's.
+  // Ask before the cursor's session becomes the thread's.
   const uint32_t client = CommonApi::calling_client();
   CommonApi::thd_attach(wrapper->thd, nullptr);
   may_go_on_ = wrapper->calls->begin(client);
@@ -131,9 +108,24 @@ void list_handle(CursorWrapper *wrapper) {
   open_handles.insert(wrapper);
 }
 
-bool close_handle(CursorWrapper *wrapper) {
-  if (!wrapper->open.exchange(false)) return false;
+void close_handle(CursorWrapper *wrapper) {
+  if (!wrapper->open.exchange(false)) return;
   unlist(wrapper);
   release(wrapper);
-  return true;
+}
+
+// A call that does not come back keeps its cursor: taking that away would crash
+// the server for certain.
+void close_leftover_handles() {
+  for (const uint32_t donor : CommonApi::donors()) close_donor(donor);
+  std::vector<CursorWrapper *> ours;
+  for (CursorWrapper *wrapper : take_open_handles()) {
+    if (wrapper->open.exchange(false)) ours.push_back(wrapper);
+  }
+  if (ours.empty()) return;
+  pass_barrier_in_every_thread();
+  const auto give_up = std::chrono::steady_clock::now() + call_limit;
+  for (CursorWrapper *wrapper : ours) {
+    if (wait_for_calls(wrapper, give_up)) release(wrapper);
+  }
 }

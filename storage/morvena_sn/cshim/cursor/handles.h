@@ -20,6 +20,10 @@
 
 #include "common/call_state.h"
 #include "common/calls.h"
+#include "common/snapshot.h"
+
+class THD;
+struct TABLE;
 
 enum class Handle_kind : uint32_t { INDEX_CURSOR = 0x1dcc, SEQSCAN = 0x5eca };
 
@@ -32,45 +36,46 @@ enum class Use : uint32_t {
 
 /** What a cursor is made on. */
 struct Opened {
-  void *thd;             // attached
-  void *table;           // locked
+  THD *thd;              // attached
+  TABLE *table;          // locked
   Session_calls *calls;  // of the session
-  uint32_t donor;        // whose snapshot is wanted, 0: none
+  Snapshot snapshot;     // of the session's transaction
 };
 
 /**
   The part that all wrappers share. It owns its session and, through it, the
   locked table.
 
-  A call enters before it looks at anything else; one that finds others inside
-  with whom it cannot be answers with its failure result. The closing at
-  shutdown clears open and then waits for whoever is inside: whichever comes
-  second sees the other.
+  A call enters before it looks at anything else. If others are inside beside
+  whom it cannot run, it answers with its failure result. The closing at
+  shutdown clears `open` and then waits until nobody is inside: of a call and
+  the closing, whichever comes second sees the other.
 
-  Typed reads, of which there are many to a row, only raise reads_value, a plain
-  store, and look whether anybody is inside. For them the closing has every
-  thread pass a memory barrier. They are no obstacle to each other.
+  Typed reads are many to a row. They only set reads_value, with a plain store,
+  and look whether anybody is inside; to see them the closing lets every thread
+  pass a memory barrier. They do not keep each other out.
 */
 struct CursorWrapper {
   CursorWrapper(Handle_kind handle_kind, const Opened &opened)
       : thd(opened.thd),
         table(opened.table),
         kind(handle_kind),
-        calls(opened.calls) {}
+        calls(opened.calls),
+        first_snapshot(opened.snapshot) {}
   virtual ~CursorWrapper() = default;
   /** Destroy the cursor; its session is attached. */
   virtual void drop_cursor() = 0;
 
   /** @return whether a call may go on. */
-  bool enter(Use use);
+  [[nodiscard]] bool enter(Use use);
   void leave(Use use);
 
-  void *thd;
-  void *table;
+  THD *const thd;
+  TABLE *const table;
   const Handle_kind kind;
   Session_calls *const calls;
+  const Snapshot first_snapshot;         // from the opening
   Call_state state;                      // of the last call
-  bool has_donors_snapshot = false;      // else the cursor's own, if any
   std::atomic<bool> open{true};          // cleared once, by whoever closes
   std::atomic<uint32_t> inside{0};       // sum of the uses
   std::atomic<bool> reads_value{false};  // release at the end of a typed read
@@ -103,9 +108,13 @@ inline void CursorWrapper::leave(Use use) {
 /** List an open wrapper. May throw std::bad_alloc. */
 void list_handle(CursorWrapper *wrapper);
 
-/** Close an open handle: cursor, table, session. @return false if it was closed
-    already */
-bool close_handle(CursorWrapper *wrapper);
+/** Close a handle: cursor, table, session. Nothing for one that is closed. */
+void close_handle(CursorWrapper *wrapper);
+
+/** Close the handles and snapshots that an embedder has left open. The sessions
+    have been interrupted; a call that does not return in time keeps its cursor.
+ */
+void close_leftover_handles();
 
 /** A handle's wrapper; null for a null handle and one of another kind.
     CursorWrapper itself stands for all kinds. */
@@ -178,7 +187,7 @@ class Call {
   bool may_go_on_;
 };
 
-/** The same for a typed read. */
+/** The use of a handle for the length of a typed read. */
 template <class Wrapper>
 class Value_use {
  public:

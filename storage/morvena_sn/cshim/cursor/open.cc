@@ -22,7 +22,7 @@ void report(const Open_report &to, uint error, const char *text) {
   if (to.message != nullptr) memcpy(to.message, text, strlen(text) + 1);
 }
 
-void report_session(const Open_report &to, void *thd) {
+void report_session(const Open_report &to, THD *thd) {
   char text[MYSQL_ERRMSG_SIZE];
   char *message = to.message != nullptr ? to.message : text;
   const uint error = CommonApi::get_last_error(thd, message);
@@ -30,30 +30,30 @@ void report_session(const Open_report &to, void *thd) {
 }
 
 // What the session's row in performance_schema.threads says of the cursor. The
-// names may be of any kind: they are looked at later.
+// names are not checked yet.
 void tell(const thread_row::Bound &row, const Open_request &request) {
   const auto or_empty = [](const char *name) { return name ? name : ""; };
   char text[2 * NAME_LEN + 64];
   if (request.index_name != nullptr) {
     snprintf(text, sizeof text, "cursor on %.*s index %.*s donor %u", NAME_LEN,
              or_empty(request.table_name), NAME_LEN, request.index_name,
-             request.donor);
+             request.snapshot_donor);
   } else {
     snprintf(text, sizeof text, "cursor on %.*s donor %u", NAME_LEN,
-             or_empty(request.table_name), request.donor);
+             or_empty(request.table_name), request.snapshot_donor);
   }
   row.tell(request.db_name, text);
 }
 
-// A session that a step after it may leave through, with or without a table.
+// What an opening holds. The destructor gives it back when a step has failed.
 class Opening {
  public:
-  explicit Opening(void *thd) : thd_(thd) {}
+  explicit Opening(THD *thd) : thd_(thd) {}
   ~Opening() {
     if (calls_ != nullptr) calls_->unlist();
     delete calls_;
     if (thd_ == nullptr) return;
-    if (table_ != nullptr) CommonApi::unlock_table(thd_, table_, HDL_READ);
+    if (table_ != nullptr) CommonApi::unlock_table(thd_, table_);
     CommonApi::close_thd(thd_);
   }
   Opening(const Opening &) = delete;
@@ -62,59 +62,62 @@ class Opening {
   // A client that gives its own snapshot has the cursor read for it: its kill
   // ends the cursor's calls on any thread.
   void begin_call(uint32_t client, uint32_t donor) {
-    THD *thd = static_cast<THD *>(thd_);
-    calls_ = new Session_calls(thd, client == donor ? client : 0);
+    calls_ = new Session_calls(thd_, client == donor ? client : 0);
     calls_->mark_opening(true);
     calls_->begin(client);
     calls_->list();
   }
   bool open_and_lock(const Open_request &request) {
-    // Of the session's last user it would be another's.
+    // The session has the timeout of its last user.
     CommonApi::set_lock_wait_timeout(thd_, request.timeout_sec);
-    table_ = CommonApi::open_table(thd_, request.db_name, request.table_name,
-                                   HDL_READ);
+    table_ = CommonApi::open_table(thd_, request.db_name, request.table_name);
     return table_ != nullptr &&
-           !CommonApi::lock_table(thd_, table_, HDL_READ, request.timeout_sec);
+           !CommonApi::lock_table(thd_, table_, request.timeout_sec);
   }
-  CursorWrapper *make_wrapper(const Make_wrapper &make, uint32_t donor) {
-    const bool gives_one = donor != 0;
-    std::unique_ptr<CursorWrapper> wrapper(
-        make({thd_, table_, calls_, gives_one ? donor : 0}));
+  CursorWrapper *make_wrapper(const Open_request &request, Make_wrapper make) {
+    const Snapshot snapshot =
+        CommonApi::start_transaction(thd_, request.snapshot_donor);
+    if (snapshot == Snapshot::FAILED) return nullptr;
+    std::unique_ptr<CursorWrapper> wrapper =
+        make(request, {thd_, table_, calls_, snapshot});
     if (wrapper == nullptr) return nullptr;
-    wrapper->has_donors_snapshot = gives_one && CommonApi::has_snapshot(thd_);
     list_handle(wrapper.get());
+    // No failure of the opening: the error is there to be looked at.
+    if (snapshot == Snapshot::UNKNOWN_DONOR) {
+      my_error(ER_NO_SUCH_THREAD, MYF(0), ulong{request.snapshot_donor});
+    }
     calls_->mark_opening(false);
     calls_->end(false);
     calls_ = nullptr;
     thd_ = nullptr;
     return wrapper.release();
   }
-  void *session_of_donor() { return std::exchange(thd_, nullptr); }
+  THD *session_of_donor() { return std::exchange(thd_, nullptr); }
 
  private:
-  void *thd_;
-  void *table_ = nullptr;
+  THD *thd_;
+  TABLE *table_ = nullptr;
   Session_calls *calls_ = nullptr;
 };
 
 // A kill may leave no error of its own behind.
-void report_failure(const Open_report &to, void *thd) {
-  THD *session = static_cast<THD *>(thd);
-  if (!session->is_error() && session->killed != THD::NOT_KILLED) {
+void report_failure(const Open_report &to, THD *thd) {
+  if (!thd->is_error() && thd->killed != THD::NOT_KILLED) {
     my_error(ER_QUERY_INTERRUPTED, MYF(0));
   }
-  if (!session->is_error()) my_error(ER_UNKNOWN_ERROR, MYF(0));
+  if (!thd->is_error()) my_error(ER_UNKNOWN_ERROR, MYF(0));
   report_session(to, thd);
 }
 
-uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
-                  const Make_wrapper &make, const Open_report &to) {
-  const thread_row::Bound row(static_cast<THD *>(thd));
+uintptr_t open_in(THD *thd, uint32_t client, const Open_request &request,
+                  Make_wrapper make, const Open_report &to) {
+  const thread_row::Bound row(thd);
   Opening opening(thd);
   try {
     CommonApi::thd_attach(thd, nullptr);
-    opening.begin_call(client, request.donor);
-    // The shutdown interrupts what it finds listed, and is seen here otherwise.
+    opening.begin_call(client, request.snapshot_donor);
+    // A shutdown that begins after this finds the call listed and interrupts
+    // it; one that began before is seen here.
     if (!CommonApi::server_is_available()) {
       report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
       return 0;
@@ -122,7 +125,7 @@ uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
     tell(row, request);
     row.enter(thread_row::State::OPENING);
     CursorWrapper *wrapper = opening.open_and_lock(request)
-                                 ? opening.make_wrapper(make, request.donor)
+                                 ? opening.make_wrapper(request, make)
                                  : nullptr;
     if (wrapper != nullptr) {
       row.enter(thread_row::State::OPEN);
@@ -137,8 +140,9 @@ uintptr_t open_in(void *thd, uint32_t client, const Open_request &request,
   return 0;
 }
 
-void *create_session() {
+THD *create_session() {
   try {
+    CommonApi::set_last_cleanup(close_leftover_handles);
     CommonApi::guard_shutdown();
     return CommonApi::create_thd();
   } catch (...) {
@@ -147,10 +151,11 @@ void *create_session() {
 }
 
 // @return a session, null with the reason reported
-void *session_for(const Open_report &to) {
+THD *session_for(const Open_report &to) {
   if (to.error != nullptr) *to.error = 0;
-  // The callback's worker holds pages, under which the host opens no table: it
-  // may have to read its definition and to store statistics about it.
+  // The callback's worker holds a page. The server must not open a table
+  // meanwhile: it may have to read the table's definition and to store
+  // statistics about it.
   if (in_callback()) {
     report(to, ER_NOT_SUPPORTED_YET,
            "Cannot open a cursor inside the callback of a parallel read");
@@ -160,12 +165,13 @@ void *session_for(const Open_report &to) {
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
     return nullptr;
   }
-  void *thd = create_session();
+  THD *thd = create_session();
   if (thd == nullptr) {
     report(to, ER_OOM, "Out of memory");
     return nullptr;
   }
-  // Now that the session is counted, the guard waits for it, or has begun.
+  // The session is counted: a shutdown that begins after this waits for it; one
+  // that began before is seen here.
   if (!CommonApi::server_is_available()) {
     CommonApi::close_thd(thd);
     report(to, ER_SERVER_ISNT_AVAILABLE, "Server isn't available");
@@ -176,10 +182,10 @@ void *session_for(const Open_report &to) {
 
 }  // namespace
 
-uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
+uintptr_t open_handle(const Open_request &request, Make_wrapper make,
                       const Open_report &to) {
   const uint32_t client = CommonApi::calling_client();
-  void *thd = session_for(to);
+  THD *thd = session_for(to);
   const uintptr_t handle =
       thd != nullptr ? open_in(thd, client, request, make, to) : 0;
   if (handle == 0) counters::count(Tally::REFUSALS);
@@ -187,11 +193,11 @@ uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
 }
 
 uint32_t open_donor(const Open_report &to) {
-  void *thd = session_for(to);
+  THD *thd = session_for(to);
   if (thd == nullptr) return 0;
   Opening opening(thd);
   try {
-    const thread_row::Bound row(static_cast<THD *>(thd));
+    const thread_row::Bound row(thd);
     row.tell(nullptr, "snapshot");
     const uint32_t id = CommonApi::make_donor(thd);
     row.enter(thread_row::State::OPEN);
@@ -204,6 +210,6 @@ uint32_t open_donor(const Open_report &to) {
 }
 
 void close_donor(uint32_t id) {
-  void *thd = CommonApi::drop_donor(id);
+  THD *thd = CommonApi::drop_donor(id);
   if (thd != nullptr) CommonApi::destroy_thd(thd);
 }

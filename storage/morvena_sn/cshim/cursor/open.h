@@ -3,14 +3,14 @@
 
 /**
   @file cursor/open.h
-  Opening a cursor of any kind: session, table, lock, cursor, and everything
-  back in reverse order when a step fails.
+  Opening a cursor of any kind: session, table, lock, snapshot, cursor. When a
+  step fails, everything is given back in reverse order.
 */
 
 #ifndef MORVENA_SN_CURSOR_OPEN_H
 #define MORVENA_SN_CURSOR_OPEN_H
 
-#include <functional>
+#include <memory>
 
 #include "common/thread_row.h"
 #include "cursor.h"
@@ -20,8 +20,9 @@
 struct Open_request {
   const char *db_name;
   const char *table_name;
-  const char *index_name;  // null: the whole table
-  uint32_t donor;
+  const char *index_name;   // null: the whole table
+  bool index_only;          // of a cursor on an index
+  uint32_t snapshot_donor;  // 0: none
   int timeout_sec;
 };
 
@@ -33,15 +34,17 @@ struct Open_report {
 
 /** Makes a cursor's wrapper; null when there is no such cursor, with the reason
     in the session's diagnostics area. May throw. */
-using Make_wrapper = std::function<CursorWrapper *(const Opened &opened)>;
+using Make_wrapper = std::unique_ptr<CursorWrapper> (*)(
+    const Open_request &request, const Opened &opened);
 
 /** @return the handle, 0 on failure. Throws nothing. */
-uintptr_t open_handle(const Open_request &request, const Make_wrapper &make,
-                      const Open_report &report);
+[[nodiscard]] uintptr_t open_handle(const Open_request &request,
+                                    Make_wrapper make,
+                                    const Open_report &report);
 
-/** The same for a session that is a donor of its own.
+/** Open a snapshot: a session of ours that is a donor.
     @return the id to name it by, 0 on failure. Throws nothing. */
-uint32_t open_donor(const Open_report &report);
+[[nodiscard]] uint32_t open_donor(const Open_report &report);
 /** Nothing for an id that names no such donor. */
 void close_donor(uint32_t id);
 
@@ -52,7 +55,7 @@ bool read_in_parallel(CursorWrapper *wrapper, Cursor *cursor, size_t n_threads,
                       Parallel_load_func fn, void *argument) {
   Call call(wrapper);
   if (!call) return false;
-  const thread_row::Reading row(static_cast<THD *>(wrapper->thd));
+  const thread_row::Reading row(wrapper->thd);
   if (fn == nullptr) {
     wrapper->state.failure.set_wrong_argument("a callback");
     return false;

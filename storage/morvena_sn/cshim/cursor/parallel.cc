@@ -4,8 +4,8 @@
 // The exported sequential-scan functions, and the reads of a batch.
 
 #include <algorithm>
-#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "common.h"
@@ -29,6 +29,12 @@ struct SeqCursorWrapper final : CursorWrapper {
   std::unique_ptr<SeqScanCursor> cursor;
 };
 
+std::unique_ptr<CursorWrapper> make_wrapper(const Open_request &,
+                                            const Opened &opened) {
+  return std::make_unique<SeqCursorWrapper>(opened,
+                                            SeqScanCursor::open(opened.table));
+}
+
 using Reader = ParallelIndexReader;
 using Scan_look = Handle_use<SeqCursorWrapper, Use::LOOK>;
 using Scan_use = Handle_use<SeqCursorWrapper, Use::ALONE>;
@@ -43,7 +49,7 @@ std::vector<const char *> names_of(uintptr_t handle) {
 
 ThreadCtx *batch(uintptr_t ctx) { return reinterpret_cast<ThreadCtx *>(ctx); }
 
-// A typed read of a batch. What the host's conversions throw must not pass
+// A typed read of a batch. What the server's conversions throw must not pass
 // through the callback, which may be C.
 template <class Read, class... Outputs>
 bool read_field(uintptr_t ctx, Read read, Outputs *...outputs) {
@@ -56,15 +62,9 @@ bool read_field(uintptr_t ctx, Read read, Outputs *...outputs) {
 uintptr_t open_seqscan_cursor(const char *db_name, const char *table_name,
                               uint32_t snapshot_donor, int timeout_sec,
                               unsigned int *error, char *message) {
-  const auto make = [&](const Opened &opened) -> CursorWrapper * {
-    std::unique_ptr<SeqScanCursor> cursor(
-        SeqScanCursor::open(static_cast<TABLE *>(opened.table), opened.donor));
-    if (cursor == nullptr) return nullptr;
-    return new SeqCursorWrapper(opened, std::move(cursor));
-  };
   return open_handle(
-      {db_name, table_name, nullptr, snapshot_donor, timeout_sec},
-      std::cref(make), {error, message});
+      {db_name, table_name, nullptr, false, snapshot_donor, timeout_sec},
+      make_wrapper, {error, message});
 }
 
 void close_seqscan_cursor(uintptr_t cursor) {

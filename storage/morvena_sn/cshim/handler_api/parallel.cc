@@ -8,7 +8,7 @@
 #include "handler_api.h"
 #include "innodb_api.h"
 
-bool IndexCursor::advance_parallel(size_t n_threads, Parallel_load_func load_cb,
+bool IndexCursor::advance_parallel(size_t n_threads, Parallel_load_func fn,
                                    void *argument) {
   if (bounds_ == Bounds::REFUSED) {
     state_->failure.set_wrong_argument("the range, which was refused");
@@ -19,6 +19,6 @@ bool IndexCursor::advance_parallel(size_t n_threads, Parallel_load_func load_cb,
   if (reader == nullptr) return false;
   if (bounds_ == Bounds::EMPTY) return true;
   reader->set_range_scan(from_, end_);
-  reader->set_load_cb(load_cb, argument);
+  reader->set_load_cb(fn, argument);
   return reader->run(n_threads);
 }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "handler_api.h"
+#include "handler_api/moment.h"
 #include "host/innodb.h"
 
 namespace {
@@ -22,6 +23,29 @@ enum Value_type : unsigned char {
   VALUE_TIME = 4,
   VALUE_TIMESTAMP = 5
 };
+
+// An impossible value is stored as the column's zero. So is one with a time
+// zone where the column has no date.
+void store_time(Field *field, const MYSQL_TIME &given) {
+  const MYSQL_TIME value = moment::in_common_form(given);
+  const bool has_zone = value.time_type == MYSQL_TIMESTAMP_DATETIME_TZ;
+  if (!moment::is_possible(value) ||
+      (has_zone && !is_temporal_type_with_date(field->type()))) {
+    field->reset();
+    return;
+  }
+  host::store_time(field, value);
+}
+
+void store_timestamp(Field *field, const timeval &value) {
+  const enum_field_types type = field->type();
+  if (type != MYSQL_TYPE_TIMESTAMP && type != MYSQL_TYPE_DATETIME) return;
+  if (!moment::is_possible(value, type)) {
+    field->reset();
+    return;
+  }
+  host::store_timestamp(field, value);
+}
 
 void store_value(Field *field, unsigned char type, const void *value,
                  int32_t bytes) {
@@ -37,28 +61,28 @@ void store_value(Field *field, unsigned char type, const void *value,
                    static_cast<size_t>(bytes), &my_charset_bin);
       break;
     case VALUE_TIME:
-      host::store_time(field, *static_cast<const MYSQL_TIME *>(value));
+      store_time(field, *static_cast<const MYSQL_TIME *>(value));
       break;
     case VALUE_TIMESTAMP:
-      host::store_timestamp(field, *static_cast<const timeval *>(value));
+      store_timestamp(field, *static_cast<const timeval *>(value));
       break;
     default:
-      // The column keeps what the row buffer holds, but a large object's
-      // pointer there may outlive its memory.
+      // The column keeps what the row buffer holds. For a large value that is
+      // a pointer to memory that may be gone.
       if (field->is_flag_set(BLOB_FLAG)) field->reset();
       break;
   }
 }
 
-// What can be known of a value without looking at it.
+// Whether there is a value, as far as that shows without reading it.
 bool is_given(const void *value, unsigned char type, int32_t bytes) {
   if (value != nullptr || bytes < 0) return true;
   if (type == VALUE_BYTES) return bytes == 0;
   return type < VALUE_INT || type > VALUE_TIMESTAMP;
 }
 
-// Parts beyond the declared ones are ignored: the handler would take the bits
-// of those that InnoDB appends for parts of the image.
+// Parts beyond the declared ones are ignored: the handler would look for the
+// columns that InnoDB appends in the key image, which lacks them.
 key_part_map map_of_leading_parts(uint32_t n_parts, const KEY *key) {
   const uint32_t n = std::min(n_parts, key->user_defined_key_parts);
   return (key_part_map{1} << n) - 1;
@@ -74,7 +98,7 @@ void swap_sets(TABLE *table, std::vector<my_bitmap_map> *sets) {
 
 }  // namespace
 
-// The end of a range is silent.
+// The end of a range is no failure.
 bool IndexCursor::no_row(int error) {
   if (error == 0) return false;
   if (error != HA_ERR_END_OF_FILE && error != HA_ERR_KEY_NOT_FOUND) {
@@ -85,8 +109,8 @@ bool IndexCursor::no_row(int error) {
   return true;
 }
 
-// In the host's words. The statement's error is the call's alone: the next one
-// begins without it.
+// Reports an error in the server's words. The statement's error belongs to this
+// call, so it is cleared for the next one.
 void IndexCursor::fail(int error) {
   THD *thd = table()->in_use;
   if (thd->killed != THD::NOT_KILLED) {
@@ -114,7 +138,7 @@ size_t IndexCursor::create_key(const field_arg *arg, uchar *keybuf) {
     }
     image_bytes += part.store_length;
     if (arg->len[i] < 0) {
-      // Keys are compared byte by byte.
+      // Keys are compared byte by byte: those of NULL have to be equal.
       field->reset();
       field->set_null();
       continue;
@@ -172,8 +196,8 @@ key_range *IndexCursor::make_bound(key_range *bound, const field_arg *arg,
   return bound;
 }
 
-// The handler decides which columns to fetch when an index scan starts. A set
-// that changed since it last positioned starts the scan anew.
+// The handler decides which columns to fetch when an index scan starts. If a
+// set has changed since it last positioned, the scan is started again.
 int IndexCursor::refresh_columns() {
   const my_bitmap_map *read_set = table()->read_set->bitmap;
   const my_bitmap_map *write_set = table()->write_set->bitmap;
@@ -185,7 +209,7 @@ int IndexCursor::refresh_columns() {
     return 0;
   }
   forget_row_columns();
-  // The handler looks by itself at the first read.
+  // Before its first read a scan looks at the sets by itself.
   handler *file = table()->file;
   const bool is_fresh = first_read && file->inited == handler::INDEX;
   columns_read_.clear();
@@ -224,7 +248,7 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   equal_range_ = from_ != nullptr && end_ != nullptr &&
                  from_->keypart_map == end_->keypart_map &&
                  memcmp(from_->key, end_->key, image_bytes(*from_)) == 0;
-  // The host compares an array with a value for membership, not for order.
+  // The server compares an array with a value for membership, not for order.
   if ((key()->flags & HA_MULTI_VALUED_KEY) != 0 && !equal_range_ &&
       (from_ != nullptr || end_ != nullptr)) {
     state_->failure.raise(
@@ -244,9 +268,9 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   return !has_row_;
 }
 
-// What was reported before, an unknown donor or a bound that the column does
-// not take, is no error of the rows, and the handler would take it for one
-// where it computes virtual columns.
+// Clears what was reported before: an unknown donor, or a bound that the column
+// does not take. Where the handler computes virtual columns it would take that
+// for a failure of theirs.
 bool IndexCursor::find_row() {
   table()->in_use->clear_error();
   if (const int error = refresh_columns()) return !no_row(error);
@@ -257,8 +281,8 @@ bool IndexCursor::find_row() {
 int IndexCursor::position() {
   if (equal_range_) return find_key(from_, HA_READ_KEY_EXACT);
   if (reverse_) return position_reverse();
-  // The handler compares and converts as many bytes as a bound says it has:
-  // NULL parts count for it.
+  // The handler compares and converts as many bytes as a bound says it has, so
+  // those of NULL parts have to be counted.
   key_range whole[2];
   const key_range *bounds[2] = {from_, end_};
   for (int i = 0; i < 2; ++i) {
@@ -275,16 +299,16 @@ uint IndexCursor::image_bytes(const key_range &bound) const {
   return calculate_key_len(table(), index, bound.keypart_map);
 }
 
-// Without an end bound the last row is not compared with the begin bound; the
-// next step is.
+// Without an end bound the last row of the index comes first. It is not
+// compared with the begin bound; the row of the next step is.
 int IndexCursor::position_reverse() {
   if (end_ != nullptr) return find_key(end_, end_->flag);
   table()->file->set_end_range(nullptr, handler::RANGE_SCAN_ASC);
   return table()->file->ha_index_last(table()->record[0]);
 }
 
-// The handler remembers the end of its last forward range, and the rows fetched
-// ahead would stop there.
+// The handler remembers the end of its last forward range. Rows fetched ahead
+// would stop there, so it is taken away.
 int IndexCursor::find_key(const key_range *bound, ha_rkey_function flag) {
   handler *file = table()->file;
   file->set_end_range(nullptr, handler::RANGE_SCAN_ASC);
@@ -322,8 +346,8 @@ bool IndexCursor::every_partition_has_passed() {
   return std::find(passed_.begin(), passed_.end(), false) == passed_.end();
 }
 
-// The handler is asked no more once the range has ended or failed: it may have
-// no position then, and steps from wherever it last was, or stops the server.
+// Once the range has ended or failed the handler is not asked again: without a
+// position it steps from wherever it last was, or stops the server.
 bool IndexCursor::advance() {
   if (has_row_) has_row_ = next_row();
   count_row();
@@ -331,8 +355,8 @@ bool IndexCursor::advance() {
   return !has_row_;
 }
 
-// The end of a range tells the process's counters what has come of it. A cursor
-// is used by one thread at a time: others only look at its progress.
+// At the end of a range its rows are added to the process's counters. A cursor
+// is used by one thread at a time; others only look at its progress.
 void IndexCursor::count_row() {
   if (!has_row_) {
     rows_read_.flush();
@@ -349,8 +373,9 @@ void IndexCursor::count_row() {
 // cursor does not: nobody knows when its next step comes.
 void IndexCursor::let_others_in() { host::leave_innodb(trx_); }
 
-// The handler fetches the columns that it positioned with, and computes virtual
-// ones by the sets of the moment.
+// The handler fetches the columns of the sets that it positioned with, but
+// computes virtual columns by the present sets. For the step it gets the
+// former.
 bool IndexCursor::next_row() {
   if (!table()->has_gcol()) return step();
   swap_sets(table(), &columns_read_);

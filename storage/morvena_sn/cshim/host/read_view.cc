@@ -1,9 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Copies of read views on hosts that cannot make them. The members that the
-// copy needs are private in the host; an explicit template instantiation may
-// name them.
+// Copies of read views. The members that the copy needs are private in InnoDB;
+// an explicit template instantiation may name them.
 
 #include "host/read_view.h"
 
@@ -43,7 +42,8 @@ EXPOSE(Mvcc_views, &MVCC::m_views);
 
 #undef EXPOSE
 
-// From InnoDB's own stock: at shutdown it frees views with its own allocator.
+// InnoDB keeps unused views, and at shutdown it frees them with its own
+// allocator: a copy comes from there, or is made by that allocator.
 ReadView *take_unused_view() {
   auto &unused = trx_sys->mvcc->*member(Mvcc_free{});
   ReadView *view = UT_LIST_GET_FIRST(unused);
@@ -52,25 +52,6 @@ ReadView *take_unused_view() {
     return view;
   }
   return ut::new_withkey<ReadView>(UT_NEW_THIS_FILE_PSI_KEY);
-}
-
-// A host may have been patched to offer the two operations itself. A stock one
-// leaves the templates out, and the calls go to the functions that take
-// anything.
-[[maybe_unused]] bool host_clones(...) { return false; }
-template <class View>
-auto host_clones(const View *from, View **to, trx_t *creator)
-    -> decltype(from->clone(*to, creator), bool()) {
-  from->clone(*to, creator);
-  return true;
-}
-
-[[maybe_unused]] bool host_inserts(...) { return false; }
-template <class Views>
-auto host_inserts(Views *views, ReadView *view, const ReadView *after)
-    -> decltype(views->view_insert_after(view, after), bool()) {
-  views->view_insert_after(view, after);
-  return true;
 }
 
 }  // namespace
@@ -83,12 +64,11 @@ bool find_open_view(ReadView *tagged, const ReadView **open) {
   return !(tagged->*member(View_closed{}));
 }
 
-void clone_read_view(const ReadView *from, ReadView *&to, trx_t *creator) {
-  if (host_clones(from, &to, creator)) return;
+ReadView *clone_read_view(const ReadView *from) {
+  ReadView *copy = take_unused_view();
+  if (copy == nullptr) return nullptr;
   // Debug builds of 8.0 and 8.4 keep a further number, m_view_low_limit_no, for
   // a status variable alone; the copy leaves it.
-  ReadView *copy = take_unused_view();
-  if (copy == nullptr) return;
   const auto &ids = from->*member(View_ids{});
   const trx_id_t *first = ids.*member(Ids_pointer{});
   (copy->*member(View_ids{}).*member(Ids_assign{}))(
@@ -98,19 +78,19 @@ void clone_read_view(const ReadView *from, ReadView *&to, trx_t *creator) {
   copy->*member(View_low_limit_no{}) = from->*member(View_low_limit_no{});
   copy->*member(View_creator{}) = from->*member(View_creator{});
   copy->*member(View_closed{}) = false;
-  to = copy;
+  return copy;
 }
 
 void insert_view_after(MVCC *mvcc, ReadView *view, const ReadView *after) {
-  if (host_inserts(mvcc, view, after)) return;
   UT_LIST_INSERT_AFTER(mvcc->*member(Mvcc_views{}),
                        const_cast<ReadView *>(after), view);
 }
 
 bool purge_has_passed(const ReadView *view) {
   host::s_lock(&purge_sys->latch, 0);
-  // The number alone may stand still where purge waits for transactions' names
-  // to be written; both ends of a view grow with its age.
+  // Of two views the later one has the higher numbers. low_limit_no() alone is
+  // not enough: purge keeps it back while it waits for transactions' names to
+  // be written.
   const ReadView &purges = purge_sys->view;
   const bool passed = view->low_limit_no() < purges.low_limit_no() ||
                       view->low_limit_id() < purges.low_limit_id();

@@ -3,9 +3,9 @@
 
 /**
   @file host/read_view.h
-  What a stock host lacks of read views: making a copy of one that is open in
-  another transaction, and linking it into the list of open views, so that purge
-  keeps what the copy sees.
+  What InnoDB does not offer for read views: making a copy of one that is open
+  in another transaction, and linking it into the list of open views, so that
+  purge keeps what the copy sees.
 */
 
 #ifndef MORVENA_SN_HOST_READ_VIEW_H
@@ -13,22 +13,22 @@
 
 class MVCC;
 class ReadView;
-struct trx_t;
 
 namespace host {
 
 /** Whether a transaction's view pointer leads to an open view; *open is the
-   view then. Closing without the mutex tags the pointer and closes the view one
-    after the other: either alone says closed. The caller holds the mutex of the
-    transaction system. */
-bool find_open_view(ReadView *tagged, const ReadView **open);
+    view then. Without the mutex, closing tags the pointer and sets the view's
+    flag in two steps: the view counts as closed if either is set. The caller
+    holds the mutex of the transaction system. */
+[[nodiscard]] bool find_open_view(ReadView *tagged, const ReadView **open);
 
 /**
-  Make `to` a copy of an open view, with the same creator: the creator's own
-  changes are visible through it. The copy is not in the list of open views yet.
-  The caller holds the mutex of the transaction system; `to` is null.
+  Copy an open view, with the same creator: the creator's own changes are
+  visible through the copy, which is not in the list of open views yet. The
+  caller holds the mutex of the transaction system. @return the copy, null
+  without memory
 */
-void clone_read_view(const ReadView *from, ReadView *&to, trx_t *creator);
+[[nodiscard]] ReadView *clone_read_view(const ReadView *from);
 
 /** Link a copy directly after the view it was made from, which keeps the list's
     order. The caller holds the mutex of the transaction system. */
@@ -36,7 +36,7 @@ void insert_view_after(MVCC *mvcc, ReadView *view, const ReadView *after);
 
 /** Whether purge has removed what a linked view needs. The caller holds no
    mutex of the transaction system and no lock-system latch. */
-bool purge_has_passed(const ReadView *view);
+[[nodiscard]] bool purge_has_passed(const ReadView *view);
 
 }  // namespace host
 

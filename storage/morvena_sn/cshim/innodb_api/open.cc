@@ -108,6 +108,7 @@ bool take_snapshot(trx_t *trx) {
   if (trx->isolation_level == TRX_ISO_READ_UNCOMMITTED) return true;
   if (MVCC::is_view_active(trx->read_view)) return true;
   counters::count(Tally::SNAPSHOTS_TAKEN);
+  host::start_read_transaction(trx);
   return trx_assign_read_view(trx) != nullptr;
 }
 
