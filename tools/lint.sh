@@ -3,6 +3,7 @@
 #
 #   tools/lint.sh formatted       are they formatted? Shows what is not
 #   tools/lint.sh format          formats them
+#   tools/lint.sh links           do the links of the documents lead somewhere?
 #   tools/lint.sh tidy [FILE...]  clang-tidy with the checks of .clang-tidy, on
 #                                 these files or on all of the module and the
 #                                 examples; $BUILD/cmake has the compile commands
@@ -71,6 +72,7 @@ tidy() {
 case ${1-} in
   formatted) clang_format --dry-run -Werror ;;
   format) clang_format -i ;;
+  links) xargs tools/links.py <<<"$(sources '*.md')" ;;
   tidy) tidy "${@:2}" ;;
   *)
     sed -n '2,/^set /s/^#//p' "$0"
