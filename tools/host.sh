@@ -33,7 +33,11 @@ apt=$host/apt   # apt's private lists, cache and status
 cshim=$repo/storage/morvena_sn/cshim
 current_step=
 
-say() { printf 'host: %s\n' "$*"; }
+said=
+say() {
+  said=yes
+  printf 'host: %s\n' "$*"
+}
 
 die() {
   current_step=
@@ -455,6 +459,7 @@ if [[ ${1-} = version ]]; then
   exit
 fi
 mkdir -p "$host/stamp" "$host/log"
+[[ -e $host/version ]] || said=yes # the first time it says that all is ready
 need_tools
 recall_tree
 if [[ -n ${HOST_SOURCE:-}${HOST_BUILD:-}${HOST_MYSQLD:-} ]]; then
@@ -471,4 +476,4 @@ write_exports
 need_same_mode
 link_component
 write_tree
-say "MySQL $(cat "$host/version") is ready in $host"
+[[ -z $said ]] || say "MySQL $(cat "$host/version") is ready in $host"
