@@ -31,7 +31,8 @@ define build
 @set -o pipefail; ninja -C $(cmake) -j $(JOBS) $(1) | tools/quiet_ninja.sh
 endef
 
-.PHONY: all host plugin everything server stop demo test soak bench clean format lint help
+.PHONY: all host plugin everything server stop demo test soak bench install \
+  flags flags-compile flags-link clean format lint help
 .NOTPARALLEL:
 
 all: plugin
@@ -73,6 +74,19 @@ soak: host
 	$(call build,plugin soak)
 	@tests/soak/soak.sh $(folder)/test/soak
 
+# PREFIX=dir: the header, the plug-in and a CMake package.
+install: plugin
+	@test -n '$(PREFIX)' || { echo 'make install PREFIX=dir: say where to'; false; }
+	cmake --install $(cmake) --prefix $(abspath $(PREFIX))
+
+# The flags of a plug-in that is built elsewhere, on standard output and nothing
+# else there. They name the plug-in's file, so it is built first where it is not.
+flags flags-compile flags-link:
+	@test -e $(folder)/plugin/morvena_sn.so -a -e $(folder)/flags/compile || \
+	  $(MAKE) --no-print-directory plugin BUILD=$(host_folder) >&2
+	@cat $(if $(findstring -link,$@),,$(folder)/flags/compile) \
+	  $(if $(findstring -compile,$@),,$(folder)/flags/link)
+
 clean:
 	@find $(folder) -type f -name started -printf '%h\0' 2>/dev/null | \
 	  xargs -0r -n 1 tools/server.sh kill --run
@@ -94,6 +108,9 @@ help:
 	@echo 'make server   start a private server with the plug-in; make stop ends it'
 	@echo 'make bench    measure reads beside SQL and the server'"'"'s own; see docs/performance.md'
 	@echo 'make soak     read for MINUTES (10) while everything else goes wrong'
+	@echo 'make flags    print the flags that compile and link a plug-in of your own;'
+	@echo '              flags-compile and flags-link print one half'
+	@echo 'make install  put header, plug-in and a CMake package into PREFIX'
 	@echo 'make host     fetch the server only, into $(BUILD)/host'
 	@echo 'make format   clang-format the sources'
 	@echo 'make lint     formatting, links between documents, clang-tidy'
