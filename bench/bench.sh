@@ -5,7 +5,7 @@
 # BUILD   the build folder (default: build); results go to $BUILD/bench:
 #         figures.txt, results.json, figures.svg
 # ROUNDS  how often each contender is measured (default: 7)
-# DOCS=1  writes the figures to docs/performance.md as well
+# DOCS=1  writes the figures to docs/performance.md and .svg as well
 # KEEP=1  keeps the server's folder, and uses it if it is there
 #
 # Exit status 0: everything was measured, whatever the figures; 1: contenders
@@ -38,30 +38,6 @@ need_release() {
     die "$build/cmake is no release build"
 }
 
-draws() { "$1" -c 'import matplotlib' 2>/dev/null; }
-
-# Only the picture needs matplotlib: without it the figures stay text. The
-# distribution's belongs to the distribution's Python, which may not be the one
-# in the path.
-choose_python() {
-  local system=/usr/bin/python3
-  python=python3
-  draws python3 && return
-  draws "$system" || install_matplotlib
-  ! draws "$system" || python=$system
-}
-
-install_matplotlib() {
-  [[ $(id -u) = 0 ]] && command -v apt-get >/dev/null || return 0
-  echo "bench: installing python3-matplotlib"
-  local -a install=(apt-get install -y --no-install-recommends
-    -oDPkg::Lock::Timeout=300 python3-matplotlib)
-  export DEBIAN_FRONTEND=noninteractive
-  { "${install[@]}" || { apt-get update && "${install[@]}"; }; } \
-    >"$folder/matplotlib.log" 2>&1 ||
-    echo "bench: it could not be installed, see $folder/matplotlib.log"
-}
-
 # Everything lies in memory, and nothing is written while something is measured.
 start_server() {
   server start -- --innodb-buffer-pool-size=2G \
@@ -79,7 +55,6 @@ finish() {
 mkdir -p "$folder"
 need_release
 [[ -x $client ]] || die "no bench_client: the host has no client library"
-choose_python
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 server stop >/dev/null
@@ -87,7 +62,7 @@ server stop >/dev/null
 trap finish EXIT
 start_server
 
-PYTHONDONTWRITEBYTECODE=1 "$python" -u "$here/run.py" --client "$client" \
+PYTHONDONTWRITEBYTECODE=1 python3 -u "$here/run.py" --client "$client" \
   --socket "$(server socket)" --server-pid "$(cat "$run/mysqld.pid")" \
   --folder "$folder" --rounds "${ROUNDS:-7}" ${ONLY:+--only "$ONLY"} \
   ${DOCS:+--docs "$repo/docs/performance.md"}

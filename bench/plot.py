@@ -1,93 +1,128 @@
-"""The figures as a picture, by matplotlib."""
+#!/usr/bin/env python3
+"""The figures as a picture: rows a second of the contenders that read one table
+in different ways.
+
+    plot.py DOCUMENT PICTURE
+
+draws, as SVG, the figures that stand between the two marks of a document.
+"""
+
+import sys
+from html import escape
+
+import lines
+import report
+
+SHOWN = ("one", "five", "all", "points")  # groups of lines.py
+OURS = ("parallel read", "open cursor")  # how the names of our contenders begin
+
+WIDTH, MARGIN = 860, 20
+BARS, LABELS = 280, 110  # where bars begin; room for figures behind them
+BAR, STEP, HEAD, GAP = 18, 25, 28, 12
+COLOURS = {True: "#2a7f62", False: "#9aa5b1"}
 
 
-def why_not():
-    """None where matplotlib can be used, else what is missing."""
-    try:
-        import matplotlib  # pylint: disable=import-outside-toplevel,unused-import
-    except ImportError:
-        return "matplotlib is not installed (Debian: python3-matplotlib)"
-    return None
+def sections(markdown):
+    """The tables by their headings, without the lines above their rows."""
+    found, title = {}, None
+    for line in markdown.splitlines():
+        if line.startswith("### "):
+            title = line[4:]
+            found[title] = []
+        elif line.startswith("| ") and title is not None:
+            found[title].append([x.strip() for x in line.strip("|").split("|")])
+    return {title: rows[1:] for title, rows in found.items()}
 
 
-MET, MISSED, OTHER = "#2a7f62", "#b5482f", "#7a8793"
+def rate(text):
+    """Of a cell like "73.35 M"."""
+    number, unit = text.split()
+    return float(number) * {"k": 1e3, "M": 1e6}[unit]
 
 
-def draw(path, rows, groups, results):
-    """Above, each line as a share of its goal; below, rows a second of the
-    contenders that read one table in different ways."""
-    import matplotlib  # pylint: disable=import-outside-toplevel
-
-    matplotlib.use("svg")
-    from matplotlib import pyplot  # pylint: disable=import-outside-toplevel
-
-    shown = [key for key in ("one", "five", "all") if key in results]
-    heights = [max(len(rows), 2)] + [len(results[key]) + 1 for key in shown]
-    figure, axes = pyplot.subplots(
-        len(heights),
-        1,
-        figsize=(10, 0.36 * sum(heights) + 2.2),
-        height_ratios=heights,
-        layout="constrained",
-    )
-    axes = list(axes) if len(heights) > 1 else [axes]
-    draw_goals(axes[0], [row for row in rows if row["goal"] is not None])
-    for axis, key in zip(axes[1:], shown):
-        draw_rates(axis, groups[key], results[key])
-    figure.savefig(path)
-    pyplot.close(figure)
+def machine(tables):
+    facts = dict(row for row in tables["Machine"] if len(row) == 2)
+    return f"{facts['server']}; {facts['processor']}, {facts['cores']} cores"
 
 
-def draw_goals(axis, rows):
-    rows = rows[::-1]
-    shares = [row["figure"] / row["goal"] for row in rows]
-    errors = [[], []]
-    for row, share in zip(rows, shares):
-        low = share if row["low"] is None else row["low"] / row["goal"]
-        high = share if row["high"] is None else row["high"] / row["goal"]
-        errors[0].append(max(0, share - low))
-        errors[1].append(max(0, high - share))
-    axis.barh(
-        [f"{row['nr']}  {row['what']}" for row in rows],
-        shares,
-        xerr=errors,
-        color=[MET if row["met"] else MISSED for row in rows],
-        ecolor="black",
-        capsize=2,
-        height=0.7,
-    )
-    axis.set_xscale("log")
-    axis.set_xticks([0.2, 0.5, 1, 2, 5, 10, 20])
-    axis.xaxis.set_major_formatter("{x:g}")
-    axis.minorticks_off()
-    axis.axvline(1, color="black", linewidth=1)
-    axis.set_title("figure as a multiple of its goal (quartiles as whiskers)")
-    for nr, row in enumerate(rows):
-        axis.text(
-            1.01,
-            nr,
-            f"{row['figure_text']}, goal {row['goal_text']}",
-            va="center",
-            fontsize=7,
-            transform=axis.get_yaxis_transform(),
+class Picture:
+    """Collects SVG from the top downwards."""
+
+    def __init__(self):
+        self.parts, self.y = [], MARGIN
+
+    def text(self, x, text, words=""):
+        self.parts.append(f'<text x="{x}" y="{self.y}" {words}>{escape(text)}</text>')
+
+    def heading(self, text, words='font-weight="bold"'):
+        self.y += HEAD - 10
+        self.text(MARGIN, text, words)
+        self.y += 10
+
+    def bar(self, name, share, figure, ours):
+        length = max(1, round(share * (WIDTH - BARS - LABELS)))
+        self.y += 14
+        self.text(BARS - 8, name, 'text-anchor="end"')
+        self.text(BARS + length + 6, figure, 'font-weight="bold"' if ours else "")
+        self.parts.append(
+            f'<rect x="{BARS}" y="{self.y - 14}" width="{length}" height="{BAR}"'
+            f' rx="2" fill="{COLOURS[ours]}"/>'
+        )
+        self.y += STEP - 14
+
+    def svg(self):
+        height = self.y + MARGIN
+        return "\n".join(
+            [
+                f'<svg xmlns="http://www.w3.org/2000/svg" width="{WIDTH}"'
+                f' height="{height}" viewBox="0 0 {WIDTH} {height}"'
+                ' font-family="sans-serif" font-size="13" fill="#1f2933">',
+                f'<rect width="{WIDTH}" height="{height}" rx="6" fill="#ffffff"/>',
+                *self.parts,
+                "</svg>",
+                "",
+            ]
         )
 
 
-def draw_rates(axis, group, results):
-    """Without the floor, beside which all others would look alike."""
-    shown = [results[key] for key in results if key != "floor"][::-1]
-    rates = [result.rows_per_second / 1e6 for result in shown]
-    ours = [result.contender.name.startswith("parallel") for result in shown]
-    bars = axis.barh(
-        [result.contender.name for result in shown],
-        rates,
-        color=[MET if x else OTHER for x in ours],
-        height=0.7,
-    )
-    axis.bar_label(bars, fmt=" %.1f", fontsize=7)
-    title = f"{group.table}, {group.title}: million rows a second"
-    if "floor" in results:
-        floor = results["floor"].rows_per_second / 1e6
-        title += f" (the floor: {floor:.0f})"
-    axis.set_title(title)
-    axis.margins(x=0.1)
+def draw_group(picture, title, rows):
+    """One floor only is left out: beside it all others would look alike."""
+    floor = [row for row in rows if row[0].startswith("every byte")]
+    rows = [row for row in rows if row not in floor]
+    if floor:
+        title += f"; reading every byte of the pages: {floor[0][3]}"
+    picture.heading(title)
+    most = max(rate(row[3]) for row in rows)
+    for row in rows:
+        ours = row[0].startswith(OURS)
+        name = f"morvena_sn: {row[0]}" if ours else row[0]
+        picture.bar(name, rate(row[3]) / most, row[3], ours)
+    picture.y += GAP
+
+
+def draw(path, markdown):
+    """Draws what `markdown`, the text of a report, has of the groups shown."""
+    tables, groups = sections(markdown), lines.groups()
+    picture = Picture()
+    picture.heading(f"Rows a second ({machine(tables)})", 'font-size="15"')
+    picture.y += GAP
+    for group in (groups[key] for key in SHOWN):
+        title = f"{group.title} ({group.table})"
+        if title in tables:
+            draw_group(picture, title, tables[title])
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(picture.svg())
+
+
+def main():
+    document, path = sys.argv[1:]
+    with open(document, encoding="utf-8") as file:
+        _, mark, rest = file.read().partition(report.BEGIN)
+    markdown, end_mark, _ = rest.partition(report.END)
+    if not mark or not end_mark:
+        raise SystemExit(f"plot: {document} lacks the marks of the figures")
+    draw(path, markdown)
+
+
+if __name__ == "__main__":
+    main()

@@ -98,14 +98,11 @@ def write(path, text):
         file.write(text)
 
 
-def write_plot(options, found):
-    why = plot.why_not()
-    if why is not None:
-        say(f"no plot: {why}")
-        return
-    path = f"{options.folder}/figures.svg"
-    plot.draw(path, found.rows, found.groups, found.results)
-    say(f"plot: {path}")
+def write_documents(options, found):
+    """The document's figures, and the picture of them beside it."""
+    report.write_docs(options.docs, found.markdown())
+    if not options.only:
+        plot.draw(options.docs.replace(".md", ".svg"), found.markdown())
 
 
 def remarks_of(cores, why_no_profile):
@@ -162,9 +159,9 @@ def main():
     write(f"{options.folder}/figures.txt", found.text())
     write(f"{options.folder}/results.json", found.json())
     print(found.text(), flush=True)
-    write_plot(options, found)
+    plot.draw(f"{options.folder}/figures.svg", found.markdown())
     if options.docs:
-        report.write_docs(options.docs, found.markdown())
+        write_documents(options, found)
     for text in mismatches:
         say(f"MISMATCH: {text}")
     return 1 if mismatches else 0

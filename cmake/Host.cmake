@@ -5,6 +5,8 @@ if(NOT EXISTS "${MORVENA_SN_HOST}/host.cmake")
   message(FATAL_ERROR "${MORVENA_SN_HOST} holds no host: run 'make host' first")
 endif()
 include("${MORVENA_SN_HOST}/host.cmake")
+file(READ "${MORVENA_SN_HOST}/version" HOST_VERSION)
+string(STRIP "${HOST_VERSION}" HOST_VERSION)
 
 # A compiler that knows only a draft of the host's standard takes the standard
 # before it: headers of that draft's library may be incomplete.

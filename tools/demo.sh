@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Reads the distribution's package list, as an InnoDB table, through the example
-# plug-in, and holds every result against SQL. Uses a private server of its own,
-# in $BUILD/run-demo (BUILD: default build), and ends it in any case.
+# Loads the distribution's package list into an InnoDB table, reads it through the
+# example plug-in, and compares every result with SQL. The private server for that
+# lies in $BUILD/run-demo (BUILD: default build) and always ends with the script.
 #
-# Exit status 0: every result was the same and the server ended in order. After
+# Exit status 0: every result was the same, and the server shut down cleanly. After
 # a failure the folder stays, with the server's error log.
 set -euo pipefail
 
@@ -17,8 +17,8 @@ server() { "$repo/tools/server.sh" "$1" --run "$run" "${@:2}"; }
 
 stop_server() { server stop >/dev/null; }
 
-# The signals become an ordinary exit, which bash takes after the running
-# command: so no server is left half started.
+# A signal becomes an ordinary exit. Bash takes it after the command that runs, so
+# no server is left half started.
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 trap stop_server EXIT
@@ -34,7 +34,7 @@ PYTHONDONTWRITEBYTECODE=1 python3 -u "$repo/tools/demo.py" "$host/bin/mysql" \
 stop_server
 if ! tail -n 5 "$run/mysqld.err" | grep -q 'Shutdown complete'; then
   tail -n 20 "$run/mysqld.err" >&2
-  echo "demo: the server did not shut down in order" >&2
+  echo "demo: the server did not shut down cleanly" >&2
   exit 1
 fi
 rm -rf "$run"

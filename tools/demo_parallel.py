@@ -163,7 +163,7 @@ def show_stop(demo, rows):
     )
     error = demo.caller.failure(Parallel(None).call(0, "parts"))
     print(f"a partitioned table: {error}")
-    demo.expect("  it is refused", "not possible" in error)
+    demo.expect("  it is refused", "ERROR 1178" in error)
 
 
 def show(demo, donor, changing):

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Brings the host, a MySQL server with its headers and compile flags, into
-# $BUILD/host. Nothing is installed on the machine except missing build tools,
-# and those only for root.
+# Fetches the host, the MySQL server to build for, with its headers and compile
+# flags, into $BUILD/host. Nothing is installed on the machine except missing build
+# tools, and those only for root. Prints nothing where nothing is to do.
 #
 #   tools/host.sh                       the server that Debian packages
 #   HOST_SOURCE=dir HOST_BUILD=dir      a source tree and its configured or built
 #   [HOST_MYSQLD=file] tools/host.sh    folder (CMake with Makefiles or Ninja)
-#   tools/host.sh version X.Y.Z         brings nothing: says whether the code is
-#                                       built for that MySQL, and how sure it is
+#   tools/host.sh version X.Y.Z         only says whether the code is built for that
+#                                       MySQL, and how sure that is
 #
 # BUILD names the build folder (default: build). Each step leaves a stamp, so an
 # interrupted run goes on where it stopped. The result:
@@ -16,8 +16,8 @@
 #   exports.txt            symbols that the server and its libraries offer; empty
 #                          when there is no server binary
 #   version                e.g. 9.7.4
-#   tree                   HOST_SOURCE, HOST_BUILD and HOST_MYSQLD, which count
-#                          again when none is given; empty for the packages
+#   tree                   HOST_SOURCE, HOST_BUILD and HOST_MYSQLD, for later runs
+#                          that give none of them; empty for the packages
 #   bin/mysqld             start the server and its clients from any folder
 #   bin/mysql, mysqladmin
 #   lib/libmysqlclient.so  the host's client library, if there is one
@@ -33,7 +33,11 @@ apt=$host/apt   # apt's private lists, cache and status
 cshim=$repo/storage/morvena_sn/cshim
 current_step=
 
-say() { printf 'host: %s\n' "$*"; }
+said=
+say() {
+  said=yes
+  printf 'host: %s\n' "$*"
+}
 
 die() {
   current_step=
@@ -127,9 +131,10 @@ tree_version() {
 
 # --- packages --------------------------------------------------------------
 
-# apt with nothing of the machine's but its keys, its proxy and its mirror. The
-# empty status file makes it resolve the C library too, which the unpacked
-# programs need when the machine's is older.
+# Runs apt with lists, cache and status of our own; only its keys, its proxy and its
+# mirror are the machine's. For apt the empty status file means that nothing is
+# installed, so it fetches the C library, too: the unpacked programs need it when
+# the machine's is older.
 private_apt() {
   local tool=$1
   shift
@@ -143,8 +148,8 @@ private_apt() {
     -oAcquire::Retries=3 "$@"
 }
 
-# The repository, of those that this machine uses, whose origin and label are
-# both Debian. $@: further options of apt.
+# Prints the first repository of this machine whose origin and label are both
+# Debian. $@: further options of apt.
 machine_mirror() {
   # shellcheck disable=SC2016
   apt-get "$@" indextargets --format '$(REPO_URI)|$(ORIGIN)|$(LABEL)' \
@@ -158,8 +163,7 @@ update_lists() {
   : >"$apt/status"
   mirror=$(machine_mirror)
   if [[ -z $mirror ]]; then
-    # The origin stands in lists that this machine has not fetched, or has
-    # cleaned away.
+    # Only fetched lists name the origin, and this machine may have none.
     local -a own=(-oDir::State::Lists="$apt/machine-lists"
       -oDir::Cache="$apt/cache" -oAPT::Sandbox::User="$(id -un)")
     mkdir -p "$apt/machine-lists" "$apt/cache"
@@ -184,13 +188,14 @@ packaged_version() {
 download() {
   local -a get=(private_apt apt-get install --download-only
     --no-install-recommends -y "$@")
-  # A mirror drops packages that newer ones replace: fresh lists name those.
+  # A mirror drops a package when a newer one replaces it: fresh lists name the
+  # newer one.
   "${get[@]}" || { private_apt apt-get update && "${get[@]}"; }
 }
 
-# Packages that hold programs and libraries go to $root as they are. Of the
-# development packages only the headers that the server's own headers ask for
-# are taken: a whole usr/include would shadow the compiler's.
+# Unpacks packages with programs and libraries to $root. From the development
+# packages it takes only the headers that the server's own headers include: a whole
+# usr/include would hide the compiler's.
 unpack_packages() {
   local deb dev=$host/dev
   mkdir -p "$root" "$host/include"
@@ -210,8 +215,8 @@ unpack_packages() {
   fi
 }
 
-# The package holds one archive: the source tree with the configured build
-# folder inside. What no header needs stays packed.
+# The package holds one archive: the source tree with the configured build folder
+# inside. Large parts without headers stay packed.
 unpack_source() {
   rm -rf "$host/source"
   mkdir -p "$host/source"
@@ -289,7 +294,7 @@ tree_host() {
   fi
   components=$build_dir/plugin_output_directory
   mysqld_options=()
-  # An installed server finds its own messages.
+  # An installed server finds its messages by itself.
   if [[ $mysqld = "$build_dir"/* || ! -d ${mysqld%/*}/../share ]]; then
     mysqld_options=(--basedir="$build_dir" --lc-messages-dir="$build_dir/share"
       --character-sets-dir="$source_dir/share/charsets")
@@ -306,7 +311,7 @@ need_same_tree() {
     die "$build was made with another host: run 'make clean' first, or choose another folder with BUILD"
 }
 
-# A tree that is only configured lacks them.
+# A tree that is configured and not built lacks the error headers.
 tree_headers() {
   [[ -e $include_dir/mysqld_error.h ]] && return
   rm -f "$host/stamp/tree-headers"
@@ -316,8 +321,8 @@ tree_headers() {
 
 # --- the result ------------------------------------------------------------
 
-# Writes standard input to a file, unless that is what the file holds: a newer
-# time would make CMake configure again.
+# Writes standard input to a file, unless the file holds just that already: a newer
+# time of change would make CMake configure again.
 replace() {
   local temporary=$1.new
   cat >"$temporary"
@@ -340,8 +345,8 @@ write_tree() {
 # Prints words for a shell to read back.
 quoted() { [[ $# = 0 ]] || printf '%q ' "$@"; }
 
-# Sets the array run to the command that starts a program. Unpacked programs run
-# through the unpacked loader, with the unpacked libraries.
+# Sets the array run to the command that starts a program. The unpacked loader
+# starts the unpacked programs, with the unpacked libraries.
 set_run() {
   run=("$1")
   if [[ $1 = "$root"/* ]]; then
@@ -351,9 +356,9 @@ set_run() {
   fi
 }
 
-# The server reads the options that name option files only where they come
-# first; so the wrapper's own options follow those. MYSQLD_PRELOAD is for the
-# server alone, not for the shell before it.
+# The server takes options that name option files only at the beginning, so the
+# wrapper puts its own options after them. MYSQLD_PRELOAD is preloaded into the
+# server, not into the shell that starts it.
 mysqld_wrapper() {
   set_run "$mysqld"
   cat <<WRAPPER
@@ -394,7 +399,7 @@ write_programs() {
   chmod +x "$host"/bin/*
 }
 
-# A tree that was built has it in one of two folders.
+# In a tree that was built it lies in one of two folders.
 link_client_library() {
   local library link=$host/lib/libmysqlclient.so
   library=$(ls "$build_dir"/{library_output_directory,lib}/libmysqlclient.so \
@@ -404,7 +409,7 @@ link_client_library() {
   [[ $(readlink "$link") = "$library" ]] || ln -sfn "$library" "$link"
 }
 
-# The libraries that the server loads, by its own loader's word.
+# Prints the libraries that the server loads, as its own loader finds them.
 server_libraries() {
   set_run "$mysqld"
   if [[ ${#run[@]} = 1 ]]; then
@@ -429,8 +434,8 @@ write_exports() {
   echo "$mysqld" >"$host/exports.of"
 }
 
-# Debug and release code differ in the layout of structures, and only one of the
-# two mixtures lacks a symbol. Only a server without NDEBUG has the tracing of
+# Debug and release code lay out structures differently, and a missing symbol shows
+# only one of the two mixtures. A server without NDEBUG has the tracing functions of
 # debug builds.
 need_same_mode() {
   local flags=debug server=release
@@ -441,8 +446,8 @@ need_same_mode() {
     die "$mysqld is a $server build, but the flags of $build_dir are those of a $flags build"
 }
 
-# The server looks for a component of its own in the plug-in folder each time
-# that it starts, and logs errors where it is missing.
+# At each start the server looks for a component in the plug-in folder, and logs
+# errors if it is not there.
 link_component() {
   local name=component_reference_cache.so
   mkdir -p "$build/plugin"
@@ -455,6 +460,7 @@ if [[ ${1-} = version ]]; then
   exit
 fi
 mkdir -p "$host/stamp" "$host/log"
+[[ -e $host/version ]] || said=yes # the first time it says that all is ready
 need_tools
 recall_tree
 if [[ -n ${HOST_SOURCE:-}${HOST_BUILD:-}${HOST_MYSQLD:-} ]]; then
@@ -471,4 +477,4 @@ write_exports
 need_same_mode
 link_component
 write_tree
-say "MySQL $(cat "$host/version") is ready in $host"
+[[ -z $said ]] || say "MySQL $(cat "$host/version") is ready in $host"

@@ -4,10 +4,10 @@
     host_flags.py SOURCE BUILD GENERATED_HEADERS
 
 SOURCE is the host's source tree, BUILD its configured folder, GENERATED_HEADERS
-a further include folder. Some of the definitions decide the layout of
-structures, so they are read from the flags of the innobase target itself: from
-flags.make (Makefile generators) or build.ninja. The folders may have been moved
-since they were configured.
+one more include folder. Some definitions decide the layout of structures, so all
+of them are read from the flags of the innobase target: from flags.make (Makefile
+generators) or build.ninja. Both folders may have moved since they were
+configured.
 """
 
 import os
@@ -18,11 +18,11 @@ import sys
 FLAGS_MAKE = 'storage/innobase/CMakeFiles/innobase.dir/flags.make'
 NINJA_TARGET = 'build storage/innobase/CMakeFiles/innobase.dir/'
 
-# The first belongs to InnoDB's own messages; the second hardens the compiler's
-# output and warns where the optimiser is off.
+# The first is for InnoDB's own messages. The second hardens the compiled code, and
+# makes the compiler warn when it does not optimise.
 NOT_OURS = ('LOG_SUBSYSTEM_TAG', '_FORTIFY_SOURCE')
 
-# What a module has to share with the program that loads it, besides macros.
+# Options that a plug-in must share with the server that loads it, besides macros.
 SHARED_OPTION = re.compile(r'-(fsanitize|m|stdlib)')
 
 
@@ -120,7 +120,7 @@ def cmake_list(name, values):
 def main():
     source, build, generated = (os.path.realpath(a) for a in sys.argv[1:4])
     old_source, old_build = recorded_folders(build)
-    # A build folder may lie inside the source tree: it goes first.
+    # A build folder may lie inside the source tree, so it is looked for first.
     moves = ((old_build, build), (old_source, source))
     definitions, includes, options, standard = sort_words(read_words(build), moves)
     if standard is None:

@@ -3,17 +3,19 @@
 #
 #   tools/lint.sh formatted       are they formatted? Shows what is not
 #   tools/lint.sh format          formats them
+#   tools/lint.sh links           do the links of the documents lead somewhere?
 #   tools/lint.sh tidy [FILE...]  clang-tidy with the checks of .clang-tidy, on
-#                                 these files or on all of the module and the
+#                                 these files or on all of the plug-in and the
 #                                 examples; $BUILD/cmake has the compile commands
 #
-# Fails where something is wrong, with 77 where nothing was looked at: the program
-# is missing, or the list of what to look at.
+# Fails where something is wrong. Ends with 77 where it could look at nothing,
+# because the program or the list of files is missing.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 commands=${BUILD:-build}/cmake
 
-# Debian 12's. Another version formats differently and checks other things.
+# The version of clang-format and clang-tidy, and the only place that names it:
+# Debian 12's. Another one formats differently and has other checks.
 version=14
 
 cannot() {
@@ -30,10 +32,10 @@ tool() {
       return
     fi
   done
-  cannot "$1 $version, Debian 12's, is not installed"
+  cannot "$1 $version is not installed"
 }
 
-# The files of PATTERN..., committed or not, but none that git ignores.
+# The files that match PATTERN..., committed or not, without those that git ignores.
 sources() {
   local list file
   list=$(git ls-files -co --exclude-standard "$@") ||
@@ -50,7 +52,7 @@ clang_format() {
   xargs "$program" "$@" <<<"$list"
 }
 
-# Says something only of a file in which there is something.
+# Prints only what clang-tidy finds, not its count of warnings in other headers.
 # shellcheck disable=SC2016
 tidy() {
   local program list
@@ -71,6 +73,7 @@ tidy() {
 case ${1-} in
   formatted) clang_format --dry-run -Werror ;;
   format) clang_format -i ;;
+  links) xargs tools/links.py <<<"$(sources '*.md')" ;;
   tidy) tidy "${@:2}" ;;
   *)
     sed -n '2,/^set /s/^#//p' "$0"

@@ -1,21 +1,21 @@
 #!/usr/bin/env bash
-# A private server of the host: data, socket and log of its own in a run folder;
-# nothing listens on a network address.
+# Starts and ends private servers. Each has data, socket and log in a run folder of
+# its own, and none listens on a network address.
 #
 #   tools/server.sh start [--run DIR] [--no-plugin] [-- mysqld options]
 #   tools/server.sh stop | kill | status | socket [--run DIR]
 #
-# --run       the run folder (default: $BUILD/run). start creates it; options
-#             after -- count for this start only and win over those set here.
-# --no-plugin leaves the plug-in unloaded; else start installs it, once.
+# --run       the run folder (default: $BUILD/run); start creates it. Options after
+#             -- hold for this start only, and override those set here.
+# --no-plugin leaves morvena_sn out; else start installs it if it is not there
 # stop        shuts the server down and waits until it is gone
 # kill        ends it at once, as a crash would
-# status      0: it runs; 3: it does not
+# status      ends with 0 if the server runs, with 3 if not
 # socket      prints the socket's path
 #
-# BUILD names the build folder (default: build). The account is root, without a
-# password. The run folder then holds data/, mysqld.err (the error log),
-# mysqld.pid and mysqld.sock.
+# BUILD names the build folder (default: build), whose host/ is the server. Clients
+# connect as root, without a password. The run folder holds data/, mysqld.err (the
+# error log), mysqld.pid and mysqld.sock.
 set -euo pipefail
 export LC_ALL=C
 
@@ -72,8 +72,8 @@ pid_file=$run/mysqld.pid
 
 # --- the socket ------------------------------------------------------------
 
-# A socket's path has at most 107 bytes. Where the run folder's is longer, a
-# short link to the folder stands in; the run folder remembers it.
+# A socket's path has at most 107 bytes. If the run folder's path is too long, the
+# socket is named through a short link to that folder, which the folder remembers.
 set_socket() {
   socket=$run/mysqld.sock
   [[ ${#socket} -gt 107 ]] || return 0
@@ -98,13 +98,13 @@ drop_short_link() {
 
 # --- the process -----------------------------------------------------------
 
-# A process that has ended stays visible until it is waited for.
+# A process that has ended stays visible (as a zombie) until its parent waits for it.
 alive() {
   [[ $(awk '/^State:/ { print $2 }' "/proc/$1/status" 2>/dev/null) = [!Z] ]]
 }
 
-# Prints the process of this run folder's server; fails when there is none. A
-# process id may have passed to another program, so the command line decides.
+# Prints the process id of this run folder's server; fails if it does not run. The
+# system may have given the id to another program, so the command line decides.
 server_pid() {
   local pid
   pid=$(cat "$run/started" 2>/dev/null) || return 1
@@ -124,7 +124,7 @@ show_log_and_die() {
   die "$1; the error log is $log"
 }
 
-# Nothing that a half-way initialisation leaves may pass for data.
+# The data folder gets its name last, so one that is half made is never used.
 initialise() {
   [[ -d $run/data ]] && return
   say "creating a data folder in $run"
@@ -137,7 +137,7 @@ initialise() {
   mv "$run/data.new" "$run/data"
 }
 
-# The options of extra that have to be the same from the first start on.
+# Some options must already be given when the data folder is created.
 set_initialise_options() {
   local option
   initialise_options=()
@@ -178,8 +178,8 @@ wait_until_ready() {
   done
 }
 
-# The server's own list of plug-ins remembers one that did not load, and then
-# refuses to install it again.
+# A plug-in that could not be loaded stays in the server's table of plug-ins, and
+# INSTALL PLUGIN then refuses it: delete it from there first.
 install_plugin() {
   local name=morvena_sn active
   active=$(sql "SELECT COUNT(*) FROM information_schema.plugins
