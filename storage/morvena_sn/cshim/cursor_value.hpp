@@ -55,11 +55,15 @@ using Duration = std::chrono::duration<int64_t, std::micro>;
 */
 using Datetime = std::chrono::time_point<std::chrono::system_clock, Duration>;
 
+// Both are hidden: as symbols of the whole process they would keep a plug-in
+// from being unloaded.
+
 /** 2000-01-01, from which the C functions count. */
-inline constexpr Date epoch{Days(10957)};
+[[gnu::visibility("hidden")]] inline constexpr Date epoch{Days(10957)};
 
 /** What the zero date reads as, and every column without a date. */
-inline constexpr Date no_date{epoch.time_since_epoch() - Days(730517)};
+[[gnu::visibility("hidden")]] inline constexpr Date no_date{
+    epoch.time_since_epoch() - Days(730517)};
 
 /** @return a number times 10^-scale as text, such as -12.50 for -1250 and 2 */
 [[nodiscard]] inline std::string to_text(Int128 number,
