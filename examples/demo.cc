@@ -23,8 +23,8 @@
 #include <array>
 #include <sstream>
 
-#include "cursor.h"
-#include "exact.h"
+#include "cursor.hpp"
+#include "cursor_session.hpp"
 #include "mysqld_error.h"
 #include "reader.h"
 #include "udf.h"
@@ -32,7 +32,8 @@
 namespace {
 
 using example::text_of;
-using example::Wide;
+using morvena_sn::Int128;
+using morvena_sn::Row;
 
 /** CRC-32 with the reflected polynomial 0xEDB88320, byte by byte. */
 class Crc32 {
@@ -63,57 +64,53 @@ class Crc32 {
 struct Value {
   bool null;
   std::string text;
-  Wide amount;
+  Int128 amount;
 };
 
-Value value_of(bool null, long long number) {
-  return {null, std::to_string(number), number};
+const Value null_value{true, "", 0};
+
+Value value_of(std::optional<int64_t> number) {
+  if (!number) return null_value;
+  return {false, std::to_string(*number), *number};
 }
 
-Value read_int(uintptr_t cursor, uint32_t field) {
-  long long value = 0;
-  const bool null = cursor_read_field_int(cursor, field, &value);
-  return value_of(null, value);
+Value read_int(const Row &row, uint32_t field) {
+  return value_of(row.get<int64_t>(field));
 }
 
-Value read_date(uintptr_t cursor, uint32_t field) {
-  int32_t days = 0;
-  const bool null = cursor_read_field_date(cursor, field, &days);
-  return value_of(null, days);
+Value read_date(const Row &row, uint32_t field) {
+  const auto date = row.get<morvena_sn::Date>(field);
+  if (!date) return null_value;
+  return value_of((*date - morvena_sn::epoch).count());
 }
 
-Value read_time(uintptr_t cursor, uint32_t field) {
-  int64_t microseconds = 0;
-  const bool null = cursor_read_field_time(cursor, field, &microseconds);
-  return value_of(null, microseconds);
+Value read_time(const Row &row, uint32_t field) {
+  const auto time = row.get<morvena_sn::Duration>(field);
+  if (!time) return null_value;
+  return value_of(time->count());
 }
 
-Value read_datetime(uintptr_t cursor, uint32_t field) {
-  int64_t microseconds = 0;
-  const bool null = cursor_read_field_datetime(cursor, field, &microseconds);
-  return value_of(null, microseconds);
+Value read_datetime(const Row &row, uint32_t field) {
+  const auto time = row.get<morvena_sn::Datetime>(field);
+  if (!time) return null_value;
+  return value_of((*time - morvena_sn::epoch).count());
 }
 
-Value read_str(uintptr_t cursor, uint32_t field) {
-  char *bytes = nullptr;
-  size_t size = 0;
-  if (cursor_read_field_str(cursor, field, &bytes, &size)) return {true, "", 0};
-  return {false, std::string(bytes, size), static_cast<Wide>(size)};
+Value read_str(const Row &row, uint32_t field) {
+  const auto text = row.get<std::string>(field);
+  if (!text) return null_value;
+  return {false, *text, static_cast<Int128>(text->size())};
 }
 
-Value read_decimal(uintptr_t cursor, uint32_t field) {
-  bool negative = false;
-  int32_t intg = 0, frac = 0;
-  int32_t *words = nullptr;
-  if (cursor_read_field_decimal(cursor, field, &negative, &intg, &frac, &words))
-    return {true, "", 0};
-  const std::optional<Wide> billionths =
-      example::billionths_of(negative, intg, frac, words);
+Value read_decimal(const Row &row, uint32_t field) {
+  const auto decimal = row.get<morvena_sn::Decimal>(field);
+  if (!decimal) return null_value;
+  const auto billionths = decimal->scaled(9);
   if (!billionths) return {false, "too long for this demo", 0};
-  return {false, example::billionths_text(*billionths), *billionths};
+  return {false, decimal->text(9), *billionths};
 }
 
-using Read_function = Value (*)(uintptr_t, uint32_t);
+using Read_function = Value (*)(const Row &, uint32_t);
 
 Read_function read_named(const std::string &type) {
   if (type == "int") return read_int;
@@ -139,10 +136,10 @@ class Digest {
     return !reads_.empty();
   }
 
-  void add_row(uintptr_t cursor, const std::vector<uint32_t> &fields) {
+  void add_row(const Row &row, const std::vector<uint32_t> &fields) {
     std::string text;
     for (size_t i = 0; i < fields.size(); ++i) {
-      const Value value = reads_[i](cursor, fields[i]);
+      const Value value = reads_[i](row, fields[i]);
       if (i > 0) text += '|';
       text += value.null ? "NULL" : value.text;
       if (!value.null) sums_[i] += value.amount;
@@ -157,8 +154,8 @@ class Digest {
     text += std::to_string(crc_.value());
     for (size_t i = 0; i < sums_.size(); ++i) {
       text += '\t';
-      text += reads_[i] == read_decimal ? example::billionths_text(sums_[i])
-                                        : example::number_text(sums_[i]);
+      text += reads_[i] == read_decimal ? morvena_sn::to_text(sums_[i], 9)
+                                        : morvena_sn::to_text(sums_[i]);
     }
     return show ? text + shown_ : text;
   }
@@ -167,7 +164,7 @@ class Digest {
   static constexpr uint64_t rows_to_show = 20;
 
   std::vector<Read_function> reads_;
-  std::vector<Wide> sums_;
+  std::vector<Int128> sums_;
   uint64_t rows_ = 0;
   Crc32 crc_;
   std::string shown_;
@@ -185,37 +182,59 @@ enum {
   arg_count
 };
 
-/** False: a word that means nothing here. */
-bool take_words(const std::string &list, example::Range_read *read,
-                bool *show) {
+/** What the words ask for. */
+struct Wishes {
+  bool backward = false, index_only = false, show = false;
+  bool low_included = true, high_included = true;
+};
+
+[[noreturn]] void refuse(const char *why) {
+  throw morvena_sn::Error(ER_WRONG_ARGUMENTS, why);
+}
+
+Wishes wishes_of(const std::string &list) {
+  Wishes wishes;
   std::istringstream words(list);
   for (std::string word; words >> word;) {
     if (word == "backward")
-      read->backward = true;
+      wishes.backward = true;
     else if (word == "index_only")
-      read->index_only = true;
+      wishes.index_only = true;
     else if (word == "without_low")
-      read->low_included = false;
+      wishes.low_included = false;
     else if (word == "without_high")
-      read->high_included = false;
+      wishes.high_included = false;
     else if (word == "show")
-      *show = true;
+      wishes.show = true;
     else
-      return false;
+      refuse("an unknown word");
   }
-  return true;
+  return wishes;
 }
 
-example::Range_read read_of(const UDF_ARGS *args) {
+std::string read_and_digest(const UDF_ARGS *args) {
   example::Range_read read;
+  Digest digest;
+  if (!digest.set_columns(text_of(args, arg_columns).value_or(""),
+                          &read.columns))
+    refuse("columns: name type, separated by commas");
+  const Wishes wishes = wishes_of(text_of(args, arg_words).value_or(""));
   read.db = text_of(args, arg_db).value_or("");
   read.table = text_of(args, arg_table).value_or("");
   read.index = text_of(args, arg_index).value_or("");
-  read.low = text_of(args, arg_low);
-  read.high = text_of(args, arg_high);
+  read.range =
+      example::range_of(text_of(args, arg_low), text_of(args, arg_high),
+                        wishes.low_included, wishes.high_included);
+  read.range.set_reverse(wishes.backward);
+  read.index_only = wishes.index_only;
   const std::string donor = text_of(args, arg_donor).value_or("0");
   read.donor = static_cast<uint32_t>(strtoul(donor.c_str(), nullptr, 10));
-  return read;
+  morvena_sn::on_own_thread([&] {
+    example::read_range(read, [&](const auto &row, const auto &fields) {
+      digest.add_row(row, fields);
+    });
+  });
+  return digest.text(wishes.show);
 }
 
 }  // namespace
@@ -236,26 +255,12 @@ void morvena_read_deinit(UDF_INIT *init) { example::drop_text(init); }
 char *morvena_read(UDF_INIT *init, UDF_ARGS *args, char *,
                    unsigned long *length, unsigned char *is_null,
                    unsigned char *error) {
-  example::Range_read read = read_of(args);
-  bool show = false;
-  Digest digest;
-  example::Outcome outcome;
-  if (!digest.set_columns(text_of(args, arg_columns).value_or(""),
-                          &read.columns))
-    outcome = {ER_WRONG_ARGUMENTS, "columns: name type, separated by commas",
-               0};
-  else if (!take_words(text_of(args, arg_words).value_or(""), &read, &show))
-    outcome = {ER_WRONG_ARGUMENTS, "an unknown word", 0};
-  else
-    outcome = example::read_range_on_own_thread(
-        read, [&](uintptr_t cursor, const std::vector<uint32_t> &fields) {
-          digest.add_row(cursor, fields);
-        });
-  if (example::report(outcome)) {
+  std::string text;
+  if (example::fails([&] { text = read_and_digest(args); })) {
     *error = *is_null = 1;
     return nullptr;
   }
-  return example::give_text(init, digest.text(show), length);
+  return example::give_text(init, std::move(text), length);
 }
 
 }  // extern "C"

@@ -12,33 +12,67 @@
   Both take (database, table, index, column, low, high), read the rows whose
   first key part lies between low and high (NULL: no bound) as the calling
   session's transaction sees them, and leave out NULLs as SUM() and AVG() do.
-  morvena_sum reads on the client's thread, morvena_average on one of its own.
+  morvena_sum reads on the client's thread, by sum.c, morvena_average on a
+  thread of its own, by reader.cc.
 */
 
-#include "cursor.h"
+#include "cursor.hpp"
+#include "cursor_session.hpp"
 #include "reader.h"
-#include "sql/current_thd.h"
-#include "sql/sql_class.h"
+#include "sum.h"
 #include "udf.h"
 
-using example::Outcome;
-using example::Range_read;
 using example::text_of;
 
 namespace {
 
 constexpr char usage[] = "(database, table, index, column, low, high)";
 
-Range_read read_of(const UDF_ARGS *args) {
-  Range_read read;
+/** The arguments as sum.c takes them. */
+long long sum_of(const UDF_ARGS *args, uint64_t *count) {
+  const auto db = text_of(args, 0).value_or("");
+  const auto table = text_of(args, 1).value_or("");
+  const auto index = text_of(args, 2).value_or("");
+  const auto column = text_of(args, 3).value_or("");
+  const auto low = text_of(args, 4), high = text_of(args, 5);
+  const example_sum_read read = {db.c_str(),
+                                 table.c_str(),
+                                 index.c_str(),
+                                 column.c_str(),
+                                 low ? low->data() : nullptr,
+                                 high ? high->data() : nullptr,
+                                 low ? low->size() : 0,
+                                 high ? high->size() : 0,
+                                 current_thd->thread_id()};
+  // A kill of the client ends the calls that are made on its thread. The client
+  // has its own session back before the server goes on with the statement.
+  const morvena_sn::Session_keeper keeper;
+  const morvena_sn::Reading reading;
+  long long sum = 0;
+  char message[MORVENA_SN_MESSAGE_BYTES] = "";
+  const unsigned int error = example_sum(&read, &sum, count, message);
+  if (error != 0) throw morvena_sn::Error(error, message);
+  return sum;
+}
+
+double average_of(const UDF_ARGS *args, uint64_t *count) {
+  example::Range_read read;
   read.db = text_of(args, 0).value_or("");
   read.table = text_of(args, 1).value_or("");
   read.index = text_of(args, 2).value_or("");
   read.columns = {text_of(args, 3).value_or("")};
-  read.low = text_of(args, 4);
-  read.high = text_of(args, 5);
+  read.range = example::range_of(text_of(args, 4), text_of(args, 5));
   read.donor = current_thd->thread_id();
-  return read;
+  double sum = 0;
+  morvena_sn::on_own_thread([&] {
+    example::read_range(read, [&](const auto &row, const auto &fields) {
+      const auto value = row.template get<double>(fields[0]);
+      if (!value) return;  // NULL
+      sum += *value;
+      ++*count;
+    });
+  });
+  return *count == 0 ? 0 : sum / static_cast<double>(*count);
 }
 
 }  // namespace
@@ -53,15 +87,7 @@ long long morvena_sum(UDF_INIT *, UDF_ARGS *args, unsigned char *is_null,
                       unsigned char *error) {
   long long sum = 0;
   uint64_t count = 0;
-  const Outcome outcome = example::read_range_on_client_thread(
-      read_of(args),
-      [&](uintptr_t cursor, const std::vector<uint32_t> &fields) {
-        long long value;
-        if (cursor_read_field_int(cursor, fields[0], &value)) return;  // NULL
-        sum += value;
-        ++count;
-      });
-  *error = example::report(outcome);
+  *error = example::fails([&] { sum = sum_of(args, &count); });
   *is_null = count == 0;
   return sum;
 }
@@ -73,19 +99,11 @@ bool morvena_average_init(UDF_INIT *init, UDF_ARGS *args, char *message) {
 
 double morvena_average(UDF_INIT *, UDF_ARGS *args, unsigned char *is_null,
                        unsigned char *error) {
-  double sum = 0;
+  double average = 0;
   uint64_t count = 0;
-  const Outcome outcome = example::read_range_on_own_thread(
-      read_of(args),
-      [&](uintptr_t cursor, const std::vector<uint32_t> &fields) {
-        double value;
-        if (cursor_read_field_real(cursor, fields[0], &value)) return;  // NULL
-        sum += value;
-        ++count;
-      });
-  *error = example::report(outcome);
+  *error = example::fails([&] { average = average_of(args, &count); });
   *is_null = count == 0;
-  return count == 0 ? 0 : sum / static_cast<double>(count);
+  return average;
 }
 
 }  // extern "C"

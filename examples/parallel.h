@@ -15,8 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "exact.h"
-#include "reader.h"
+#include "cursor.hpp"
 
 namespace example {
 
@@ -43,15 +42,16 @@ struct Parallel_read {
   uint32_t donor = 0;
 };
 
-/** The result, complete unless outcome.error is set or `stopped`. */
 struct Sums {
-  Outcome outcome;
-  bool stopped = false;      ///< there were enough rows; perhaps they were all
-  std::vector<Wide> totals;  ///< by column, in 10^-9 units for decimals
+  uint64_t rows = 0;
+  bool stopped = false;  ///< there were enough rows; perhaps they were all
+  /** By column, in 10^-9 units for decimals. */
+  std::vector<morvena_sn::Int128> totals;
 };
 
 /** Reads on a client's thread, which waits and has its session back afterwards.
-    Ends early when the client's statement is killed or the server stops. */
+    Throws morvena_sn::Error, also when the client's statement is killed or the
+    server stops. */
 Sums sum_on_client_thread(const Parallel_read &read);
 
 }  // namespace example

@@ -48,66 +48,60 @@ unsigned long number_of(const UDF_ARGS *args, unsigned int i) {
   return strtoul(text_of(args, i).value_or("0").c_str(), nullptr, 10);
 }
 
-/** False: a type that there is no sum for. */
-bool take_columns(const std::string &list,
-                  std::vector<Summed_column> *columns) {
-  for (const auto &[name, type] : example::columns_of(list)) {
-    if (type == "int")
-      columns->push_back({name, Summed_column::Type::integer});
-    else if (type == "decimal")
-      columns->push_back({name, Summed_column::Type::decimal});
-    else if (type == "date")
-      columns->push_back({name, Summed_column::Type::date});
-    else
-      return false;
-  }
-  return !columns->empty();
+[[noreturn]] void refuse(const char *why) {
+  throw morvena_sn::Error(ER_WRONG_ARGUMENTS, why);
 }
 
-/** False: a word that means nothing here. */
-bool take_words(const std::string &list, example::Parallel_read *read) {
+std::vector<Summed_column> summed_columns(const std::string &list) {
+  std::vector<Summed_column> columns;
+  for (const auto &[name, type] : example::columns_of(list)) {
+    if (type == "int")
+      columns.push_back({name, Summed_column::Type::integer});
+    else if (type == "decimal")
+      columns.push_back({name, Summed_column::Type::decimal});
+    else if (type == "date")
+      columns.push_back({name, Summed_column::Type::date});
+    else
+      refuse("columns: name type, separated by commas");
+  }
+  if (columns.empty()) refuse("columns: name type, separated by commas");
+  return columns;
+}
+
+void take_words(const std::string &list, example::Parallel_read *read) {
   std::istringstream words(list);
   for (std::string word; words >> word;) {
     if (word == "index_only")
       read->index_only = true;
     else if (word != "enough" || !(words >> read->enough_rows))
-      return false;
+      refuse("an unknown word");
   }
-  return true;
 }
 
-example::Sums sums_of(const UDF_ARGS *args) {
+std::string answer(const example::Sums &sums,
+                   const std::vector<Summed_column> &columns) {
+  std::string text = std::to_string(sums.rows);
+  for (size_t i = 0; i < columns.size(); ++i) {
+    const bool is_decimal = columns[i].type == Summed_column::Type::decimal;
+    text += '\t';
+    text += morvena_sn::to_text(sums.totals[i], is_decimal ? 9 : 0);
+  }
+  return sums.stopped ? text + "\tstopped" : text;
+}
+
+std::string sums_of(const UDF_ARGS *args) {
   const unsigned long most_threads = 256;  // what all reads together may have
   example::Parallel_read read;
   read.db = text_of(args, arg_db).value_or("");
   read.table = text_of(args, arg_table).value_or("");
   read.index = text_of(args, arg_index).value_or("");
+  read.columns = summed_columns(text_of(args, arg_columns).value_or(""));
   read.low = text_of(args, arg_low);
   read.high = text_of(args, arg_high);
+  take_words(text_of(args, arg_words).value_or(""), &read);
   read.threads = std::min(number_of(args, arg_threads), most_threads);
   read.donor = static_cast<uint32_t>(number_of(args, arg_donor));
-  example::Sums wrong;
-  wrong.outcome.error = ER_WRONG_ARGUMENTS;
-  if (!take_columns(text_of(args, arg_columns).value_or(""), &read.columns))
-    wrong.outcome.message = "columns: name type, separated by commas";
-  else if (!take_words(text_of(args, arg_words).value_or(""), &read))
-    wrong.outcome.message = "an unknown word";
-  else
-    return example::sum_on_client_thread(read);
-  return wrong;
-}
-
-std::string answer(const example::Sums &sums, const std::string &columns) {
-  std::vector<Summed_column> types;
-  take_columns(columns, &types);
-  std::string text = std::to_string(sums.outcome.rows);
-  for (size_t i = 0; i < types.size(); ++i) {
-    text += '\t';
-    text += types[i].type == Summed_column::Type::decimal
-                ? example::billionths_text(sums.totals[i])
-                : example::number_text(sums.totals[i]);
-  }
-  return sums.stopped ? text + "\tstopped" : text;
+  return answer(example::sum_on_client_thread(read), read.columns);
 }
 
 }  // namespace
@@ -128,13 +122,12 @@ void morvena_parallel_deinit(UDF_INIT *init) { example::drop_text(init); }
 char *morvena_parallel(UDF_INIT *init, UDF_ARGS *args, char *,
                        unsigned long *length, unsigned char *is_null,
                        unsigned char *error) {
-  const example::Sums sums = sums_of(args);
-  if (example::report(sums.outcome)) {
+  std::string text;
+  if (example::fails([&] { text = sums_of(args); })) {
     *error = *is_null = 1;
     return nullptr;
   }
-  const std::string columns = text_of(args, arg_columns).value_or("");
-  return example::give_text(init, answer(sums, columns), length);
+  return example::give_text(init, std::move(text), length);
 }
 
 }  // extern "C"

@@ -10,16 +10,18 @@
 #define MORVENA_EXAMPLE_UDF_H
 
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "cursor.hpp"
 #include "my_sys.h"
 #include "mysql/udf_registration_types.h"
 #include "mysql_com.h"
-#include "reader.h"
+#include "mysqld_error.h"
 
 namespace example {
 
@@ -75,10 +77,18 @@ inline char *give_text(UDF_INIT *init, std::string text,
   return kept->data();
 }
 
-/** Raises what went wrong in the client's session, which must be in place. */
-inline bool report(const Outcome &outcome) {
-  if (outcome.error == 0) return false;
-  my_printf_error(outcome.error, "%s", MYF(0), outcome.message.c_str());
+/** Calls f and raises what it throws in the client's session, which must be in
+    place again by then. @return whether it threw */
+template <class F>
+bool fails(F f) {
+  try {
+    f();
+    return false;
+  } catch (const morvena_sn::Error &error) {
+    my_printf_error(error.code(), "%s", MYF(0), error.what());
+  } catch (const std::exception &error) {
+    my_printf_error(ER_UNKNOWN_ERROR, "%s", MYF(0), error.what());
+  }
   return true;
 }
 

@@ -48,7 +48,7 @@ sources() {
 clang_format() {
   local program list
   program=$(tool clang-format)
-  list=$(sources '*.h' '*.cc' '*.c')
+  list=$(sources '*.h' '*.hpp' '*.cc' '*.c')
   xargs "$program" "$@" <<<"$list"
 }
 

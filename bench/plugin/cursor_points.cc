@@ -13,15 +13,11 @@ namespace bench {
 
 namespace {
 
-void read_row(const Cursor &cursor, int64_t key,
+void read_row(morvena_sn::Cursor &cursor, int64_t key,
               const std::vector<uint32_t> &fields, Totals *totals,
               uint64_t *rows) {
-  const uintptr_t handle = cursor.handle();
-  Bound low(key), high(key);
-  if (!cursor_set_read_range(handle, low.get(), high.get(), true, true, false))
-    return;
-  if (cursor_advance(handle)) return;
-  totals->add_row(Cursor_row{handle}, fields);
+  if (!cursor.range(morvena_sn::equal(key)).next()) return;
+  totals->add_row(cursor.row(), fields);
   ++*rows;
 }
 
@@ -30,9 +26,8 @@ void read_row(const Cursor &cursor, int64_t key,
 Answer cursor_points(const Request &request) {
   Answer answer;
   Totals totals(request.columns);
-  const Cursor cursor(request);
-  const std::vector<uint32_t> fields = cursor.fields_of(request.columns);
-  cursor.set_readset(fields);
+  auto cursor = cursor_on(request);
+  const auto fields = cursor.select(names_of(request.columns));
   const Watch watch;
   for (uint64_t i = 0; i < request.count; ++i)
     read_row(cursor, nth_key(i, request.keys), fields, &totals, &answer.rows);
@@ -44,12 +39,11 @@ Answer cursor_points(const Request &request) {
 Answer cursor_openings(const Request &request) {
   Answer answer;
   Totals totals(request.columns);
-  const std::vector<uint32_t> fields =
-      Cursor(request).fields_of(request.columns);
+  const auto fields = cursor_on(request).select(names_of(request.columns));
   const Watch watch;
   for (uint64_t i = 0; i < request.count; ++i) {
-    const Cursor cursor(request);
-    cursor.set_readset(fields);
+    auto cursor = cursor_on(request);
+    cursor.set_columns(fields);
     read_row(cursor, nth_key(i, request.keys), fields, &totals, &answer.rows);
   }
   answer.ns = watch.ns();

@@ -14,18 +14,12 @@ Answer cursor_range(const Request &request) {
   Answer answer;
   Totals totals(request.columns);
   {
-    const Cursor cursor(request);
-    const uintptr_t handle = cursor.handle();
-    const std::vector<uint32_t> fields = cursor.fields_of(request.columns);
-    cursor.set_readset(fields);
-    Bound low(request.low), high(request.high);
-    const Cursor_row row{handle};
-    if (cursor_set_read_range(handle, low.get(), high.get(), true, true,
-                              false)) {
-      while (!cursor_advance(handle)) {
-        totals.add_row(row, fields);
-        ++answer.rows;
-      }
+    auto cursor = cursor_on(request);
+    const auto fields = cursor.select(names_of(request.columns));
+    for (const auto row :
+         cursor.range(morvena_sn::between(request.low, request.high))) {
+      totals.add_row(row, fields);
+      ++answer.rows;
     }
   }
   answer.ns = watch.ns();

@@ -19,32 +19,16 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "contender.h"
-#include "cursor.h"
-#include "my_config.h"
-#include "my_thread.h"
+#include "cursor_plugin.hpp"
+#include "cursor_session.hpp"
 #include "mysql.h"
-#include "mysql/plugin.h"
 
 namespace bench {
 namespace {
 
-std::mutex running;    // held by a contender
-bool stopped = false;  // under running
-
-void clean_up() {
-  const std::lock_guard<std::mutex> lock(running);
-  stopped = true;
-  deinit_common();
-}
-
-int start(void *plugin) {
-  init_common();
-  register_shutdown_observer(plugin, clean_up);
-  return 0;
-}
+std::mutex running;  // held by a contender
 
 std::vector<Column> columns_of(const std::string &list) {
   static const std::map<std::string, Type> types = {
@@ -105,8 +89,8 @@ Answer run(const std::string &name, const std::string &words) {
   const auto contender = contenders.find(name);
   if (contender == contenders.end())
     throw std::runtime_error("no contender " + name);
+  const morvena_sn::Reading reading;
   const std::lock_guard<std::mutex> lock(running);
-  if (stopped) throw std::runtime_error("the server shuts down");
   return contender->second(request_of(words));
 }
 
@@ -120,20 +104,12 @@ std::string text_of(const Answer &answer) {
 // Not on the client's thread: cursors take over the thread's session.
 std::string run_on_own_thread(const std::string &name,
                               const std::string &words) {
-  std::string text;
-  std::thread([&] {
-    my_thread_init();
-    try {
-      text = text_of(run(name, words));
-    } catch (const std::exception &error) {
-      text = std::string("ERROR\t") + error.what();
-    }
-    my_thread_end();
-  }).join();
-  return text;
+  try {
+    return morvena_sn::on_own_thread([&] { return text_of(run(name, words)); });
+  } catch (const std::exception &error) {
+    return std::string("ERROR\t") + error.what();
+  }
 }
-
-st_mysql_daemon descriptor = {MYSQL_DAEMON_INTERFACE_VERSION};
 
 }  // namespace
 }  // namespace bench
@@ -169,19 +145,6 @@ char *morvena_bench(UDF_INIT *init, UDF_ARGS *args, char *,
 
 }  // extern "C"
 
-mysql_declare_plugin(morvena_bench){
-    MYSQL_DAEMON_PLUGIN,
-    &bench::descriptor,
-    "morvena_bench",
-    "the morvena_sn authors",
-    "The contenders of the comparison that run inside the server",
-    PLUGIN_LICENSE_GPL,
-    bench::start,
-    nullptr,  // check_uninstall
-    nullptr,  // deinit
-    0x0100,
-    nullptr,  // status variables
-    nullptr,  // system variables
-    nullptr,
-    PLUGIN_OPT_NO_UNINSTALL,
-} mysql_declare_plugin_end;
+MORVENA_SN_PLUGIN(morvena_bench, "the morvena_sn authors",
+                  "The contenders of the comparison that run inside the "
+                  "server");

@@ -55,14 +55,6 @@ struct Most {
   std::atomic<uint64_t> rows{0};
 };
 
-bool look(uint64_t batch, uint64_t, void *argument) {
-  auto *most = static_cast<Most *>(argument);
-  raise(&most->allocated, allocated_bytes());
-  raise(&most->resident, resident_bytes());
-  most->rows += pread_n_tuples(batch);
-  return false;
-}
-
 uint64_t row_bytes(const Request &request) {
   const Table_session session(request.table);
   return session.table()->s->reclength;
@@ -77,12 +69,14 @@ Answer parallel_memory(const Request &request) {
   const int64_t allocated = allocated_bytes();
   const int64_t resident = resident_bytes();
   const Watch watch;
-  {
-    const Cursor cursor(request);
-    cursor.set_readset(cursor.fields_of(request.columns));
-    if (!cursor.read_in_parallel(request.threads, look, &most))
-      throw std::runtime_error("the parallel read is not complete");
-  }
+  with_reader(request, [&](auto &reader, const auto &) {
+    reader.read_in_parallel(request.threads,
+                            [&](const morvena_sn::Batch &batch) {
+                              raise(&most.allocated, allocated_bytes());
+                              raise(&most.resident, resident_bytes());
+                              most.rows += batch.size();
+                            });
+  });
   answer.ns = watch.ns();
   answer.rows = most.rows;
   for (const int64_t bytes :

@@ -11,58 +11,36 @@ namespace bench {
 
 namespace {
 
-/** What one worker reads; apart from its neighbours' in memory. */
-struct alignas(128) Slot {
-  explicit Slot(const std::vector<Column> &columns) : totals(columns) {}
-
+/** What one worker reads. */
+struct Slot {
   uint64_t rows = 0;
   Totals totals;
 };
 
-struct Reading {
-  std::vector<uint32_t> fields;
-  std::vector<Slot> slots;
-};
+using Slots = morvena_sn::Per_worker<Slot>;
 
-bool take_batch(uint64_t batch, uint64_t worker, void *argument) {
-  auto *reading = static_cast<Reading *>(argument);
-  Slot *slot = &reading->slots[worker];
-  const auto rows = static_cast<uint32_t>(pread_n_tuples(batch));
-  for (size_t i = 0; i < reading->fields.size(); ++i)
-    slot->totals.add_column_of(i, reading->fields[i], rows, [&](uint32_t nr) {
-      return Batch_row{batch, nr};
-    });
-  slot->rows += rows;
-  return false;
+Slots slots_of(const Request &request) {
+  return Slots(request.threads, {0, Totals(request.columns)});
 }
 
-class Parallel_read {
- public:
-  explicit Parallel_read(const Request &request)
-      : request_(request), cursor_(request) {
-    reading_.fields = cursor_.fields_of(request.columns);
-    reading_.slots.assign(std::max<size_t>(request.threads, 1),
-                          Slot(request.columns));
-    cursor_.set_readset(reading_.fields);
-  }
+template <class Reader>
+void read_all(Reader &reader, const std::vector<uint32_t> &fields,
+              const Request &request, Slots *slots) {
+  reader.read_in_parallel(request.threads, [&](const morvena_sn::Batch &batch) {
+    Slot &slot = (*slots)[batch];
+    for (size_t i = 0; i < fields.size(); ++i)
+      slot.totals.add_column_of(i, fields[i], batch.size(),
+                                [&](uint32_t nr) { return batch[nr]; });
+    slot.rows += batch.size();
+  });
+}
 
-  void run() {
-    if (!cursor_.read_in_parallel(request_.threads, take_batch, &reading_))
-      throw std::runtime_error("the parallel read is not complete");
-  }
-
-  void add_to(uint64_t *rows, Totals *totals) const {
-    for (const Slot &slot : reading_.slots) {
-      *rows += slot.rows;
-      totals->join(slot.totals);
-    }
-  }
-
- private:
-  const Request &request_;
-  Cursor cursor_;
-  Reading reading_;
-};
+void join(const Slots &slots, uint64_t *rows, Totals *totals) {
+  slots.for_each([&](const Slot &slot) {
+    *rows += slot.rows;
+    totals->join(slot.totals);
+  });
+}
 
 uint64_t times(const Request &request) {
   return std::max<uint64_t>(request.count, 1);
@@ -75,9 +53,11 @@ Answer parallel_read(const Request &request) {
   Totals totals(request.columns);
   const Watch watch;
   for (uint64_t i = 0; i < times(request); ++i) {
-    Parallel_read read(request);
-    read.run();
-    read.add_to(&answer.rows, &totals);
+    Slots slots = slots_of(request);
+    with_reader(request, [&](auto &reader, const auto &fields) {
+      read_all(reader, fields, request, &slots);
+    });
+    join(slots, &answer.rows, &totals);
   }
   answer.ns = watch.ns();
   answer.totals = totals.texts();
@@ -87,11 +67,14 @@ Answer parallel_read(const Request &request) {
 Answer parallel_read_alone(const Request &request) {
   Answer answer;
   Totals totals(request.columns);
-  Parallel_read read(request);
-  const Watch watch;
-  for (uint64_t i = 0; i < times(request); ++i) read.run();
-  answer.ns = watch.ns();
-  read.add_to(&answer.rows, &totals);
+  Slots slots = slots_of(request);
+  with_reader(request, [&](auto &reader, const auto &fields) {
+    const Watch watch;
+    for (uint64_t i = 0; i < times(request); ++i)
+      read_all(reader, fields, request, &slots);
+    answer.ns = watch.ns();
+  });
+  join(slots, &answer.rows, &totals);
   answer.totals = totals.texts();
   return answer;
 }

@@ -10,12 +10,16 @@
 #ifndef MORVENA_SN_BENCH_TABLE_SESSION_H
 #define MORVENA_SN_BENCH_TABLE_SESSION_H
 
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "common.h"
 #include "contender.h"
+#include "cursor.hpp"
 #include "field_value.h"
 #include "host.h"
 
@@ -45,37 +49,27 @@ class Field_row {
  public:
   explicit Field_row(Field *const *fields) : fields_(fields) {}
 
-  bool integer(uint32_t field, long long *value) const {
-    if (fields_[field]->is_null()) return true;
-    *value = fields_[field]->val_int();
-    return false;
-  }
-  bool decimal(uint32_t field, bool *negative, int32_t *intg, int32_t *frac,
-               int32_t **words) const {
-    if (fields_[field]->is_null()) return true;
-    my_decimal *value = fields_[field]->val_decimal(&decimal_);
-    *negative = value->sign();
-    *intg = ROUND_UP(value->intg);
-    *frac = ROUND_UP(value->frac);
-    *words = value->buf;
-    return false;
-  }
-  bool date(uint32_t field, int32_t *days) const {
-    if (fields_[field]->is_null()) return true;
-    *days = field_value::to_date(fields_[field]);
-    return false;
-  }
-  bool datetime(uint32_t field, int64_t *usecs) const {
-    if (fields_[field]->is_null()) return true;
-    *usecs = field_value::to_datetime(fields_[field]);
-    return false;
-  }
-  bool string(uint32_t field, char **bytes, size_t *size) const {
-    if (fields_[field]->is_null()) return true;
-    String *value = fields_[field]->val_str(&string_, &string_);
-    *bytes = value->ptr();
-    *size = value->length();
-    return false;
+  /** As the rows of cursor.hpp have it. */
+  template <class T>
+  std::optional<T> get(uint32_t column) const {
+    Field *field = fields_[column];
+    if (field->is_null()) return std::nullopt;
+    if constexpr (std::is_same_v<T, int64_t>) {
+      return field->val_int();
+    } else if constexpr (std::is_same_v<T, morvena_sn::Decimal>) {
+      const my_decimal *value = field->val_decimal(&decimal_);
+      return T(value->sign(), ROUND_UP(value->intg), ROUND_UP(value->frac),
+               value->buf);
+    } else if constexpr (std::is_same_v<T, morvena_sn::Date>) {
+      return morvena_sn::epoch + morvena_sn::Days(field_value::to_date(field));
+    } else if constexpr (std::is_same_v<T, morvena_sn::Datetime>) {
+      return morvena_sn::epoch +
+             morvena_sn::Duration(field_value::to_datetime(field));
+    } else {
+      static_assert(std::is_same_v<T, std::string_view>);
+      const String *value = field->val_str(&string_, &string_);
+      return T(value->ptr(), value->length());
+    }
   }
 
  private:

@@ -5,8 +5,7 @@
   @file totals.h
   What the contenders make of the values that they read.
 
-  A row is a type with a function for each type of value; each answers true for
-  "no value", as the reading functions of cursor.h do.
+  A row is a type with a get<T>(), as those of cursor.hpp have it.
 */
 
 #ifndef MORVENA_SN_BENCH_TOTALS_H
@@ -15,10 +14,12 @@
 #include <algorithm>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
 #include "contender.h"
+#include "cursor.hpp"
 
 namespace bench {
 
@@ -39,37 +40,24 @@ inline void with_type(Type type, F f) {
   }
 }
 
-/** A decimal's words of nine digits, in 10^-9 units: for decimals of at most
-    nine digits behind the point. */
-inline Wide billionths_of(bool negative, int32_t intg, int32_t frac,
-                          const int32_t *words) {
-  Wide count = 0;
-  for (int32_t i = 0; i < intg + frac; ++i)
-    count = count * 1000000000 + words[i];
-  if (frac == 0) count *= 1000000000;
-  return negative ? -count : count;
-}
-
+/** Decimals count in 10^-9 units: they have at most nine digits behind the
+    point. */
 template <Type type, class Row>
 inline void add_value(const Row &row, uint32_t field, Wide *total) {
   if constexpr (type == Type::integer) {
-    long long value;
-    if (!row.integer(field, &value)) *total += value;
+    *total += row.template get<int64_t>(field).value_or(0);
   } else if constexpr (type == Type::decimal) {
-    bool negative;
-    int32_t intg, frac, *words;
-    if (!row.decimal(field, &negative, &intg, &frac, &words))
-      *total += billionths_of(negative, intg, frac, words);
+    if (const auto value = row.template get<morvena_sn::Decimal>(field))
+      *total += value->scaled(9).value();
   } else if constexpr (type == Type::date) {
-    int32_t days;
-    if (!row.date(field, &days)) *total = std::max<Wide>(*total, days);
+    if (const auto value = row.template get<morvena_sn::Date>(field))
+      *total = std::max<Wide>(*total, (*value - morvena_sn::epoch).count());
   } else if constexpr (type == Type::datetime) {
-    int64_t usecs;
-    if (!row.datetime(field, &usecs)) *total = std::max<Wide>(*total, usecs);
+    if (const auto value = row.template get<morvena_sn::Datetime>(field))
+      *total = std::max<Wide>(*total, (*value - morvena_sn::epoch).count());
   } else {
-    char *bytes;
-    size_t size;
-    if (!row.string(field, &bytes, &size)) *total += size;
+    if (const auto value = row.template get<std::string_view>(field))
+      *total += value->size();
   }
 }
 
@@ -109,8 +97,8 @@ class Totals {
   std::vector<std::string> texts() const {
     std::vector<std::string> texts;
     for (size_t i = 0; i < totals_.size(); ++i)
-      texts.push_back(types_[i] == Type::decimal ? fixed_point(totals_[i])
-                                                 : digits_of(totals_[i]));
+      texts.push_back(
+          morvena_sn::to_text(totals_[i], types_[i] == Type::decimal ? 9 : 0));
     return texts;
   }
 
@@ -123,23 +111,6 @@ class Totals {
     types_.push_back(type);
     totals_.push_back(is_latest(type) ? std::numeric_limits<int64_t>::min()
                                       : 0);
-  }
-
-  static std::string digits_of(Wide number) {
-    std::string digits;
-    Wide rest = number < 0 ? -number : number;
-    do {
-      digits.insert(digits.begin(), static_cast<char>('0' + rest % 10));
-      rest /= 10;
-    } while (rest != 0);
-    return (number < 0 ? "-" : "") + digits;
-  }
-
-  static std::string fixed_point(Wide billionths) {
-    std::string digits = digits_of(billionths < 0 ? -billionths : billionths);
-    if (digits.size() < 10) digits.insert(0, 10 - digits.size(), '0');
-    digits.insert(digits.size() - 9, ".");
-    return (billionths < 0 ? "-" : "") + digits;
   }
 
   std::vector<Type> types_;

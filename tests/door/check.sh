@@ -32,7 +32,7 @@ version_numbers_stand_in_one_file() {
   local found
   found=$(
     grep -rnE '\b(8\.0\.[0-9]{2}|80[0-9]{3}|9\.[0-9]+|90[0-9]{3})\b' "$cshim" \
-      --include='*.cc' --include='*.h' --exclude-dir=host --exclude=host.h
+      --include='*.cc' --include='*.h' --include='*.hpp' --exclude-dir=host --exclude=host.h
     grep -rnE '\b(80[0-9]{3}|90[0-9]{3})\b' "$cshim/host.h" "$cshim/host" \
       --include='*.cc' --include='*.h' --exclude=version.h
   ) || true
@@ -40,8 +40,16 @@ version_numbers_stand_in_one_file() {
 }
 
 door_needs_no_host_header() {
-  ! grep -nE '^#include ' "$cshim/cursor.h" "$cshim/temporal.h" |
-    grep -vE '<(cstddef|cstdint|stdbool\.h|stddef\.h|stdint\.h)>'
+  local found
+  found=$(
+    grep -nE '^#include ' "$cshim/cursor.h" "$cshim/temporal.h" |
+      grep -vE '<(cstddef|cstdint|stdbool\.h|stddef\.h|stdint\.h)>'
+    # Of the C++ headers those for plug-ins and sessions alone need the server.
+    grep -nE '^#include ' "$cshim"/cursor{,_batch,_error,_range,_reader,_value}.hpp |
+      grep -vE '<[a-z_]+>|"cursor(_[a-z]+)?\.hp*"' || true
+    grep -nE '"cursor_(session|plugin)\.hpp"' "$cshim"/cursor{,_batch,_error,_range,_reader,_value}.hpp
+  ) || true
+  [[ -z $found ]] || { echo "$found"; return 1; }
 }
 
 case $1 in

@@ -284,7 +284,11 @@ TEST_F(Refusal, ErrorIsNotTheOneOfTheOpeningBefore) {
   EXPECT_EQ(Cursor({.table = "nothing"}).error, 1146u);
   EXPECT_EQ(Cursor({.index = "nothing"}).error, 1176u);
   EXPECT_EQ(Cursor({.db = "nowhere"}).error, 1049u);
-  EXPECT_EQ(Cursor().error, 0u);
+  unsigned int error = 12345;
+  char message[MORVENA_SN_MESSAGE_BYTES];
+  close_index_cursor(
+      open_index_cursor("db", "t", "PRIMARY", false, 0, 10, &error, message));
+  EXPECT_EQ(error, 0u);
 }
 
 TEST_F(Refusal, IndexNewerThanTheSnapshot) {

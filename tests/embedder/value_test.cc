@@ -11,7 +11,15 @@ namespace {
 
 using namespace harness;
 
-class Value : public Value_test {};
+class Value : public Value_test {
+ protected:
+  static std::vector<int32_t> words(const Decimal &value) {
+    std::vector<int32_t> words;
+    for (int32_t i = 0; i < value.integer_words() + value.fraction_words(); ++i)
+      words.push_back(value.word(i));
+    return words;
+  }
+};
 
 TEST_F(Value, Tinyint) { check("TINYINT", {"-128", "127", "0", "-1"}); }
 
@@ -79,9 +87,9 @@ TEST_F(Value, DecimalWords) {
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());
   const Decimal value = cursor.read_decimal(1).value();
-  EXPECT_TRUE(value.negative);
-  EXPECT_EQ(value.integer_words, (std::vector<int32_t>{12345}));
-  EXPECT_EQ(value.fraction_words, (std::vector<int32_t>{678000000}));
+  EXPECT_TRUE(value.is_negative());
+  EXPECT_EQ(value.integer_words(), 1);
+  EXPECT_EQ(words(value), (std::vector<int32_t>{12345, 678000000}));
 }
 
 TEST_F(Value, DecimalWordsBeyondOne) {
@@ -89,18 +97,19 @@ TEST_F(Value, DecimalWordsBeyondOne) {
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());
   const Decimal value = cursor.read_decimal(1).value();
-  EXPECT_FALSE(value.negative);
-  EXPECT_EQ(value.integer_words,
-            (std::vector<int32_t>{12, 345678901, 234567890}));
-  EXPECT_EQ(value.fraction_words, (std::vector<int32_t>{123456789, 100000000}));
+  EXPECT_FALSE(value.is_negative());
+  EXPECT_EQ(value.integer_words(), 3);
+  EXPECT_EQ(words(value), (std::vector<int32_t>{12, 345678901, 234567890,
+                                                123456789, 100000000}));
 }
 
 TEST_F(Value, DecimalHalfIsAWordFilledFromTheLeft) {
   store("DECIMAL(5,1) NOT NULL", {"0.5"});
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());
-  EXPECT_EQ(cursor.read_decimal(1).value().fraction_words,
-            (std::vector<int32_t>{500000000}));
+  const Decimal value = cursor.read_decimal(1).value();
+  EXPECT_EQ(value.fraction_words(), 1);
+  EXPECT_EQ(words(value).back(), 500000000);
 }
 
 TEST_F(Value, Float) {

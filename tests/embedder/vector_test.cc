@@ -44,7 +44,7 @@ TEST_F(VectorColumn, HasNeitherDateNorTimeAndIsNoNumber) {
   ASSERT_TRUE(cursor.set_range());
   EXPECT_EQ(cursor.read_int(1), 0);
   EXPECT_EQ(cursor.read_real(1), 0.0);
-  EXPECT_EQ(to_text(cursor.read_decimal(1).value()), "0");
+  EXPECT_EQ(cursor.read_decimal(1).value().text(), "0");
   EXPECT_EQ(cursor.read_date(1), -730517);
   EXPECT_EQ(cursor.read_time(1), 0);
   EXPECT_EQ(cursor.read_datetime(1), -730517 * 86400000000);

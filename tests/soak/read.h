@@ -12,10 +12,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "cursor.h"
+#include "cursor.hpp"
 #include "tables.h"
 
 namespace soak {
@@ -73,16 +74,19 @@ class Open_read {
   Open_read(const Open_read &) = delete;
   Open_read &operator=(const Open_read &) = delete;
 
-  bool is_open() const { return handle_ != 0; }
-  bool has_donors_snapshot() const { return cursor_snapshot(handle_) == 1; }
+  bool is_open() const { return cursor_ || scan_; }
+  bool has_donors_snapshot() const;
   Delivery read();
   void close();
   bool was_killed() const { return killed_; }
   unsigned int error() const { return error_; }
 
  private:
-  void set_columns();
-  bool set_range();
+  /** Keep what has opened, or why it has not. */
+  template <class Reader>
+  void keep(morvena_sn::Result<Reader> opened, std::optional<Reader> *reader);
+  std::vector<std::string> column_names() const;
+  morvena_sn::Range range() const;
   Delivery read_rows();
   Delivery read_in_parallel();
 
@@ -90,7 +94,8 @@ class Open_read {
   const Plan &plan_;
   std::atomic<bool> killed_{false};
   void *session_ = nullptr;
-  uintptr_t handle_ = 0;
+  std::optional<morvena_sn::Cursor> cursor_;
+  std::optional<morvena_sn::Sequential_scan> scan_;
   unsigned int error_ = 0;
   std::vector<uint32_t> columns_;
 };

@@ -4,8 +4,6 @@
 #include "cursor_test.h"
 
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <thread>
 
 #include "known_thread.h"
@@ -73,34 +71,24 @@ field_arg *Keys::arg() {
   return &arg_;
 }
 
-std::string to_text(const Decimal &value) {
-  std::string text = value.negative ? "-" : "";
-  char word[16];
-  bool leading = true;
-  for (const int32_t digits : value.integer_words) {
-    snprintf(word, sizeof word, leading ? "%d" : "%09d", digits);
-    text += word;
-    leading = false;
-  }
-  if (leading) text += '0';
-  if (!value.fraction_words.empty()) text += '.';
-  for (const int32_t digits : value.fraction_words) {
-    snprintf(word, sizeof word, "%09d", digits);
-    text += word;
-  }
-  return text;
+morvena_sn::Options options_of(const Open &open) {
+  return {open.donor, open.index_only, std::chrono::seconds(open.timeout)};
 }
 
-Cursor::Cursor(const Open &open) : opened(open) {
-  char text[512];
-  memset(text, '?', sizeof text);
-  handle = open_index_cursor(open.db, open.table, open.index, open.index_only,
-                             open.donor, open.timeout, &error, text);
-  if (!is_open()) message.assign(text, strnlen(text, sizeof text));
+Cursor::Cursor(const Open &open)
+    : cursor_(morvena_sn::Cursor::open(open.db, open.table, open.index,
+                                       options_of(open))),
+      opened(open) {
+  if (cursor_.has_value()) {
+    handle = cursor_.value().handle();
+  } else {
+    error = cursor_.error().code();
+    message = cursor_.error().what();
+  }
 }
 
 void Cursor::close() {
-  close_index_cursor(handle);
+  if (is_open()) cursor_.value().close();
   handle = 0;
 }
 
@@ -111,57 +99,8 @@ bool Cursor::set_range(Range range) {
       range.closed_end, range.reverse);
 }
 
-void Cursor::set_columns(std::vector<uint32_t> positions) {
-  cursor_set_readset(handle, positions.size(), positions.data());
-}
-
-std::optional<long long> Cursor::read_int(unsigned int column) const {
-  long long value;
-  if (cursor_read_field_int(handle, column, &value)) return {};
-  return value;
-}
-
-std::optional<double> Cursor::read_real(unsigned int column) const {
-  double value;
-  if (cursor_read_field_real(handle, column, &value)) return {};
-  return value;
-}
-
-std::optional<std::string> Cursor::read_text(unsigned int column) const {
-  char *text;
-  size_t size;
-  if (cursor_read_field_str(handle, column, &text, &size)) return {};
-  return std::string(text, size);
-}
-
-std::optional<Decimal> Cursor::read_decimal(unsigned int column) const {
-  Decimal value;
-  int32_t integer, fraction;
-  int32_t *words;
-  if (cursor_read_field_decimal(handle, column, &value.negative, &integer,
-                                &fraction, &words))
-    return {};
-  value.integer_words.assign(words, words + integer);
-  value.fraction_words.assign(words + integer, words + integer + fraction);
-  return value;
-}
-
-std::optional<int32_t> Cursor::read_date(unsigned int column) const {
-  int32_t value;
-  if (cursor_read_field_date(handle, column, &value)) return {};
-  return value;
-}
-
-std::optional<int64_t> Cursor::read_time(unsigned int column) const {
-  int64_t value;
-  if (cursor_read_field_time(handle, column, &value)) return {};
-  return value;
-}
-
-std::optional<int64_t> Cursor::read_datetime(unsigned int column) const {
-  int64_t value;
-  if (cursor_read_field_datetime(handle, column, &value)) return {};
-  return value;
+void Cursor::set_columns(const std::vector<uint32_t> &positions) {
+  if (is_open()) cursor_.value().set_columns(positions);
 }
 
 std::vector<long long> Cursor::ints(unsigned int column, const Range &range) {
@@ -183,22 +122,12 @@ Rows Cursor::texts(const std::vector<unsigned int> &columns,
   return rows;
 }
 
-namespace {
-std::vector<std::string> strings(const std::vector<const char *> &names) {
-  return {names.begin(), names.end()};
-}
-}  // namespace
-
 std::vector<std::string> Cursor::output_columns() const {
-  std::vector<const char *> names(cursor_output_col_num(handle));
-  cursor_output_col_names(handle, names.data());
-  return strings(names);
+  return cursor_.value().column_names();
 }
 
 std::vector<std::string> Cursor::index_columns() const {
-  std::vector<const char *> names(cursor_idx_col_num(handle));
-  cursor_idx_col_names(handle, names.data());
-  return strings(names);
+  return cursor_.value().index_column_names();
 }
 
 bool wait_until(const std::function<bool()> &reached) {

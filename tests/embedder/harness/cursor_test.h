@@ -3,8 +3,8 @@
 
 /**
   @file cursor_test.h
-  What most cases start from: a fresh database, a client, a cursor that closes
-  itself, bounds, and reads into standard types.
+  What most cases start from: a fresh database, a client, a cursor that may be
+  refused, bounds in every form of cursor.h, and reads into standard types.
 */
 
 #ifndef MORVENA_SN_TESTS_CURSOR_TEST_H
@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "client.h"
-#include "cursor.h"
+#include "cursor.hpp"
 #include "gtest/gtest.h"
 #include "my_config.h"
 #include "mysql_time.h"
@@ -74,23 +74,37 @@ struct Open {
   int timeout = 10;
 };
 
-/** A value of cursor_read_field_decimal(). */
-struct Decimal {
-  bool negative;
-  std::vector<int32_t> integer_words;
-  std::vector<int32_t> fraction_words;
-};
+using morvena_sn::Decimal;
 
-/** As SQL prints it: -12345.678000000 for words of nine digits. */
-std::string to_text(const Decimal &value);
+/** Reads in the integer forms of the C functions. Reads of NULL give no value.
+    @param row  of a cursor or of a batch */
+template <class Row>
+std::optional<int32_t> days_of(const Row &row, unsigned int column) {
+  const auto date = row.template get<morvena_sn::Date>(column);
+  if (!date) return {};
+  return static_cast<int32_t>((*date - morvena_sn::epoch).count());
+}
+template <class Row>
+std::optional<int64_t> usecs_of_time(const Row &row, unsigned int column) {
+  const auto time = row.template get<morvena_sn::Duration>(column);
+  if (!time) return {};
+  return time->count();
+}
+template <class Row>
+std::optional<int64_t> usecs_of_datetime(const Row &row, unsigned int column) {
+  const auto time = row.template get<morvena_sn::Datetime>(column);
+  if (!time) return {};
+  return (*time - morvena_sn::epoch).count();
+}
 
-/** An index cursor that closes itself. Reads of NULL give no value. */
+/** How cursor.hpp takes it. */
+morvena_sn::Options options_of(const Open &open);
+
+/** An index cursor that may be refused. Its ranges are those of cursor.h, in
+    every form of a bound. Reads of NULL give no value. */
 class Cursor {
  public:
   explicit Cursor(const Open &open = {});
-  ~Cursor() { close(); }
-  Cursor(const Cursor &) = delete;
-  Cursor &operator=(const Cursor &) = delete;
 
   bool is_open() const { return handle != 0; }
   void close();
@@ -98,15 +112,29 @@ class Cursor {
   /** @return whether a row is current */
   bool set_range(Range range = {});
   bool next() { return !cursor_advance(handle); }
-  void set_columns(std::vector<uint32_t> positions);
+  void set_columns(const std::vector<uint32_t> &positions);
 
-  std::optional<long long> read_int(unsigned int column) const;
-  std::optional<double> read_real(unsigned int column) const;
-  std::optional<std::string> read_text(unsigned int column) const;
-  std::optional<Decimal> read_decimal(unsigned int column) const;
-  std::optional<int32_t> read_date(unsigned int column) const;
-  std::optional<int64_t> read_time(unsigned int column) const;
-  std::optional<int64_t> read_datetime(unsigned int column) const;
+  std::optional<long long> read_int(unsigned int column) const {
+    return row().get<long long>(column);
+  }
+  std::optional<double> read_real(unsigned int column) const {
+    return row().get<double>(column);
+  }
+  std::optional<std::string> read_text(unsigned int column) const {
+    return row().get<std::string>(column);
+  }
+  std::optional<Decimal> read_decimal(unsigned int column) const {
+    return row().get<Decimal>(column);
+  }
+  std::optional<int32_t> read_date(unsigned int column) const {
+    return days_of(row(), column);
+  }
+  std::optional<int64_t> read_time(unsigned int column) const {
+    return usecs_of_time(row(), column);
+  }
+  std::optional<int64_t> read_datetime(unsigned int column) const {
+    return usecs_of_datetime(row(), column);
+  }
 
   /** Every row of a range, one column. */
   std::vector<long long> ints(unsigned int column, const Range &range = {});
@@ -116,9 +144,15 @@ class Cursor {
   std::vector<std::string> output_columns() const;
   std::vector<std::string> index_columns() const;
 
+ private:
+  morvena_sn::Row row() const { return morvena_sn::Row(handle); }
+
+  morvena_sn::Result<morvena_sn::Cursor> cursor_;
+
+ public:
   const Open opened;  // on what
   uintptr_t handle = 0;
-  unsigned int error = 12345;
+  unsigned int error = 0;
   std::string message;
 };
 

@@ -91,7 +91,7 @@ void Value_test::compare(const Expected &expected) {
     EXPECT_TRUE(cursor.read_text(1) == row[2])
         << cursor.read_text(1).value().substr(0, 100) << ", expected "
         << row[2].value().substr(0, 100);
-    EXPECT_EQ(plain(to_text(cursor.read_decimal(1).value())),
+    EXPECT_EQ(plain(cursor.read_decimal(1).value().text()),
               plain(row[3].value()));
     EXPECT_EQ(cursor.read_date(1), std::stol(row[4].value()));
     EXPECT_EQ(cursor.read_time(1), std::stoll(row[5].value()));

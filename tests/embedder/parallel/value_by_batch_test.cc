@@ -94,7 +94,7 @@ class ParallelValue : public Value_test {
     const double real = strtod(row[1].value().c_str(), nullptr);
     EXPECT_EQ(reads.real, real);
     EXPECT_EQ(std::signbit(*reads.real), std::signbit(real));
-    EXPECT_EQ(as_decimal(to_text(*reads.decimal)), as_decimal(*row[3]));
+    EXPECT_EQ(as_decimal(reads.decimal->text()), as_decimal(*row[3]));
     EXPECT_EQ(reads.date, std::stol(row[4].value()));
     EXPECT_EQ(reads.time, std::stoll(row[5].value()));
     EXPECT_EQ(reads.datetime, std::stoll(row[6].value()));

@@ -36,62 +36,6 @@ Columns first_columns(size_t n) {
   return columns;
 }
 
-std::optional<long long> Batch::read_int(unsigned int column,
-                                         unsigned int nr) const {
-  long long value;
-  if (pread_field_int(handle, column, nr, &value)) return {};
-  return value;
-}
-
-std::optional<double> Batch::read_real(unsigned int column,
-                                       unsigned int nr) const {
-  double value;
-  if (pread_field_real(handle, column, nr, &value)) return {};
-  return value;
-}
-
-std::optional<std::string> Batch::read_text(unsigned int column,
-                                            unsigned int nr) const {
-  char *text;
-  size_t size;
-  if (pread_field_str(handle, column, nr, &text, &size)) return {};
-  return std::string(text, size);
-}
-
-std::optional<Decimal> Batch::read_decimal(unsigned int column,
-                                           unsigned int nr) const {
-  Decimal value;
-  int32_t integer, fraction;
-  int32_t *words;
-  if (pread_field_decimal(handle, column, nr, &value.negative, &integer,
-                          &fraction, &words))
-    return {};
-  value.integer_words.assign(words, words + integer);
-  value.fraction_words.assign(words + integer, words + integer + fraction);
-  return value;
-}
-
-std::optional<int32_t> Batch::read_date(unsigned int column,
-                                        unsigned int nr) const {
-  int32_t value;
-  if (pread_field_date(handle, column, nr, &value)) return {};
-  return value;
-}
-
-std::optional<int64_t> Batch::read_time(unsigned int column,
-                                        unsigned int nr) const {
-  int64_t value;
-  if (pread_field_time(handle, column, nr, &value)) return {};
-  return value;
-}
-
-std::optional<int64_t> Batch::read_datetime(unsigned int column,
-                                            unsigned int nr) const {
-  int64_t value;
-  if (pread_field_datetime(handle, column, nr, &value)) return {};
-  return value;
-}
-
 Row Batch::row(const Columns &columns, unsigned int nr) const {
   Row row;
   for (const unsigned int column : columns)
@@ -99,27 +43,29 @@ Row Batch::row(const Columns &columns, unsigned int nr) const {
   return row;
 }
 
-Scan::Scan(const Open &open) : opened(open) {
-  char text[512];
-  memset(text, '?', sizeof text);
-  handle = open_seqscan_cursor(open.db, open.table, open.donor, open.timeout,
-                               &error, text);
-  if (!is_open()) message.assign(text, strnlen(text, sizeof text));
+Scan::Scan(const Open &open)
+    : scan_(morvena_sn::Sequential_scan::open(open.db, open.table,
+                                              options_of(open))),
+      opened(open) {
+  if (scan_.has_value()) {
+    handle = scan_.value().handle();
+  } else {
+    error = scan_.error().code();
+    message = scan_.error().what();
+  }
 }
 
 void Scan::close() {
-  close_seqscan_cursor(handle);
+  if (is_open()) scan_.value().close();
   handle = 0;
 }
 
-void Scan::set_columns(std::vector<uint32_t> positions) {
-  seqscan_cursor_set_readset(handle, positions.size(), positions.data());
+void Scan::set_columns(const std::vector<uint32_t> &positions) {
+  if (is_open()) scan_.value().set_columns(positions);
 }
 
 std::vector<std::string> Scan::output_columns() const {
-  std::vector<const char *> names(seqscan_cursor_output_col_num(handle));
-  seqscan_cursor_output_col_names(handle, names.data());
-  return {names.begin(), names.end()};
+  return scan_.value().column_names();
 }
 
 namespace {

@@ -43,41 +43,60 @@ Columns first_columns(size_t n);
 class Batch {
  public:
   Batch(uint64_t batch_handle, uint64_t worker)
-      : handle(batch_handle), thread(worker) {}
+      : handle(batch_handle), thread(worker), batch_(batch_handle, worker) {}
 
-  size_t size() const { return pread_n_tuples(handle); }
-  std::optional<long long> read_int(unsigned int column, unsigned int nr) const;
-  std::optional<double> read_real(unsigned int column, unsigned int nr) const;
+  size_t size() const { return batch_.size(); }
+  std::optional<long long> read_int(unsigned int column,
+                                    unsigned int nr) const {
+    return batch_.get<long long>(column, nr);
+  }
+  std::optional<double> read_real(unsigned int column, unsigned int nr) const {
+    return batch_.get<double>(column, nr);
+  }
   std::optional<std::string> read_text(unsigned int column,
-                                       unsigned int nr) const;
+                                       unsigned int nr) const {
+    return batch_.get<std::string>(column, nr);
+  }
   std::optional<Decimal> read_decimal(unsigned int column,
-                                      unsigned int nr) const;
-  std::optional<int32_t> read_date(unsigned int column, unsigned int nr) const;
-  std::optional<int64_t> read_time(unsigned int column, unsigned int nr) const;
+                                      unsigned int nr) const {
+    return batch_.get<Decimal>(column, nr);
+  }
+  std::optional<int32_t> read_date(unsigned int column, unsigned int nr) const {
+    return days_of(batch_[nr], column);
+  }
+  std::optional<int64_t> read_time(unsigned int column, unsigned int nr) const {
+    return usecs_of_time(batch_[nr], column);
+  }
   std::optional<int64_t> read_datetime(unsigned int column,
-                                       unsigned int nr) const;
+                                       unsigned int nr) const {
+    return usecs_of_datetime(batch_[nr], column);
+  }
   Row row(const Columns &columns, unsigned int nr) const;
 
   const uintptr_t handle;
   const uint64_t thread;
+
+ private:
+  morvena_sn::Batch batch_;
 };
 
-/** A sequential-scan cursor that closes itself. */
+/** A sequential scan that may be refused. */
 class Scan {
  public:
   explicit Scan(const Open &open = {});
-  ~Scan() { close(); }
-  Scan(const Scan &) = delete;
-  Scan &operator=(const Scan &) = delete;
 
   bool is_open() const { return handle != 0; }
   void close();
-  void set_columns(std::vector<uint32_t> positions);
+  void set_columns(const std::vector<uint32_t> &positions);
   std::vector<std::string> output_columns() const;
 
+ private:
+  morvena_sn::Result<morvena_sn::Sequential_scan> scan_;
+
+ public:
   const Open opened;  // on what; its index is not looked at
   uintptr_t handle = 0;
-  unsigned int error = 12345;
+  unsigned int error = 0;
   std::string message;
 };
 
