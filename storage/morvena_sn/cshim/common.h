@@ -173,8 +173,8 @@ class CommonApi {
       until drop_donor(). May throw std::bad_alloc.
       @return the id to name it by */
   [[nodiscard]] static uint32_t make_donor(THD *thd);
-  /** End such a donor. @return its session, attached to the calling thread; null
-      if the id names none */
+  /** End such a donor. @return its session, attached to the calling thread;
+     null if the id names none */
   [[nodiscard]] static THD *drop_donor(uint32_t id);
   /** @return the ids of all such donors */
   [[nodiscard]] static std::vector<uint32_t> donors();
