@@ -517,8 +517,8 @@ void cursor_set_readset(uintptr_t cursor, size_t ncols, uint32_t *fields);
   @retval true   no row is current: the range has no further row, no range is
                  set, the read failed, the cursor's session was killed, or no
                  handle. cursor_error() tells them apart. Further calls answer
-                 true again, and a failure that ended a range stays the handle's
-                 error until the next range.
+                 true again, except after a cursor_cancel(). A failure that
+                 ended a range stays the handle's error until the next range.
 
   Sense:    the opposite of cursor_set_read_range().
   Lifetime: strings and decimals read from the previous row are gone.
@@ -732,8 +732,9 @@ unsigned int cursor_error(uintptr_t handle, const char **message);
 
 /**
   End a call: the one under way on the handle, or else the next one, fails with
-  1317. The handle can be read again after that. To end an opening, kill the
-  client on whose thread it runs.
+  1317. The handle can be read again after that: a step that was cancelled
+  before it began leaves the range alone, and the next step goes on in it. To
+  end an opening, kill the client on whose thread it runs.
 
   A client's KILL, KILL QUERY or max_execution_time does the same for the calls
   that are made on its thread. For a cursor that was opened on its thread with

@@ -143,12 +143,19 @@ TEST_F(ParallelValue, Decimals) {
   check("DECIMAL(1,0)", {"9", "-9", "0"});
 }
 
+std::vector<int32_t> words_of(const morvena_sn::Decimal &value) {
+  std::vector<int32_t> words;
+  for (int32_t i = 0; i < value.integer_words() + value.fraction_words(); ++i)
+    words.push_back(value.word(i));
+  return words;
+}
+
 TEST_F(ParallelValue, DecimalWords) {
   store_over_pages("DECIMAL(12,3)", {"-12345.678"});
   const Reads reads = read_all(2).at(1);
-  EXPECT_TRUE(reads.decimal->negative);
-  EXPECT_EQ(reads.decimal->integer_words, (std::vector<int32_t>{12345}));
-  EXPECT_EQ(reads.decimal->fraction_words, (std::vector<int32_t>{678000000}));
+  EXPECT_TRUE(reads.decimal->is_negative());
+  EXPECT_EQ(reads.decimal->integer_words(), 1);
+  EXPECT_EQ(words_of(*reads.decimal), (std::vector<int32_t>{12345, 678000000}));
 }
 
 TEST_F(ParallelValue, DecimalOfAllDigits) {
@@ -158,11 +165,13 @@ TEST_F(ParallelValue, DecimalOfAllDigits) {
   EXPECT_EQ(reads.at(1).text, digits);
   EXPECT_EQ(reads.at(2).text, "-" + digits);
   // 35 digits are three words and eight digits, 30 are three words and three.
-  EXPECT_EQ(reads.at(1).decimal->integer_words,
-            (std::vector<int32_t>{99999999, 999999999, 999999999, 999999999}));
-  EXPECT_EQ(reads.at(2).decimal->fraction_words,
-            (std::vector<int32_t>{999999999, 999999999, 999999999, 999000000}));
-  EXPECT_TRUE(reads.at(2).decimal->negative);
+  const std::vector<int32_t> words = {99999999,  999999999, 999999999,
+                                      999999999, 999999999, 999999999,
+                                      999999999, 999000000};
+  EXPECT_EQ(reads.at(1).decimal->integer_words(), 4);
+  EXPECT_EQ(words_of(*reads.at(1).decimal), words);
+  EXPECT_EQ(words_of(*reads.at(2).decimal), words);
+  EXPECT_TRUE(reads.at(2).decimal->is_negative());
 }
 
 TEST_F(ParallelValue, RealNumbers) {
