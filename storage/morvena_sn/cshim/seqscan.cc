@@ -5,20 +5,16 @@
 
 #include "seqscan.h"
 
-#include <strings.h>
-
 #include <memory>
 
 #include "common.h"
+#include "common/dictionary.h"
 #include "innodb_api.h"
 
 SeqScanCursor *SeqScanCursor::open(TABLE *table, uint32_t snapshot_donor) {
   if (CommonApi::start_transaction(snapshot_donor) == nullptr) return nullptr;
   std::unique_ptr<SeqScanCursor> cursor(new SeqScanCursor(table));
-  for (uint i = 0; i < table->s->keys && cursor->pkey_ == nullptr; ++i) {
-    KEY *key = &table->key_info[i];
-    if (strcasecmp(key->name, "primary") == 0) cursor->pkey_ = key;
-  }
+  cursor->pkey_ = find_key_by_name(table, "primary");
   return cursor.release();
 }
 

@@ -13,44 +13,12 @@
 #include <string>
 
 #include "common/counters.h"
+#include "common/dictionary.h"
 #include "innodb_api.h"
 
 #include "srv0srv.h"
 
 namespace {
-
-// Closes the dictionary table unless a reader takes it over.
-class Dictionary_table {
- public:
-  explicit Dictionary_table(TABLE *table) {
-    char name[FN_REFLEN];
-    normalize_table_name(name, table->s->normalized_path.str);
-    table_ = dd_table_open_on_name(current_thd, nullptr, name, false, 0);
-  }
-  ~Dictionary_table() {
-    if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
-  }
-  Dictionary_table(const Dictionary_table &) = delete;
-  Dictionary_table &operator=(const Dictionary_table &) = delete;
-  dict_table_t *get() const { return table_; }
-  void taken_over() { table_ = nullptr; }
-
- private:
-  dict_table_t *table_;
-};
-
-dict_index_t *find_index(const dict_table_t *table, const char *name) {
-  if (table == nullptr) return nullptr;
-  dict_index_t *index = const_cast<dict_index_t *>(table->first_index());
-  if (name == nullptr) {
-    while (index != nullptr && !index->is_clustered()) index = index->next();
-  } else {
-    while (index != nullptr && innobase_strcasecmp(index->name, name) != 0) {
-      index = index->next();
-    }
-  }
-  return index;
-}
 
 // A virtual column has no stored value. In the clustered index it matters only
 // when it is read; the bit looked at is that of InnoDB's number of the column.
@@ -111,12 +79,6 @@ bool take_snapshot(trx_t *trx) {
   return trx_assign_read_view(trx) != nullptr;
 }
 
-// A partitioned table has a B-tree for each partition and no dictionary table
-// of its own name; another engine's has neither.
-bool has_one_tree(const TABLE *table) {
-  return table->s->db_type() == innodb_hton && table->part_info == nullptr;
-}
-
 void fill_column(mysql_row_templ_t *templ, const TABLE *table,
                  const Field *field, const dict_table_t *dict_table,
                  ulint col_no) {
@@ -159,7 +121,7 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
     return nullptr;
   }
   Dictionary_table dict_table(table);
-  dict_index_t *index = find_index(dict_table.get(), index_name);
+  dict_index_t *index = dict_table.find_index(index_name);
   if (index == nullptr) {
     const std::string name = index_name != nullptr ? index_name : "";
     failure->raise(ER_KEY_DOES_NOT_EXITS,
@@ -177,7 +139,7 @@ ParallelIndexReader *ParallelIndexReader::open(TABLE *table,
   }
   std::unique_ptr<ParallelIndexReader> reader(new ParallelIndexReader(
       table, dict_table.get(), index, indexonly_scan, state));
-  dict_table.taken_over();
+  dict_table.release();
   reader->build_template(table, reader->prebuilt_, false);
   reader->plan_columns();
   reader->limit_offsets();

@@ -8,20 +8,8 @@
 
 #include <new>
 
+#include "common/dictionary.h"
 #include "innodb_api.h"
-
-namespace {
-
-const KEY *find_key(const TABLE *table, const dict_index_t *index) {
-  for (uint i = 0; i < table->s->keys; ++i) {
-    if (innobase_strcasecmp(table->key_info[i].name, index->name) == 0) {
-      return &table->key_info[i];
-    }
-  }
-  return nullptr;
-}
-
-}  // namespace
 
 Iter::~Iter() {
   // The cursor keeps the stored key outside the heap.
@@ -80,7 +68,7 @@ int cmp_dtuple(const dict_index_t *index, dtuple_t *a, dtuple_t *b) {
 void ParallelIndexReader::set_range_scan(const key_range *start,
                                          const key_range *end) {
   Range range(std::make_shared<Iter>(), std::make_shared<Iter>());
-  const KEY *key = find_key(mysql_table_, index_);
+  const KEY *key = find_key_by_name(mysql_table_, index_->name);
   const auto convert = [&](const key_range *bound, dtuple_t *tuple,
                            byte *buffer) -> const dtuple_t * {
     if (bound == nullptr || key == nullptr) return nullptr;
