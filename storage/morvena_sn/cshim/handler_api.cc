@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "common.h"
+#include "common/dictionary.h"
 
 #include "sql/partition_info.h"
 
@@ -17,15 +18,6 @@ namespace {
 
 // The rows that the handler is to fetch ahead of the cursor.
 constexpr double prefetch_rows = 200.0;
-
-KEY *find_key_by_name(TABLE *table, const char *name) {
-  for (uint i = 0; i < table->s->keys; ++i) {
-    if (strcasecmp(table->key_info[i].name, name) == 0) {
-      return &table->key_info[i];
-    }
-  }
-  return nullptr;
-}
 
 // Full-text and spatial indexes are listed like others, but have no key order
 // to read in. The handler of a partitioned table merges rows by the columns of
@@ -164,9 +156,7 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
       key_(key),
       index_only_(index_only),
       passed_(n_merged_out_of_order(table, key)),
-      row_columns_(table->s->fields) {
-  buffer_.str.set_charset(&my_charset_bin);
-}
+      row_columns_(table->s->fields) {}
 
 IndexCursor *IndexCursor::open(void *my_table, const char *idx_name,
                                bool index_only, uint32_t snapshot_donor) {

@@ -48,7 +48,6 @@
 #include <vector>
 
 #include "common/call_state.h"
-#include "field_value.h"
 #include "host.h"
 #include "host/innodb.h"
 #include "innodb_api/latch.h"
@@ -56,7 +55,7 @@
 #include "innodb_api/record_layout.h"
 #include "innodb_api/scope.h"
 #include "innodb_api/stored_form.h"
-#include "row_column.h"
+#include "value_reader.h"
 
 /** The load callback: (batch handle, worker number, the caller's argument);
     true stops the whole read. */
@@ -147,7 +146,7 @@ struct ThreadCtx {
   ThreadCtx() : root(PSI_NOT_INSTRUMENTED, 512) {}
 
   size_t id_ = 0;
-  void *thd_ = nullptr;         // the session of its thread
+  THD *thd_ = nullptr;          // the session of its thread
   MEM_ROOT root;                // of the Field copies
   std::vector<Field *> fields;  // by table position; null: not read
   ulint ncols_ = 0;             // table positions that the batch describes
@@ -166,10 +165,9 @@ struct ThreadCtx {
   mem_heap_t *blob_heap_ = nullptr;  // large values of the batch's rows
   Parallel_load_fn fn_ = nullptr;
   void *argument_ = nullptr;
-  field_read_buffer field_buffer_;
+  Value_reader value_reader_;
   lob::undo_vers_t lob_undo_;  // partial updates to take back from a large
                                // value of the version in hand
-  Local_time local_time_;
 };
 
 class ParallelIndexReader : public ThreadBudget {

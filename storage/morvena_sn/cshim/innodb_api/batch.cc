@@ -125,7 +125,6 @@ ThreadCtx *ParallelIndexReader::init_thread_ctx(size_t id) {
     tctx->id_ = id;
     tctx->fn_ = loader_;
     tctx->argument_ = argument_;
-    tctx->field_buffer_.str.set_charset(&my_charset_bin);
     if (!copy_fields(tctx.get(), mysql_table_, columns_)) return nullptr;
     lay_out_row(tctx.get(), prebuilt_);
     tctx->batch_size_ = rows_per_batch;

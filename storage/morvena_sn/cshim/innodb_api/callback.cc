@@ -33,29 +33,13 @@ inline const byte *row_with_value(const ThreadCtx *tctx, uint field_idx,
   return column.field_ == nullptr || column.is_null(row) ? nullptr : row;
 }
 
-// The worker's own Field of a column, pointing at a row.
-Field *field_at(const Row_column &column, const byte *row) {
-  Field *field = column.field_;
-  auto *to = const_cast<byte *>(row);
-  field->set_field_ptr(to + column.offset_);
-  if (field->is_nullable()) {
-    field->set_null_ptr(to + column.null_byte_, column.null_bit_);
-  }
-  return field;
-}
-
-// Have the host convert a value. Its conversions look at the thread's session,
-// and warn there: not in one that the callback left with the thread.
-template <class Convert>
-auto by_host(const ThreadCtx *tctx, const Row_column &column, const byte *row,
-             Convert convert) {
-  const Own_session session(tctx->thd_);
-  return convert(field_at(column, row));
-}
-
-int64_t timestamp(ThreadCtx *tctx, const Row_column &column, const byte *row) {
-  tctx->local_time_.use_zone_of(tctx->thd_);
-  return column.timestamp(row, &tctx->local_time_);
+// @return whether there is no value
+template <class Read>
+bool read_value(ThreadCtx *tctx, uint field_idx, uint nr, Read read) {
+  const byte *row = row_with_value(tctx, field_idx, nr);
+  if (row == nullptr) return true;
+  read(Value_in_row{tctx->row_columns_[field_idx], row, tctx->thd_});
+  return false;
 }
 
 }  // namespace
@@ -90,103 +74,50 @@ dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
 
 bool ParallelIndexReader::read_field_int(ThreadCtx *tctx, uint field_idx,
                                          uint nr, longlong *val) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *val = column.is_integer() ? column.integer(row)
-                             : by_host(tctx, column, row, [](Field *field) {
-                                 return field->val_int();
-                               });
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    *val = tctx->value_reader_.integer(value);
+  });
 }
 
 bool ParallelIndexReader::read_field_real(ThreadCtx *tctx, uint field_idx,
                                           uint nr, double *val) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *val = column.is_real() ? column.real(row)
-                          : by_host(tctx, column, row, [](Field *field) {
-                              return field->val_real();
-                            });
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    *val = tctx->value_reader_.real(value);
+  });
 }
 
 bool ParallelIndexReader::read_field_str(ThreadCtx *tctx, uint field_idx,
                                          uint nr, char **str, size_t *size) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  if (column.form_ == Column_form::VARCHAR) {
-    column.text(row, str, size);
-  } else {
-    by_host(tctx, column, row, [&](Field *field) {
-      field_value::to_str(field, &tctx->field_buffer_, str, size);
-    });
-  }
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    tctx->value_reader_.text(value, str, size);
+  });
 }
 
 bool ParallelIndexReader::read_field_decimal(ThreadCtx *tctx, uint field_idx,
                                              uint nr, bool *neg, int32_t *intg,
                                              int32_t *frac, int32_t **data) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *data = tctx->field_buffer_.decimal.buf;
-  if (column.form_ != Column_form::DECIMAL ||
-      !column.decimal(row, *data, neg, intg, frac)) {
-    by_host(tctx, column, row, [&](Field *field) {
-      field_value::to_decimal(field, &tctx->field_buffer_, neg, intg, frac,
-                              data);
-    });
-  }
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    tctx->value_reader_.decimal(value, neg, intg, frac, data);
+  });
 }
 
 bool ParallelIndexReader::read_field_date(ThreadCtx *tctx, uint field_idx,
                                           uint nr, int32_t *date) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  switch (column.form_) {
-    case Column_form::DATE:
-      *date = column.date(row);
-      break;
-    case Column_form::TIMESTAMP:
-      *date = days_of_datetime(timestamp(tctx, column, row));
-      break;
-    default:
-      *date = by_host(tctx, column, row, field_value::to_date);
-  }
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    *date = tctx->value_reader_.date(value);
+  });
 }
 
 bool ParallelIndexReader::read_field_time(ThreadCtx *tctx, uint field_idx,
                                           uint nr, int64_t *time) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *time = column.form_ == Column_form::TIMESTAMP
-              ? time_of_datetime(timestamp(tctx, column, row))
-              : by_host(tctx, column, row, field_value::to_time);
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    *time = tctx->value_reader_.time(value);
+  });
 }
 
 bool ParallelIndexReader::read_field_datetime(ThreadCtx *tctx, uint field_idx,
                                               uint nr, int64_t *datetime) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  switch (column.form_) {
-    case Column_form::DATETIME:
-      *datetime = column.datetime(row);
-      break;
-    case Column_form::TIMESTAMP:
-      *datetime = timestamp(tctx, column, row);
-      break;
-    default:
-      *datetime = by_host(tctx, column, row, field_value::to_datetime);
-  }
-  return false;
+  return read_value(tctx, field_idx, nr, [&](const Value_in_row &value) {
+    *datetime = tctx->value_reader_.datetime(value);
+  });
 }

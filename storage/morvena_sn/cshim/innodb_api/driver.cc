@@ -72,8 +72,8 @@ class Worker_session {
  public:
   Worker_session(size_t worker, const THD *cursors, const TABLE *table,
                  const char *index_name)
-      : thd_(CommonApi::create_thd(Session_role::WORKER)),
-        row_(static_cast<const THD *>(thd_)) {
+      : thd_(static_cast<THD *>(CommonApi::create_thd(Session_role::WORKER))),
+        row_(thd_) {
     if (thd_ == nullptr) throw std::bad_alloc();
     CommonApi::copy_settings(cursors, thd_);
     tell(row_, worker, cursors, table, index_name);
@@ -81,10 +81,10 @@ class Worker_session {
   ~Worker_session() { CommonApi::close_thd(thd_); }
   Worker_session(const Worker_session &) = delete;
   Worker_session &operator=(const Worker_session &) = delete;
-  void *get() const { return thd_; }
+  THD *get() const { return thd_; }
 
  private:
-  void *thd_;
+  THD *const thd_;
   const thread_row::Bound row_;
   const counters::Running running_{Tally::WORKERS_RUNNING};
 };
