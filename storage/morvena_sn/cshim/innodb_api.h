@@ -48,10 +48,10 @@
 #include <vector>
 
 #include "common/call_state.h"
+#include "common/pool.h"
 #include "host.h"
 #include "host/innodb.h"
 #include "innodb_api/latch.h"
-#include "innodb_api/pool.h"
 #include "innodb_api/record_layout.h"
 #include "innodb_api/scope.h"
 #include "innodb_api/stored_form.h"
@@ -172,7 +172,7 @@ struct ThreadCtx {
 
 class ParallelIndexReader : public ThreadBudget {
  public:
-  // --- pool: innodb_api/pool.cc ---
+  // --- pool: common/pool.cc ---
   using ThreadPool = ::ThreadPool;
 
   // --- open: innodb_api/open.cc ---
