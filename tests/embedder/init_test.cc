@@ -8,8 +8,8 @@
 #include <future>
 
 #include "common.h"
+#include "common/pool.h"
 #include "cursor_test.h"
-#include "innodb_api/pool.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "common.h"
+#include "common/pool.h"
 #include "cursor_test.h"
-#include "innodb_api/pool.h"
 #include "process.h"
 #include "session.h"
 

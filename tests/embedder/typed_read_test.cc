@@ -3,7 +3,7 @@
 
 // The sessions that typed reads convert in, and exceptions of conversions.
 
-#include "innodb_api.h"
+#include "innodb_api/batch.h"
 #include "parallel_test.h"
 #include "session.h"
 
@@ -116,7 +116,7 @@ TEST_F(TypedRead, OfABatchWarnsInTheWorkersSession) {
 TEST_F(TypedRead, OfABatchGivesNoValueWhereTheConversionThrows) {
   with_batch([](const Batch &batch) {
     auto *worker = reinterpret_cast<ThreadCtx *>(batch.handle);
-    auto *word = static_cast<Field_str *>(worker->fields[2]);
+    auto *word = static_cast<Field_str *>(worker->field(2));
     const CHARSET_INFO *charset = word->charset();
     MY_CHARSET_HANDLER handler = *charset->cset;
     handler.strntoll = &Throwing<decltype(handler.strntoll)>::convert;
@@ -130,7 +130,7 @@ TEST_F(TypedRead, OfABatchGivesNoValueWhereTheConversionThrows) {
       EXPECT_EQ(value, 17);
       EXPECT_EQ(current_session(), client.get());
     }
-    restore_session(worker->thd_);
+    restore_session(worker->session());
     word->set_charset(charset);
     EXPECT_EQ(batch.read_int(2, 0), 0);
     return false;

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "common.h"
+#include "common/pool.h"
 #include "cursor_test.h"
-#include "innodb_api/pool.h"
 #include "lifecycle.h"
 
 namespace {

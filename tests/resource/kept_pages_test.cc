@@ -12,7 +12,7 @@
 #include <future>
 #include <mutex>
 
-#include "innodb_api/pool.h"
+#include "common/pool.h"
 #include "parallel_test.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <future>
 #include <thread>
 
-#include "innodb_api/pool.h"
+#include "common/pool.h"
 #include "parallel_test.h"
 
 namespace {

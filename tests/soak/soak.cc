@@ -25,8 +25,8 @@
 #include <vector>
 
 #include "common.h"
+#include "common/pool.h"
 #include "cursor.h"
-#include "innodb_api/pool.h"
 #include "my_thread.h"
 #include "mysql/plugin.h"
 #include "process.h"

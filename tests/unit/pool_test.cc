@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-#include "innodb_api/pool.h"
+#include "common/pool.h"
 #include "gtest/gtest.h"
 #include "host_stand_in.h"
 

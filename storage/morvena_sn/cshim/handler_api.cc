@@ -156,9 +156,7 @@ IndexCursor::IndexCursor(TABLE *table, trx_t *trx, KEY *key, bool index_only)
       key_(key),
       index_only_(index_only),
       passed_(n_merged_out_of_order(table, key)),
-      row_columns_(table->s->fields) {
-  buffer_.str.set_charset(&my_charset_bin);
-}
+      row_columns_(table->s->fields) {}
 
 std::unique_ptr<IndexCursor> IndexCursor::open(TABLE *table,
                                                const char *idx_name,

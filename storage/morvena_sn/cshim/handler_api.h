@@ -18,9 +18,8 @@
 #include "common/call_state.h"
 #include "common/counters.h"
 #include "cursor.h"
-#include "field_value.h"
 #include "host.h"
-#include "row_column.h"
+#include "value_reader.h"
 
 struct trx_t;
 
@@ -118,7 +117,8 @@ class IndexCursor {
   bool index_has(unsigned int field_idx) const;
   bool was_read(unsigned int field_idx) const;
   const Row_column *column_with_value(unsigned int field_idx);
-  int64_t timestamp(const Row_column &column);
+  template <class Read>
+  bool read_value(unsigned int field_idx, Read read);
   /** To be called when the columns that may be read change. */
   void forget_row_columns() {
     row_columns_.assign(row_columns_.size(), Row_column());
@@ -147,8 +147,7 @@ class IndexCursor {
   // that must not be waited for with a page in hand, as callbacks have one.
   std::vector<const char *> key_columns_;
   counters::Batched rows_read_{Tally::ROWS_READ};
-  field_read_buffer buffer_;
-  Local_time local_time_;
+  Value_reader value_reader_;
   std::vector<Row_column> row_columns_;  // by table position, made when read
   /** The read and write sets with which the handler last positioned; empty
       before the first time. */

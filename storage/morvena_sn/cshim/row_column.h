@@ -58,6 +58,8 @@ struct Row_column {
   int32_t date(const uchar *row) const;
   int64_t datetime(const uchar *row) const;
   int64_t timestamp(const uchar *row, Local_time *local_time) const;
+  /** The column's Field, pointing at a row. */
+  Field *field_at(const uchar *row) const;
 
   Field *field_ = nullptr;  // null: the column is not read
   uint32_t offset_ = 0;
@@ -68,6 +70,13 @@ struct Row_column {
                            // decimal's, datetime's or timestamp's fraction
   uint8_t precision_ = 0;  // digits of a decimal
 };
+
+inline Field *Row_column::field_at(const uchar *row) const {
+  auto *to = const_cast<uchar *>(row);
+  field_->set_field_ptr(to + offset_);
+  if (field_->is_nullable()) field_->set_null_ptr(to + null_byte_, null_bit_);
+  return field_;
+}
 
 inline longlong Row_column::integer(const uchar *row) const {
   const uchar *value = row + offset_;

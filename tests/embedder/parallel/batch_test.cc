@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "innodb_api/pool.h"
+#include "common/pool.h"
 #include "parallel_test.h"
 #include "session.h"
 

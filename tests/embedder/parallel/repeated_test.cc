@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "common.h"
-#include "innodb_api/pool.h"
+#include "common/pool.h"
 #include "parallel_test.h"
 #include "process.h"
 

@@ -11,7 +11,7 @@
 #include <functional>
 #include <mutex>
 
-#include "innodb_api.h"
+#include "innodb_api/leaves.h"
 
 namespace {
 
@@ -28,10 +28,10 @@ class Pretended_waiter {
   Pretended_waiter()
       : table_(dd_table_open_on_name(current_thd, nullptr, "db/t", false, 0)) {
     wait();
-    ParallelIndexReader::s_yield = yield_to_the_case;
+    Leaf_walk::s_yield = yield_to_the_case;
   }
   ~Pretended_waiter() {
-    ParallelIndexReader::s_yield = [] { sched_yield(); };
+    Leaf_walk::s_yield = [] { sched_yield(); };
     table_->first_index()->lock.waiters = false;
     dd_table_close(table_, nullptr, nullptr, false);
   }

@@ -1,57 +1,80 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The reader's own parts: how it opens, what it cuts a range into, and its
-// queue.
+// The rooms of a read by themselves: how an index opens, what a range is cut
+// into, and the queue.
 
 #include <cstring>
 
 #include "common.h"
-#include "innodb_api.h"
+#include "common/failure.h"
+#include "innodb_api/latch.h"
+#include "innodb_api/partition.h"
+#include "innodb_api/plan.h"
+#include "innodb_api/queue.h"
+#include "innodb_api/range.h"
+#include "innodb_api/stop.h"
 #include "parallel_test.h"
 
 namespace {
 
 using namespace harness;
 
-/** A reader on a table of db, in a session of its own. */
-class Opened_reader {
+/** A plan to read a table of db, under the index latch, in a session of its
+ * own.
+ */
+class Opened_plan {
  public:
-  explicit Opened_reader(const char *index = "PRIMARY", bool index_only = true,
-                         const char *table = "t")
+  explicit Opened_plan(const char *index = "PRIMARY", bool index_only = true,
+                       const char *table = "t")
       : thd_(CommonApi::create_thd()),
         table_(CommonApi::open_table(thd_, "db", table)) {
     EXPECT_FALSE(CommonApi::lock_table(thd_, table_, 5));
-    reader_.reset(ParallelIndexReader::open(table_, index, index_only));
-    if (reader_ != nullptr) reader_->index_s_lock();
+    plan_ = Read_plan::open(table_, index, index_only, &failure_);
+    if (plan_ == nullptr) return;
+    latch_ = std::make_unique<Index_latch>(plan_->tree.index);
+    latch_->index_s_lock();
+    stop_ = std::make_unique<Read_stop>(plan_->trx);
   }
-  ~Opened_reader() {
-    if (reader_ != nullptr) reader_->index_s_unlock();
-    reader_.reset();
+  ~Opened_plan() {
+    if (latch_ != nullptr) latch_->index_s_unlock();
+    plan_.reset();
     CommonApi::unlock_table(thd_, table_);
     CommonApi::close_thd(thd_);
   }
-  Opened_reader(const Opened_reader &) = delete;
-  Opened_reader &operator=(const Opened_reader &) = delete;
+  Opened_plan(const Opened_plan &) = delete;
+  Opened_plan &operator=(const Opened_plan &) = delete;
 
-  explicit operator bool() const { return reader_ != nullptr; }
-  ParallelIndexReader *operator->() const { return reader_.get(); }
+  explicit operator bool() const { return plan_ != nullptr; }
+  Index_latch *latch() const { return latch_.get(); }
+  Unit_queue &queue() { return queue_; }
 
   /** The units of a read with so many threads. */
   std::vector<std::shared_ptr<Ctx>> units(size_t threads) {
-    reader_->setup_ctx(threads);
+    const ::Range whole(std::make_shared<Iter>(), std::make_shared<Iter>());
+    EXPECT_EQ(setup_ctx(plan_->tree, *stop_, whole, threads, &queue_),
+              DB_SUCCESS);
+    return drain();
+  }
+  /** The units that one is split into, for two threads. */
+  std::vector<std::shared_ptr<Ctx>> split(const Ctx &unit) {
+    EXPECT_EQ(split_ctx(plan_->tree, *stop_, unit, 2, &queue_), DB_SUCCESS);
     return drain();
   }
   std::vector<std::shared_ptr<Ctx>> drain() {
     std::vector<std::shared_ptr<Ctx>> units;
-    while (auto unit = reader_->deque()) units.push_back(std::move(unit));
+    while (auto unit = queue_.deque()) units.push_back(std::move(unit));
     return units;
   }
 
  private:
   THD *thd_;
   TABLE *table_;
-  std::unique_ptr<ParallelIndexReader> reader_;
+  Failure failure_;
+  std::unique_ptr<const Read_plan> plan_;
+  std::unique_ptr<Index_latch> latch_;
+  std::unique_ptr<Read_stop> stop_;
+  Unit_queue queue_;
 };
 
 size_t marked(const std::vector<std::shared_ptr<Ctx>> &units) {
@@ -73,13 +96,13 @@ class ParallelUnits : public Parallel_test {
     ASSERT_EQ(index.levels(), 2u);
   }
 
-  /** The reader holds the latch of the index that it reads. */
+  /** The latch that is held is that of the index that was named. */
   static void expect_opened(const char *index, const char *other,
                             const char *name, const char *table = "t") {
     const Index_watch watch(table, index), others(table, other);
     EXPECT_EQ(watch.latch_holders(), 0u);
-    const Opened_reader reader(name, true, table);
-    ASSERT_TRUE(reader);
+    const Opened_plan plan(name, true, table);
+    ASSERT_TRUE(plan);
     EXPECT_EQ(watch.latch_holders(), 1u) << index;
     EXPECT_EQ(others.latch_holders(), 0u) << other;
   }
@@ -101,8 +124,8 @@ TEST_F(ParallelUnits, NamesMatchInAnyCase) {
 TEST_F(ParallelUnits, UnknownNamesAreALineEach) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   const Server_log log(sql);
-  EXPECT_FALSE(Opened_reader("nothing"));
-  EXPECT_FALSE(Opened_reader("Such"));
+  EXPECT_FALSE(Opened_plan("nothing"));
+  EXPECT_FALSE(Opened_plan("Such"));
   EXPECT_EQ(log.count("Cannot find a index \"nothing\".\n"), 1u) << log.text();
   EXPECT_EQ(log.count("Cannot find a index \"Such\".\n"), 1u) << log.text();
 }
@@ -110,19 +133,19 @@ TEST_F(ParallelUnits, UnknownNamesAreALineEach) {
 TEST_F(ParallelUnits, NoneForAnEmptyIndex) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   for (const size_t threads : thread_counts)
-    EXPECT_EQ(Opened_reader().units(threads).size(), 0u);
+    EXPECT_EQ(Opened_plan().units(threads).size(), 0u);
 }
 
 TEST_F(ParallelUnits, OneForALeafRoot) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   fill("t", 100, "i");
   for (const size_t threads : thread_counts)
-    EXPECT_EQ(Opened_reader().units(threads).size(), 1u);
+    EXPECT_EQ(Opened_plan().units(threads).size(), 1u);
 }
 
 TEST_F(ParallelUnits, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
   make(3);
-  const auto units = Opened_reader().units(4);
+  const auto units = Opened_plan().units(4);
   EXPECT_EQ(units.size(), 3u);
   EXPECT_EQ(marked(units), 3u);
 }
@@ -131,7 +154,7 @@ TEST_F(ParallelUnits, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
 // each thread.
 TEST_F(ParallelUnits, AHundredLeavesAndFourThreadsAreTen) {
   make(100);
-  const auto units = Opened_reader().units(4);
+  const auto units = Opened_plan().units(4);
   EXPECT_EQ(units.size(), 10u);
   EXPECT_EQ(marked(units), 2u);
   EXPECT_TRUE(units[8]->split_ && units[9]->split_);
@@ -139,36 +162,35 @@ TEST_F(ParallelUnits, AHundredLeavesAndFourThreadsAreTen) {
 
 TEST_F(ParallelUnits, OfTheCallingThreadAreTwoAtMost) {
   make(100);
-  const auto units = Opened_reader().units(0);
+  const auto units = Opened_plan().units(0);
   EXPECT_EQ(units.size(), 2u);
   EXPECT_EQ(marked(units), 0u);
 }
 
 TEST_F(ParallelUnits, AreTakenInTheirOrder) {
   make(40);
-  const auto units = Opened_reader().units(5);
+  const auto units = Opened_plan().units(5);
   ASSERT_GT(units.size(), 5u);
   for (size_t i = 0; i < units.size(); ++i) EXPECT_EQ(units[i]->id_, i);
 }
 
 TEST_F(ParallelUnits, NoneIsLeftInAnEmptyQueue) {
   make(3);
-  Opened_reader reader;
-  EXPECT_EQ(reader->deque(), nullptr);
-  reader.units(2);
-  EXPECT_EQ(reader->deque(), nullptr);
-  EXPECT_EQ(reader->deque(), nullptr);
+  Opened_plan plan;
+  EXPECT_EQ(plan.queue().deque(), nullptr);
+  plan.units(2);
+  EXPECT_EQ(plan.queue().deque(), nullptr);
+  EXPECT_EQ(plan.queue().deque(), nullptr);
 }
 
 // Five leaves for two threads: one each, and the last to be cut.
 TEST_F(ParallelUnits, AMarkedOneOfALeafIsCutIntoOne) {
   make(5);
-  Opened_reader reader;
-  const auto units = reader.units(2);
+  Opened_plan plan;
+  const auto units = plan.units(2);
   ASSERT_EQ(units.size(), 5u);
   ASSERT_TRUE(units[4]->split_);
-  EXPECT_EQ(reader->split_ctx(units[4].get()), DB_SUCCESS);
-  const auto finer = reader.drain();
+  const auto finer = plan.split(*units[4]);
   EXPECT_EQ(finer.size(), 1u);
   EXPECT_EQ(marked(finer), 0u);
 }
@@ -177,11 +199,10 @@ TEST_F(ParallelUnits, AMarkedOneOfALeafIsCutIntoOne) {
 // leaves.
 TEST_F(ParallelUnits, OneOfFourLeavesIsCutIntoFour) {
   make(17);
-  Opened_reader reader;
-  const auto units = reader.units(2);
+  Opened_plan plan;
+  const auto units = plan.units(2);
   ASSERT_EQ(units.size(), 5u);
-  EXPECT_EQ(reader->split_ctx(units[3].get()), DB_SUCCESS);
-  const auto finer = reader.drain();
+  const auto finer = plan.split(*units[3]);
   EXPECT_EQ(finer.size(), 4u);
   EXPECT_EQ(marked(finer), 0u);
   for (size_t i = 0; i < finer.size(); ++i) EXPECT_EQ(finer[i]->id_, 5 + i);
@@ -190,11 +211,10 @@ TEST_F(ParallelUnits, OneOfFourLeavesIsCutIntoFour) {
 // What else the record at a boundary holds may change before the piece is read.
 TEST_F(ParallelUnits, TheLastPieceEndsByTheKeyAlone) {
   make(17);
-  Opened_reader reader;
-  const auto units = reader.units(2);
+  Opened_plan plan;
+  const auto units = plan.units(2);
   ASSERT_EQ(units.size(), 5u);
-  EXPECT_EQ(reader->split_ctx(units[3].get()), DB_SUCCESS);
-  const auto finer = reader.drain();
+  const auto finer = plan.split(*units[3]);
   ASSERT_EQ(finer.size(), 4u);
   for (const auto &unit : finer)
     EXPECT_EQ(dtuple_get_n_fields_cmp(unit->range_.second->tuple_), 1u);
@@ -205,7 +225,7 @@ TEST_F(ParallelUnits, KeysAreOrderedByTheirLengths) {
   sql.exec("CREATE TABLE t (id VARBINARY(20) PRIMARY KEY)");
   sql.exec("INSERT INTO t VALUES ('zz'), ('aaa'), ('bbb')");
   Cursor cursor;
-  const Opened_reader reader;
+  const Opened_plan plan;
   dict_table_t *table =
       dd_table_open_on_name(current_thd, nullptr, "db/t", false, 0);
   const dict_index_t *index = table->first_index();
@@ -226,15 +246,15 @@ TEST_F(ParallelUnits, KeysAreOrderedByTheirLengths) {
 TEST_F(ParallelUnits, TheIndexLatchIsTakenOnceAndGivenBackOnce) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   const Index_watch index;
-  const Opened_reader reader;  // holds it
+  const Opened_plan plan;  // holds it
   EXPECT_EQ(index.latch_holders(), 1u);
-  reader->index_s_lock();
+  plan.latch()->index_s_lock();
   EXPECT_EQ(index.latch_holders(), 1u);
-  reader->index_s_unlock();
+  plan.latch()->index_s_unlock();
   EXPECT_EQ(index.latch_holders(), 1u);
-  reader->index_s_unlock();
+  plan.latch()->index_s_unlock();
   EXPECT_EQ(index.latch_holders(), 0u);
-  reader->index_s_lock();
+  plan.latch()->index_s_lock();
 }
 
 }  // namespace

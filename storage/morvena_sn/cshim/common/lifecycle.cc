@@ -19,10 +19,8 @@
 #include "common/calls.h"
 #include "common/failure.h"
 #include "common/plugin.h"
+#include "common/pool.h"
 #include "host.h"
-#include "innodb_api.h"
-
-using Thread_pool = ParallelIndexReader::ThreadPool;
 
 std::mutex shutdown_observer_mutex;
 
@@ -138,7 +136,7 @@ void keep_loaded() {
 }
 
 void end_all() {
-  Thread_pool::shutdown();
+  ThreadPool::shutdown();
   Session_calls::stop_watching(false);
   CommonApi::destroy_idle_sessions();
   // May run inside a shutdown function, under the observer mutex.
@@ -174,7 +172,7 @@ void CommonApi::init_common_api() {
   }
   guard_shutdown();
   const std::lock_guard<std::mutex> lock(common_mutex);
-  if (n_inits > 0) Thread_pool::initialize();
+  if (n_inits > 0) ThreadPool::initialize();
 }
 
 void CommonApi::deinit_common_api() {

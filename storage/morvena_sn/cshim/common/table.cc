@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "common.h"
+#include "common/dictionary.h"
 #include "host.h"
 
 #include "dict0dd.h"
@@ -81,40 +82,9 @@ TABLE *try_to_open(THD *thd, const char *db_name, const char *table_name) {
   }
 }
 
-// Closes dictionary tables on the way out.
-class Dictionary_table {
- public:
-  Dictionary_table(THD *thd, const char *name)
-      : table_(dd_table_open_on_name(thd, nullptr, name, false, 0, nullptr)) {}
-  ~Dictionary_table() {
-    if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);
-  }
-  Dictionary_table(const Dictionary_table &) = delete;
-  Dictionary_table &operator=(const Dictionary_table &) = delete;
-  const dict_index_t *find_index(const char *name) const {
-    if (table_ == nullptr) return nullptr;
-    const dict_index_t *index = table_->first_index();
-    while (index != nullptr && innobase_strcasecmp(index->name, name) != 0) {
-      index = index->next();
-    }
-    return index;
-  }
-
- private:
-  dict_table_t *table_;
-};
-
-// A partitioned table has no dictionary table of its own name.
-bool has_dictionary_table(const TABLE *table) {
-  return table->s->db_type() == innodb_hton && table->part_info == nullptr;
-}
-
 void append_innodb_fields(const KEY *key, std::vector<const char *> &columns) {
-  const TABLE *table = key->table;
-  char name[FN_REFLEN];
-  normalize_table_name(name, table->s->normalized_path.str);
-  const Dictionary_table dictionary(table->in_use, name);
-  const dict_index_t *index = dictionary.find_index(key->name);
+  const Dictionary_table table(key->table);
+  const dict_index_t *index = table.find_index(key->name);
   if (index == nullptr) return;
   for (ulint i = 0; i < dict_index_get_n_fields(index); ++i) {
     columns.push_back(index->get_field(i)->name);
@@ -157,8 +127,9 @@ TABLE *CommonApi::open_table(THD *thd, const char *db_name,
     my_error(ER_WRONG_TABLE_NAME, MYF(0), or_empty(table_name));
     return nullptr;
   }
-  // Nothing in this schema is a base table. It is refused by the schema's name
-  // alone: debug builds stop at a lock request for a lower-case name in it.
+  // Nothing in these schemas is a base table. They are refused by their names
+  // alone: debug builds stop at a lock request for a lower-case name in
+  // information_schema.
   if (is_infoschema_db(db_name) || is_perfschema_db(db_name)) {
     my_error(ER_WRONG_OBJECT, MYF(0), db_name, table_name, "BASE TABLE");
     return nullptr;
@@ -223,7 +194,7 @@ void CommonApi::get_table_field_names(const TABLE *table,
 
 void CommonApi::get_index_field_names(const KEY *key,
                                       std::vector<const char *> &columns) {
-  if ((key->flags & HA_NOSAME) != 0 && has_dictionary_table(key->table)) {
+  if ((key->flags & HA_NOSAME) != 0 && has_one_tree(key->table)) {
     append_innodb_fields(key, columns);
   }
   if (!columns.empty()) return;

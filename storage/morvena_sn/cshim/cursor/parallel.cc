@@ -100,7 +100,7 @@ bool seqscan_cursor_advance_parallel(uintptr_t cursor, size_t nthreads,
 }
 
 uint64_t pread_n_tuples(uintptr_t ctx) {
-  return ctx != 0 ? batch(ctx)->n_rows_ : 0;
+  return ctx != 0 ? batch(ctx)->n_rows() : 0;
 }
 
 bool pread_field_int(uintptr_t ctx, unsigned int field_idx, unsigned int nr,

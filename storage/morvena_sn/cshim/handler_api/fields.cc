@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "common.h"
 #include "handler_api.h"
 
 namespace {
@@ -17,15 +16,6 @@ Row_column column_of(Field *field) {
                     static_cast<uint32_t>(field->offset(table->record[0])),
                     nullable ? static_cast<uint32_t>(field->null_offset()) : 0,
                     static_cast<uint8_t>(nullable ? field->null_bit : 0));
-}
-
-// Have the host convert a value. Its conversions look at the thread's session,
-// and warn there.
-template <class Convert>
-auto by_host(const Row_column *column, Convert convert) {
-  Field *field = column->field_;
-  const Own_session session(field->table->in_use);
-  return convert(field);
 }
 
 // Also of a column of which the index has the beginning.
@@ -71,95 +61,56 @@ const Row_column *IndexCursor::column_with_value(unsigned int field_idx) {
   return column.is_null(row()) ? nullptr : &column;
 }
 
-int64_t IndexCursor::timestamp(const Row_column &column) {
-  local_time_.use_zone_of(table()->in_use);
-  return column.timestamp(row(), &local_time_);
+// @return whether there is no value
+template <class Read>
+bool IndexCursor::read_value(unsigned int field_idx, Read read) {
+  const Row_column *column = column_with_value(field_idx);
+  if (column == nullptr) return true;
+  read(Value_in_row{*column, row(), table()->in_use});
+  return false;
 }
 
 bool IndexCursor::read_field_int(unsigned int field_idx, longlong *val) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  *val = column->is_integer()
-             ? column->integer(row())
-             : by_host(column, [](Field *field) { return field->val_int(); });
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    *val = value_reader_.integer(value);
+  });
 }
 
 bool IndexCursor::read_field_real(unsigned int field_idx, double *val) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  *val = column->is_real()
-             ? column->real(row())
-             : by_host(column, [](Field *field) { return field->val_real(); });
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    *val = value_reader_.real(value);
+  });
 }
 
 bool IndexCursor::read_field_str(unsigned int field_idx, char **str,
                                  size_t *size) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  if (column->form_ == Column_form::VARCHAR) {
-    column->text(row(), str, size);
-  } else {
-    by_host(column, [&](Field *field) {
-      field_value::to_str(field, &buffer_, str, size);
-    });
-  }
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    value_reader_.text(value, str, size);
+  });
 }
 
 bool IndexCursor::read_field_decimal(unsigned int field_idx, bool *neg,
                                      int32_t *intg, int32_t *frac,
                                      int32_t **data) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  *data = buffer_.decimal.buf;
-  if (column->form_ != Column_form::DECIMAL ||
-      !column->decimal(row(), *data, neg, intg, frac)) {
-    by_host(column, [&](Field *field) {
-      field_value::to_decimal(field, &buffer_, neg, intg, frac, data);
-    });
-  }
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    value_reader_.decimal(value, neg, intg, frac, data);
+  });
 }
 
 bool IndexCursor::read_field_date(unsigned int field_idx, int32_t *time) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  switch (column->form_) {
-    case Column_form::DATE:
-      *time = column->date(row());
-      break;
-    case Column_form::TIMESTAMP:
-      *time = days_of_datetime(timestamp(*column));
-      break;
-    default:
-      *time = by_host(column, field_value::to_date);
-  }
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    *time = value_reader_.date(value);
+  });
 }
 
 bool IndexCursor::read_field_time(unsigned int field_idx, int64_t *time) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  *time = column->form_ == Column_form::TIMESTAMP
-              ? time_of_datetime(timestamp(*column))
-              : by_host(column, field_value::to_time);
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    *time = value_reader_.time(value);
+  });
 }
 
 bool IndexCursor::read_field_datetime(unsigned int field_idx, int64_t *time) {
-  const Row_column *column = column_with_value(field_idx);
-  if (column == nullptr) return true;
-  switch (column->form_) {
-    case Column_form::DATETIME:
-      *time = column->datetime(row());
-      break;
-    case Column_form::TIMESTAMP:
-      *time = timestamp(*column);
-      break;
-    default:
-      *time = by_host(column, field_value::to_datetime);
-  }
-  return false;
+  return read_value(field_idx, [&](const Value_in_row &value) {
+    *time = value_reader_.datetime(value);
+  });
 }

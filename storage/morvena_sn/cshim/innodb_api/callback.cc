@@ -6,12 +6,18 @@
 // Holds: whatever the worker holds, its leaf page among it. Threads: any
 // worker, at the same time. Fails: the callback refuses, or throws.
 
+#include "innodb_api/callback.h"
+
+#include <new>
+
 #include "common.h"
 #include "common/counters.h"
-#include "innodb_api.h"
 #include "innodb_api/in_callback.h"
 
 namespace {
+
+// The process's counters are told of so many pages at a time.
+constexpr size_t pages_between_counts = 64;
 
 // A callback may read in parallel itself, through a handle that is open.
 thread_local size_t callbacks_entered = 0;
@@ -23,170 +29,77 @@ struct Callback_mark {
   Callback_mark &operator=(const Callback_mark &) = delete;
 };
 
-// The row; null for a position or row that the batch does not have, a column
-// that was not read, and NULL.
-inline const byte *row_with_value(const ThreadCtx *tctx, uint field_idx,
-                                  uint nr) {
-  if (field_idx >= tctx->ncols_ || nr >= tctx->n_rows_) return nullptr;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  const byte *row = tctx->buffer_.get() + nr * tctx->row_len_;
-  return column.field_ == nullptr || column.is_null(row) ? nullptr : row;
-}
-
-// The worker's own Field of a column, pointing at a row.
-Field *field_at(const Row_column &column, const byte *row) {
-  Field *field = column.field_;
-  auto *to = const_cast<byte *>(row);
-  field->set_field_ptr(to + column.offset_);
-  if (field->is_nullable()) {
-    field->set_null_ptr(to + column.null_byte_, column.null_bit_);
-  }
-  return field;
-}
-
-// Have the host convert a value. Its conversions look at the thread's session,
-// and warn there: not in one that the callback left with the thread.
-template <class Convert>
-auto by_host(const ThreadCtx *tctx, const Row_column &column, const byte *row,
-             Convert convert) {
-  const Own_session session(tctx->thd_);
-  return convert(field_at(column, row));
-}
-
-int64_t timestamp(ThreadCtx *tctx, const Row_column &column, const byte *row) {
-  tctx->local_time_.use_zone_of(tctx->thd_);
-  return column.timestamp(row, &tctx->local_time_);
-}
-
 }  // namespace
 
 bool in_callback() { return callbacks_entered > 0; }
 
-void ParallelIndexReader::set_load_cb(Parallel_load_fn load_cb,
-                                      void *argument) {
-  loader_ = load_cb;
-  argument_ = argument;
+Batch_sender::Batch_sender(const Read_plan &plan, size_t worker,
+                           const Load_callback &callback, Call_state *state)
+    : plan_(plan),
+      callback_(callback),
+      state_(state),
+      batch_(ThreadCtx::init_thread_ctx(plan, worker)) {
+  if (batch_ == nullptr) throw std::bad_alloc();
 }
 
-dberr_t ParallelIndexReader::send_batch(ThreadCtx *tctx) {
-  if (tctx->n_read_ == tctx->n_sent_) return DB_SUCCESS;
-  tctx->n_rows_ = tctx->n_read_ - tctx->n_sent_;
+// A row that comes after a refused batch is stored and counted all the same.
+dberr_t Batch_sender::process_row(const Row_version &version) {
+  dberr_t err = DB_SUCCESS;
+  if (batch_->is_full()) {
+    if (send_batch() != Load_answer::GO_ON) {
+      state_->failure.set(er_callback_stopped, "The callback stopped the read");
+      err = DB_ERROR;
+    }
+    batch_->clear();
+  }
+  if (!batch_->store_row(version)) {
+    // As in SQL, a row is not there before its values are.
+    if (plan_.reads_uncommitted()) return err;
+    state_->failure.raise(ER_CHECKREAD,
+                          "Cannot read a value that the donor is writing");
+    return DB_ERROR;
+  }
+  ++n_read_;
+  return err;
+}
+
+Load_answer Batch_sender::send_batch() {
+  if (batch_->is_empty()) return Load_answer::GO_ON;
+  batch_->show();
   counters::count(Tally::BATCHES);
-  bool stop = true;
+  Load_answer answer = Load_answer::THROWN;
   try {
     const Callback_mark mark;
-    stop =
-        tctx->fn_(reinterpret_cast<uint64_t>(tctx), tctx->id_, tctx->argument_);
+    const bool stop = callback_.fn(reinterpret_cast<uint64_t>(batch_.get()),
+                                   worker(), callback_.argument);
+    answer = stop ? Load_answer::STOP : Load_answer::GO_ON;
   } catch (...) {
-    // Also where the answer is not looked at: the rows were not taken.
     state_->failure.set(er_callback_stopped, "The callback threw an exception");
-    set_error(DB_ERROR);
   }
-  CommonApi::attach_over_own(tctx->thd_);
-  if (stop) return DB_ERROR;
-  tctx->n_sent_ = tctx->n_read_;
-  return DB_SUCCESS;
+  CommonApi::attach_over_own(batch_->session());
+  return answer;
 }
 
-bool ParallelIndexReader::read_field_int(ThreadCtx *tctx, uint field_idx,
-                                         uint nr, longlong *val) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *val = column.is_integer() ? column.integer(row)
-                             : by_host(tctx, column, row, [](Field *field) {
-                                 return field->val_int();
-                               });
-  return false;
+void Batch_sender::end_page() {
+  if (++n_pages_ == pages_between_counts) count();
+  state_->progress.pages.fetch_add(1, std::memory_order_relaxed);
+  tell_progress();
 }
 
-bool ParallelIndexReader::read_field_real(ThreadCtx *tctx, uint field_idx,
-                                          uint nr, double *val) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *val = column.is_real() ? column.real(row)
-                          : by_host(tctx, column, row, [](Field *field) {
-                              return field->val_real();
-                            });
-  return false;
+void Batch_sender::end_unit() {
+  tell_progress();
+  count();
 }
 
-bool ParallelIndexReader::read_field_str(ThreadCtx *tctx, uint field_idx,
-                                         uint nr, char **str, size_t *size) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  if (column.form_ == Column_form::VARCHAR) {
-    column.text(row, str, size);
-  } else {
-    by_host(tctx, column, row, [&](Field *field) {
-      field_value::to_str(field, &tctx->field_buffer_, str, size);
-    });
-  }
-  return false;
+// Workers share what they add to.
+void Batch_sender::tell_progress() {
+  state_->progress.rows.fetch_add(n_read_ - n_told_, std::memory_order_relaxed);
+  n_told_ = n_read_;
 }
 
-bool ParallelIndexReader::read_field_decimal(ThreadCtx *tctx, uint field_idx,
-                                             uint nr, bool *neg, int32_t *intg,
-                                             int32_t *frac, int32_t **data) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *data = tctx->field_buffer_.decimal.buf;
-  if (column.form_ != Column_form::DECIMAL ||
-      !column.decimal(row, *data, neg, intg, frac)) {
-    by_host(tctx, column, row, [&](Field *field) {
-      field_value::to_decimal(field, &tctx->field_buffer_, neg, intg, frac,
-                              data);
-    });
-  }
-  return false;
-}
-
-bool ParallelIndexReader::read_field_date(ThreadCtx *tctx, uint field_idx,
-                                          uint nr, int32_t *date) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  switch (column.form_) {
-    case Column_form::DATE:
-      *date = column.date(row);
-      break;
-    case Column_form::TIMESTAMP:
-      *date = days_of_datetime(timestamp(tctx, column, row));
-      break;
-    default:
-      *date = by_host(tctx, column, row, field_value::to_date);
-  }
-  return false;
-}
-
-bool ParallelIndexReader::read_field_time(ThreadCtx *tctx, uint field_idx,
-                                          uint nr, int64_t *time) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  *time = column.form_ == Column_form::TIMESTAMP
-              ? time_of_datetime(timestamp(tctx, column, row))
-              : by_host(tctx, column, row, field_value::to_time);
-  return false;
-}
-
-bool ParallelIndexReader::read_field_datetime(ThreadCtx *tctx, uint field_idx,
-                                              uint nr, int64_t *datetime) {
-  const byte *row = row_with_value(tctx, field_idx, nr);
-  if (row == nullptr) return true;
-  const Row_column &column = tctx->row_columns_[field_idx];
-  switch (column.form_) {
-    case Column_form::DATETIME:
-      *datetime = column.datetime(row);
-      break;
-    case Column_form::TIMESTAMP:
-      *datetime = timestamp(tctx, column, row);
-      break;
-    default:
-      *datetime = by_host(tctx, column, row, field_value::to_datetime);
-  }
-  return false;
+void Batch_sender::count() {
+  counters::add(Tally::ROWS_READ, static_cast<int64_t>(n_read_ - n_counted_));
+  counters::add(Tally::PAGES_READ, static_cast<int64_t>(n_pages_));
+  n_counted_ = n_read_;
+  n_pages_ = 0;
 }

@@ -2,22 +2,32 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // driver: the rooms together: reserve, cut, work, join, result.
-// In: a reader with its range and callback. Out: whether the read ended well.
-// Holds: threads of the budget and the index latch, both given back before the
-// result. Threads: the caller's, which waits for its workers. Fails: any
-// worker's failure, threads or memory that cannot be had, a kill.
+// In: a plan, a range and a callback. Out: the result of the read. Holds:
+// threads of the budget and the index latch, both given back before the result.
+// Threads: the caller's, which waits for its workers. Fails: any worker's
+// failure, threads or memory that cannot be had, a kill.
 
 #include <algorithm>
 #include <cstdio>
+#include <future>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "common.h"
 #include "common/counters.h"
+#include "common/pool.h"
 #include "common/thread_row.h"
 #include "innodb_api.h"
-#include "innodb_api/scope.h"
+#include "innodb_api/callback.h"
+#include "innodb_api/descent.h"
+#include "innodb_api/latch.h"
+#include "innodb_api/partition.h"
+#include "innodb_api/queue.h"
+#include "innodb_api/stop.h"
+#include "innodb_api/traverse.h"
 
 namespace {
 
@@ -83,14 +93,178 @@ class Worker_session {
   THD *get() const { return thd_; }
 
  private:
-  THD *thd_;
+  THD *const thd_;
   const thread_row::Bound row_;
   const counters::Running running_{Tally::WORKERS_RUNNING};
 };
 
-void report(const std::vector<ThreadCtx *> &workers, size_t n_threads) {
+// In words. What a callback or a value's reading has reported stays.
+void tell_end(dberr_t err, Failure *failure) {
+  if (err == DB_SUCCESS) {
+    // The answer to a last batch stops nothing.
+    failure->clear();
+    return;
+  }
+  if (err == DB_INTERRUPTED) {
+    failure->set_interrupted();
+    return;
+  }
+  const std::string text =
+      std::string("Parallel scan failed: ") + ut_strerr(err);
+  if (err != DB_ERROR) write_to_log(text.c_str());
+  if (err == DB_OUT_OF_MEMORY) {
+    failure->set(ER_OOM, "Out of memory");
+  } else {
+    failure->set(ER_GET_ERRNO, text.c_str());
+  }
+}
+
+// One run of a read: its units and its workers.
+class Parallel_run {
+ public:
+  Parallel_run(const Read_plan &plan, const Range &range,
+               const Load_callback &callback, Call_state *state)
+      : plan_(plan),
+        range_(range),
+        callback_(callback),
+        state_(state),
+        latch_(plan.tree.index),
+        stop_(plan.trx) {}
+  Parallel_run(const Parallel_run &) = delete;
+  Parallel_run &operator=(const Parallel_run &) = delete;
+
+  dberr_t run(size_t n_threads);
+
+ private:
+  void cut_and_read(size_t n_threads);
+  void parallel_read(size_t n_threads);
+  void submit_workers();
+  void parallel_read_worker(Batch_sender *sender);
+  void work_until_done(Batch_sender *sender);
+  dberr_t read_unit(const Ctx &ctx, Batch_sender *sender);
+  void fail(dberr_t err);
+  void report(size_t n_threads) const;
+
+  const Read_plan &plan_;
+  const Range &range_;
+  const Load_callback &callback_;
+  Call_state *const state_;
+  Index_latch latch_;
+  Read_stop stop_;
+  Unit_queue queue_;
+  std::vector<std::unique_ptr<Batch_sender>> senders_;  // a worker's each
+  std::vector<std::future<void>> parallel_threads_;
+};
+
+dberr_t Parallel_run::run(size_t n_threads) {
+  state_->progress.restart(host::n_leaf_pages(plan_.tree.index));
+  const Reserved_threads threads(n_threads);
+  const Index_latch::Hold hold(&latch_);
+  try {
+    cut_and_read(threads.count());
+  } catch (...) {
+    fail(DB_OUT_OF_MEMORY);
+  }
+  for (std::future<void> &worker : parallel_threads_) worker.wait();
+  if (threads.count() > 0) report(threads.count());
+  // A kill counts also where there was nothing to read.
+  const dberr_t err = stop_.get_error() != DB_SUCCESS ? stop_.get_error()
+                                                      : stop_.reason_to_stop();
+  tell_end(err, &state_->failure);
+  return err;
+}
+
+void Parallel_run::cut_and_read(size_t n_threads) {
+  const dberr_t err = setup_ctx(plan_.tree, stop_, range_, n_threads, &queue_);
+  if (err != DB_SUCCESS) fail(err);
+  // Waking workers takes longer than to read a page.
+  parallel_read(is_one_page(plan_.tree) ? 0 : n_threads);
+}
+
+void Parallel_run::parallel_read(size_t n_threads) {
+  const size_t n_senders = n_threads > 0 ? n_threads : 1;
+  senders_.reserve(n_senders);
+  parallel_threads_.reserve(n_threads);
+  for (size_t i = 0; i < n_senders; ++i) {
+    senders_.push_back(
+        std::make_unique<Batch_sender>(plan_, i, callback_, state_));
+  }
+  if (n_threads > 0) {
+    submit_workers();
+  } else {
+    queue_.open();
+    parallel_read_worker(senders_[0].get());
+  }
+}
+
+void Parallel_run::submit_workers() {
+  try {
+    const ThreadPool::Hold hold;
+    ThreadPool *const pool = hold.get();
+    if (pool == nullptr) throw std::bad_alloc();
+    for (const std::unique_ptr<Batch_sender> &sender : senders_) {
+      parallel_threads_.push_back(pool->submit(
+          [this, sender = sender.get()] { parallel_read_worker(sender); }));
+    }
+    queue_.open();
+  } catch (...) {
+    // No thread, no memory or a stopped pool. Workers that have started do not
+    // begin.
+    fail(DB_OUT_OF_MEMORY);
+  }
+}
+
+void Parallel_run::parallel_read_worker(Batch_sender *sender) {
+  THD *cursors = plan_.trx->mysql_thd;
+  try {
+    if (senders_.size() == 1) {
+      sender->set_session(cursors);
+      work_until_done(sender);
+      return;
+    }
+    const Worker_session session(sender->worker(), cursors, plan_.mysql_table,
+                                 plan_.tree.index->name());
+    sender->set_session(session.get());
+    work_until_done(sender);
+  } catch (...) {
+    fail(DB_OUT_OF_MEMORY);
+  }
+}
+
+void Parallel_run::work_until_done(Batch_sender *sender) {
+  while (queue_.wait_for_unit()) {
+    const std::shared_ptr<Ctx> ctx = queue_.deque();
+    if (ctx == nullptr) continue;
+    dberr_t err = read_unit(*ctx, sender);
+    if (err == DB_SUCCESS) err = stop_.reason_to_stop();
+    if (err != DB_SUCCESS) return fail(err);
+    queue_.complete();
+  }
+  if (stop_.get_error() != DB_SUCCESS) return;
+  // The last, partial batch; there is nothing left for its answer to stop.
+  if (sender->send_batch() == Load_answer::THROWN) fail(DB_ERROR);
+}
+
+dberr_t Parallel_run::read_unit(const Ctx &ctx, Batch_sender *sender) {
+  const Index_latch::In_tree in_tree(&latch_);
+  if (ctx.split_) {
+    return split_ctx(plan_.tree, stop_, ctx, senders_.size(), &queue_);
+  }
+  const dberr_t err =
+      Traversal(plan_, stop_, &latch_, ctx.range_, sender).traverse();
+  sender->end_unit();
+  return err;
+}
+
+// The others stop at their next check.
+void Parallel_run::fail(dberr_t err) {
+  stop_.set_error(err);
+  queue_.close();
+}
+
+void Parallel_run::report(size_t n_threads) const {
   for (size_t id = 0; id < n_threads; ++id) {
-    const size_t n_read = id < workers.size() ? workers[id]->n_read_ : 0;
+    const size_t n_read = id < senders_.size() ? senders_[id]->n_read() : 0;
     std::cout << "thread(" << id << ") read tuples: " << n_read << std::endl;
   }
 }
@@ -100,170 +274,6 @@ void report(const std::vector<ThreadCtx *> &workers, size_t n_threads) {
 bool ParallelIndexReader::run(size_t n_threads) {
   counters::count(Tally::PARALLEL_READS);
   const counters::Running running(Tally::PARALLEL_READS_RUNNING);
-  state_->progress.restart(host::n_leaf_pages(index_));
-  const Reserved_threads threads(n_threads);
-  index_s_lock();
-  try {
-    setup_ctx(threads.count());
-    // Waking workers takes longer than to read a page.
-    parallel_read(is_one_page() ? 0 : threads.count());
-  } catch (...) {
-    set_error(DB_OUT_OF_MEMORY);
-    os_event_set(event_);
-  }
-  for (std::future<void> &worker : parallel_threads_) worker.wait();
-  if (threads.count() > 0) report(thread_ctxs_, threads.count());
-  // A kill counts also where there was nothing to read.
-  if (get_error() == DB_SUCCESS && trx_is_interrupted(trx_)) {
-    set_error(DB_INTERRUPTED);
-  }
-  const dberr_t err = get_error();
-  tell_end(err);
-  index_s_unlock();
-  return err == DB_SUCCESS;
-}
-
-// In words. What a callback or a value's reading has reported stays.
-void ParallelIndexReader::tell_end(dberr_t err) {
-  Failure &failure = state_->failure;
-  if (err == DB_SUCCESS) {
-    // The answer to a last batch stops nothing.
-    failure.clear();
-    return;
-  }
-  if (err == DB_INTERRUPTED) {
-    failure.set_interrupted();
-    return;
-  }
-  const std::string text =
-      std::string("Parallel scan failed: ") + ut_strerr(err);
-  if (err != DB_ERROR) write_to_log(text.c_str());
-  if (err == DB_OUT_OF_MEMORY) {
-    failure.set(ER_OOM, "Out of memory");
-  } else {
-    failure.set(ER_GET_ERRNO, text.c_str());
-  }
-}
-
-// Once a page: workers share what they add to.
-void ParallelIndexReader::tell_progress(ThreadCtx *tctx, uint64_t n_pages) {
-  Progress &progress = state_->progress;
-  progress.pages.fetch_add(n_pages, std::memory_order_relaxed);
-  progress.rows.fetch_add(tctx->n_read_ - tctx->n_told_,
-                          std::memory_order_relaxed);
-  tctx->n_told_ = tctx->n_read_;
-}
-
-// Under the read's latch, but others may add pages at any time.
-bool ParallelIndexReader::is_one_page() const {
-  Read_mtr mtr;
-  const buf_block_t *root = host::page_get_s_latched(
-      page_id_t(index_->space, index_->page), page_size_, mtr.start());
-  return page_is_leaf(buf_block_get_frame(root));
-}
-
-void ParallelIndexReader::parallel_read(size_t n_threads) {
-  const size_t n_contexts = n_threads > 0 ? n_threads : 1;
-  thread_ctxs_.reserve(n_contexts);
-  parallel_threads_.reserve(n_threads);
-  for (size_t i = 0; i < n_contexts; ++i) {
-    ThreadCtx *tctx = init_thread_ctx(i);
-    if (tctx == nullptr) {
-      set_error(DB_OUT_OF_MEMORY);
-      return;
-    }
-    thread_ctxs_.push_back(tctx);
-  }
-  if (n_threads == 0) {
-    os_event_set(event_);
-    parallel_read_worker(thread_ctxs_[0]);
-    return;
-  }
-  try {
-    const ThreadPool::Hold hold;
-    ThreadPool *const pool = hold.get();
-    if (pool == nullptr) throw std::bad_alloc();
-    for (ThreadCtx *tctx : thread_ctxs_) {
-      parallel_threads_.push_back(
-          pool->submit([this, tctx] { parallel_read_worker(tctx); }));
-    }
-  } catch (...) {
-    // No thread, no memory or a stopped pool. Workers that have started stop at
-    // their next check.
-    set_error(DB_OUT_OF_MEMORY);
-  }
-  // Releases the workers' first wait.
-  os_event_set(event_);
-}
-
-void ParallelIndexReader::parallel_read_worker(ThreadCtx *tctx) {
-  try {
-    if (thread_ctxs_.size() == 1) {
-      tctx->thd_ = trx_->mysql_thd;
-      work_until_done(tctx, false);
-      return;
-    }
-    os_event_wait_low(event_, static_cast<int64_t>(m_sig_count));
-    const Worker_session session(tctx->id_, trx_->mysql_thd, mysql_table_,
-                                 index_->name());
-    tctx->thd_ = session.get();
-    work_until_done(tctx, true);
-  } catch (...) {
-    set_error(DB_OUT_OF_MEMORY);
-    os_event_set(event_);
-  }
-}
-
-// The event's count is taken before the queue is looked at: a unit that comes
-// in between ends the wait at once.
-void ParallelIndexReader::work_until_done(ThreadCtx *tctx, bool waits) {
-  for (;;) {
-    const int64_t signals = os_event_reset(event_);
-    const size_t n_done = take_units(tctx);
-    if (get_error() != DB_SUCCESS) {
-      os_event_set(event_);
-      return;
-    }
-    completed_.fetch_add(n_done);
-    // In this order: units are counted before those that they came from.
-    const size_t n_completed = completed_.load();
-    if (n_completed == ctx_id_.load()) {
-      os_event_set(event_);
-      // The last, partial batch; there is nothing left for its answer to stop.
-      send_batch(tctx);
-      return;
-    }
-    if (waits) os_event_wait_low(event_, signals);
-  }
-}
-
-// @return how many units were read or split
-size_t ParallelIndexReader::take_units(ThreadCtx *tctx) {
-  size_t n_done = 0;
-  while (get_error() == DB_SUCCESS) {
-    const std::shared_ptr<Ctx> ctx = deque();
-    if (ctx == nullptr) break;
-    ctx->thread_ctx_ = tctx;
-    if (ctx->split_) {
-      const dberr_t err = split_ctx(ctx.get());
-      if (err != DB_SUCCESS) set_error(err);
-      os_event_set(event_);
-    } else {
-      traverse(ctx.get());
-    }
-    if (trx_is_interrupted(trx_)) {
-      set_error(DB_INTERRUPTED);
-      break;
-    }
-    ++n_done;
-  }
-  return n_done;
-}
-
-ParallelIndexReader::~ParallelIndexReader() {
-  latch_.release();
-  if (prebuilt_ != nullptr) row_prebuilt_free(prebuilt_, false);
-  for (ThreadCtx *tctx : thread_ctxs_) deinit_thread_ctx(tctx);
-  os_event_destroy(event_);
-  mutex_destroy(&mutex_);
+  error_ = Parallel_run(*plan_, range_, callback_, state_).run(n_threads);
+  return error_ == DB_SUCCESS;
 }

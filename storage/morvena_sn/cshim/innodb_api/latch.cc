@@ -9,7 +9,6 @@
 #include "innodb_api/latch.h"
 
 #include "common/counters.h"
-#include "innodb_api.h"
 
 namespace {
 
@@ -17,16 +16,12 @@ constexpr ulint latch_pass = 1;  // another thread may release it
 
 }  // namespace
 
-void Index_latch::lock() {
+void Index_latch::index_s_lock() {
   if (s_locks_.fetch_add(1) == 0) host::s_lock(latch_, latch_pass);
 }
 
-void Index_latch::unlock() {
+void Index_latch::index_s_unlock() {
   if (s_locks_.fetch_sub(1) == 1) host::s_unlock(latch_, latch_pass);
-}
-
-void Index_latch::release() {
-  if (s_locks_.exchange(0) != 0) host::s_unlock(latch_, latch_pass);
 }
 
 bool Index_latch::is_wanted() const {
@@ -38,19 +33,19 @@ bool Index_latch::has_waiters() const {
 }
 
 void Index_latch::enter_tree() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  Checked_lock lock(&mutex_);
   if (giving_way_) wait_for_turn(&lock);
   ++n_in_tree_;
 }
 
 void Index_latch::leave_tree() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Checked_lock lock(&mutex_);
   if (--n_in_tree_ == 0 && giving_way_) give_away();
 }
 
 void Index_latch::park() {
   counters::count(Tally::PARKS);
-  std::unique_lock<std::mutex> lock(mutex_);
+  Checked_lock lock(&mutex_);
   giving_way_ = true;
   if (--n_in_tree_ == 0) {
     give_away();
@@ -62,8 +57,9 @@ void Index_latch::park() {
 
 // One turn, also when the next begins at once: a thread that waited for the end
 // of all of them might never go on.
-void Index_latch::wait_for_turn(std::unique_lock<std::mutex> *lock) {
-  gone_on_.wait(*lock, [this, turn = turn_] { return turn_ != turn; });
+void Index_latch::wait_for_turn(Checked_lock *lock) {
+  const uint64_t turn = turn_;
+  while (turn_ == turn) lock->wait(&gone_on_);
 }
 
 // The waiter has the latch's next turn: asking for it again waits for him.
@@ -74,7 +70,3 @@ void Index_latch::give_away() {
   ++turn_;
   gone_on_.notify_all();
 }
-
-void ParallelIndexReader::index_s_lock() { latch_.lock(); }
-
-void ParallelIndexReader::index_s_unlock() { latch_.unlock(); }

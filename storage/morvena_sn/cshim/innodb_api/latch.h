@@ -18,8 +18,8 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
+#include "common/mutex.h"
 #include "host/innodb.h"
 
 class Index_latch {
@@ -31,10 +31,22 @@ class Index_latch {
 
   /** Counted over all threads: the first takes the latch, the last releases it.
    */
-  void lock();
-  void unlock();
-  /** Release the latch whatever the count. */
-  void release();
+  void index_s_lock();
+  void index_s_unlock();
+
+  /** Holds it until the end of the scope. */
+  class Hold {
+   public:
+    explicit Hold(Index_latch *latch) : latch_(latch) {
+      latch_->index_s_lock();
+    }
+    ~Hold() { latch_->index_s_unlock(); }
+    Hold(const Hold &) = delete;
+    Hold &operator=(const Hold &) = delete;
+
+   private:
+    Index_latch *latch_;
+  };
 
   /** Whether somebody waits for the latch, for whatever reason. */
   bool has_waiters() const;
@@ -59,22 +71,22 @@ class Index_latch {
 
   /** Wait until the latch has been given away once and is held again. The
       calling thread is in the tree and holds no page. */
-  void park();
+  void park() EXCLUDES(mutex_);
 
  private:
-  void enter_tree();
-  void leave_tree();
-  void wait_for_turn(std::unique_lock<std::mutex> *lock);
-  void give_away();
+  void enter_tree() EXCLUDES(mutex_);
+  void leave_tree() EXCLUDES(mutex_);
+  void wait_for_turn(Checked_lock *lock) REQUIRES(mutex_);
+  void give_away() REQUIRES(mutex_);
 
   rw_lock_t *latch_;
   std::atomic<size_t> s_locks_{0};
 
-  std::mutex mutex_;
+  Checked_mutex mutex_;
   std::condition_variable gone_on_;  // with mutex_
-  size_t n_in_tree_ = 0;             // under mutex_
-  bool giving_way_ = false;          // under mutex_
-  uint64_t turn_ = 0;  // under mutex_: how often it was given away
+  size_t n_in_tree_ GUARDED_BY(mutex_) = 0;
+  bool giving_way_ GUARDED_BY(mutex_) = false;
+  uint64_t turn_ GUARDED_BY(mutex_) = 0;  // how often it was given away
 };
 
 #endif  // MORVENA_SN_INNODB_API_LATCH_H

@@ -3,25 +3,16 @@
 
 // range: the caller's bounds as host keys, and positions that need no latch.
 // In: key images; records under a page latch. Out: boundaries (Iter).
-// Holds: nothing of its own. Threads: the driver's, and workers that split or
-// yield. Fails: out of memory.
+// Holds: nothing of its own. Threads: the caller's, and workers that split or
+// let go of their page. Fails: out of memory.
+
+#include "innodb_api/range.h"
 
 #include <new>
 
-#include "innodb_api.h"
-
-namespace {
-
-const KEY *find_key(const TABLE *table, const dict_index_t *index) {
-  for (uint i = 0; i < table->s->keys; ++i) {
-    if (innobase_strcasecmp(table->key_info[i].name, index->name) == 0) {
-      return &table->key_info[i];
-    }
-  }
-  return nullptr;
-}
-
-}  // namespace
+#include "common.h"
+#include "host.h"
+#include "innodb_api/plan.h"
 
 Iter::~Iter() {
   // The cursor keeps the stored key outside the heap.
@@ -45,8 +36,6 @@ std::shared_ptr<Iter> create_persistent_cursor(dict_index_t *index,
   void *place = mem_heap_alloc(iter->heap_, rec_offs_size(offsets));
   rec_t *copy = rec_copy(place, rec, offsets);
   rec_offs_make_valid(copy, index, offsets);
-  iter->offsets_ = offsets;
-  iter->rec_ = copy;
   dtuple_t *tuple =
       row_rec_to_index_entry_low(copy, index, offsets, iter->heap_);
   dtuple_set_n_fields_cmp(tuple, dict_index_get_n_unique_in_tree(index));
@@ -77,10 +66,12 @@ int cmp_dtuple(const dict_index_t *index, dtuple_t *a, dtuple_t *b) {
   return 0;
 }
 
-void ParallelIndexReader::set_range_scan(const key_range *start,
-                                         const key_range *end) {
+Range range_between(const Read_plan &plan, const key_range *start,
+                    const key_range *end) {
   Range range(std::make_shared<Iter>(), std::make_shared<Iter>());
-  const KEY *key = find_key(mysql_table_, index_);
+  dict_index_t *index = plan.tree.index;
+  const KEY *key = CommonApi::find_key(plan.mysql_table, index->name);
+  row_prebuilt_t *prebuilt = plan.prebuilt.get();
   const auto convert = [&](const key_range *bound, dtuple_t *tuple,
                            byte *buffer) -> const dtuple_t * {
     if (bound == nullptr || key == nullptr) return nullptr;
@@ -88,23 +79,23 @@ void ParallelIndexReader::set_range_scan(const key_range *start,
     // stop inside a field. A bound of no parts would compare equal to
     // everything.
     const uint bytes = calculate_key_len(
-        mysql_table_, static_cast<uint>(key - mysql_table_->key_info),
+        plan.mysql_table, static_cast<uint>(key - plan.mysql_table->key_info),
         bound->keypart_map);
     if (bytes == 0) return nullptr;
-    dict_index_copy_types(tuple, index_, index_->n_fields);
-    host::convert_key(tuple, buffer, prebuilt_->srch_key_val_len, index_,
-                      bound->key, bytes, trx_);
+    dict_index_copy_types(tuple, index, index->n_fields);
+    host::convert_key(tuple, buffer, prebuilt->srch_key_val_len, index,
+                      bound->key, bytes, plan.trx);
     return tuple;
   };
   range.first->tuple_ =
-      convert(start, prebuilt_->search_tuple, prebuilt_->srch_key_val1);
+      convert(start, prebuilt->search_tuple, prebuilt->srch_key_val1);
   range.second->tuple_ =
-      convert(end, prebuilt_->m_stop_tuple, prebuilt_->srch_key_val2);
+      convert(end, prebuilt->m_stop_tuple, prebuilt->srch_key_val2);
   // Every other flag excludes the bound, that of a closed end of a backward
   // cursor too.
   if (start != nullptr) {
     range.first->include_ = start->flag == HA_READ_KEY_OR_NEXT;
   }
   if (end != nullptr) range.second->include_ = end->flag == HA_READ_KEY_OR_PREV;
-  scan_range_ = std::move(range);
+  return range;
 }

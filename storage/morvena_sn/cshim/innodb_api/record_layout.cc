@@ -42,37 +42,26 @@ class Record_layout::Plan {
   template <class Has>
   Version of(Has has) const {
     Version version;
-    ulint n_nullable = 0;
-    size_t n_steps = 0;
     for (ulint i = 0; i < slots_.size(); ++i) {
       const dict_field_t *field = host::physical_field(index_, i);
       const int32_t slot = slots_[field - index_->get_field(0)];
-      if (!has(field, i)) {
-        if (slot >= 0 && !add_missing(&version, field, slot)) return {};
+      if (has(field, i)) {
+        version.fields.add({static_cast<uint16_t>(field->fixed_len),
+                            (field->col->prtype & DATA_NOT_NULL) == 0,
+                            DATA_BIG_COL(field->col) != 0, slot});
         continue;
       }
-      const bool is_nullable = (field->col->prtype & DATA_NOT_NULL) == 0;
-      if (is_nullable) ++n_nullable;
-      version.steps.push_back({static_cast<uint16_t>(field->fixed_len),
-                               is_nullable, DATA_BIG_COL(field->col) != 0,
-                               slot});
-      if (slot >= 0) n_steps = version.steps.size();
+      if (slot < 0) continue;
+      const dict_col_default_t *value = field->col->instant_default;
+      if (value == nullptr) return {};
+      version.fields.add_missing(static_cast<size_t>(slot), default_of(value));
     }
-    version.steps.resize(n_steps);
-    version.null_bytes = UT_BITS_IN_BYTES(n_nullable);
+    version.fields.end();
     version.is_known = true;
     return version;
   }
 
  private:
-  static bool add_missing(Version *version, const dict_field_t *field,
-                          int32_t slot) {
-    const dict_col_default_t *value = field->col->instant_default;
-    if (value == nullptr) return false;
-    version->missing.push_back({static_cast<size_t>(slot), default_of(value)});
-    return true;
-  }
-
   const dict_index_t *index_;
   std::vector<int32_t> slots_;  // by a field's number in the index
   bool is_possible_ = false;

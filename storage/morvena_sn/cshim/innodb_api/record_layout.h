@@ -6,10 +6,8 @@
   Where the columns of a read lie in the records of an index, found without the
   offsets of all fields that the host's routines want.
 
-  For leaf records of the COMPACT and DYNAMIC formats. Before such a record,
-  backwards from its header of five bytes, lie a bit for each nullable field and
-  the lengths, in one byte or two, of the fields of variable length that are not
-  NULL.
+  For leaf records of the COMPACT and DYNAMIC formats, whose header of five
+  bytes comes after what Field_steps looks at.
 
   Where columns were added or dropped instantly, the clustered index has records
   of several versions, each with the columns of its time. Between header and
@@ -27,12 +25,7 @@
 #include <vector>
 
 #include "host/innodb.h"
-
-/** A field of a record; no data: NULL. */
-struct Located_field {
-  const byte *data;
-  ulint bytes;
-};
+#include "innodb_api/field_steps.h"
 
 class Record_layout {
  public:
@@ -48,21 +41,9 @@ class Record_layout {
   bool locate(const rec_t *rec, Located_field *fields) const;
 
  private:
-  struct Step {
-    uint16_t fixed_bytes;  // 0: of variable length
-    bool is_nullable;
-    bool is_long;  // its length may take two bytes
-    int32_t slot;  // among the wanted fields, -1: none
-  };
-  struct Missing {
-    size_t slot;
-    Located_field value;  // the dictionary's
-  };
   struct Version {
     bool is_known = false;
-    ulint null_bytes = 0;
-    std::vector<Step> steps;  // up to the last wanted field
-    std::vector<Missing> missing;
+    Field_steps fields;
   };
   class Plan;
 
@@ -103,38 +84,7 @@ inline bool Record_layout::locate(const rec_t *rec,
     if (version == nullptr) return false;
   }
   if (!version->is_known) return false;
-  const byte *lengths = nulls - version->null_bytes;
-  const byte *data = rec;
-  uint32_t null_mask = 1;
-  for (const Step &step : version->steps) {
-    if (step.is_nullable) {
-      if (null_mask == 0x100) {
-        --nulls;
-        null_mask = 1;
-      }
-      const bool is_null = (*nulls & null_mask) != 0;
-      null_mask <<= 1;
-      if (is_null) {
-        if (step.slot >= 0) fields[step.slot] = {nullptr, 0};
-        continue;
-      }
-    }
-    ulint bytes = step.fixed_bytes;
-    if (bytes == 0) {
-      bytes = *lengths--;
-      if (step.is_long && (bytes & 0x80) != 0) {
-        bytes = bytes << 8 | *lengths--;
-        if ((bytes & 0x4000) != 0 && step.slot >= 0) return false;
-        bytes &= 0x3fff;
-      }
-    }
-    if (step.slot >= 0) fields[step.slot] = {data, bytes};
-    data += bytes;
-  }
-  for (const Missing &field : version->missing) {
-    fields[field.slot] = field.value;
-  }
-  return true;
+  return version->fields.locate(nulls, rec, fields);
 }
 
 #endif  // MORVENA_SN_INNODB_API_RECORD_LAYOUT_H

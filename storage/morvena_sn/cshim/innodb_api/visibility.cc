@@ -2,14 +2,13 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // visibility: which version of this record may the read see?
-// In: a record on a page that traverse has latched. Out: a version in the heap,
-// or none. Holds: the clustered leaf of one look-up, in the row's mini-
-// transaction. Threads: any worker; the snapshot is read-only. Fails: history
-// that purge has taken, a virtual value that cannot be computed; the failure is
-// the read's, at the worker's next check.
+// In: a record on a latched page. Out: a version in the heap, or none. Holds:
+// the clustered leaf of one look-up, in the row's mini-transaction. Threads:
+// any worker; the view is read only. Fails: history that purge has taken, a
+// virtual value that cannot be computed.
 
-#include "innodb_api.h"
-#include "innodb_api/scope.h"
+#include "innodb_api/visibility.h"
+
 #include "innodb_api/sec_match.h"
 
 #include "gis0rtree.h"
@@ -51,93 +50,90 @@ class Clustered_search {
   btr_cur_t cursor_{};
 };
 
-// *version is that of a clustered record that the view sees; null when there is
-// none, or it cannot be built. The mini-transaction holds the record's page.
-dberr_t visible_version(const rec_t *rec, dict_index_t *index, ReadView *view,
-                        ulint **offsets, mem_heap_t **heap,
-                        lob::undo_vers_t *lob_undo, mtr_t *mtr,
-                        const rec_t **version) {
-  lob_undo->reset();
-  *version = rec;
-  const trx_id_t id = row_get_rec_trx_id(rec, index, *offsets);
-  if (view->changes_visible(id, index->table->name)) return DB_SUCCESS;
-  *offsets = host::rec_offsets(rec, index, nullptr, heap);
-  rec_t *built = nullptr;
-  const dberr_t err = row_vers_build_for_consistent_read(
-      rec, mtr, index, offsets, view, heap, *heap, &built, nullptr, lob_undo);
-  *version = err == DB_SUCCESS ? built : nullptr;
-  return err;
-}
+}  // namespace
 
-dtuple_t *build_ref(const rec_t *sec_rec, const dict_index_t *sec_index,
-                    const dict_index_t *clustered, ulint *sec_offsets,
-                    mem_heap_t *heap, trx_t *trx) {
+dtuple_t *build_row_ref(const Read_plan &plan, const rec_t *sec_rec,
+                        ulint *sec_offsets, mem_heap_t *heap) {
+  const dict_index_t *clustered = plan.clustered_index();
   const ulint n_fields = dict_index_get_n_unique(clustered);
   dtuple_t *ref = dtuple_create(heap, n_fields);
   dict_index_copy_types(ref, clustered, n_fields);
-  host::build_row_ref(ref, sec_rec, sec_index, sec_offsets, trx);
+  host::build_row_ref(ref, sec_rec, plan.tree.index, sec_offsets, plan.trx);
   return ref;
 }
 
-bool is_delete_marked(const rec_t *rec, bool compact) {
-  return rec_get_deleted_flag(rec, compact) != 0;
+// *version becomes that of a clustered record that the view sees; without a
+// record when there is none, or it cannot be built. The mini-transaction holds
+// the record's page.
+dberr_t Visibility::find_version(dict_index_t *index, ReadView *view,
+                                 Row_version *version, mem_heap_t **heap,
+                                 mtr_t *mtr) {
+  lob_undo_.reset();
+  version->lob_undo = &lob_undo_;
+  const rec_t *rec = version->rec;
+  const trx_id_t id = row_get_rec_trx_id(rec, index, version->offsets);
+  if (view->changes_visible(id, index->table->name)) return DB_SUCCESS;
+  version->offsets = host::rec_offsets(rec, index, nullptr, heap);
+  rec_t *built = nullptr;
+  const dberr_t err = row_vers_build_for_consistent_read(
+      rec, mtr, index, &version->offsets, view, heap, *heap, &built, nullptr,
+      &lob_undo_);
+  version->rec = err == DB_SUCCESS ? built : nullptr;
+  return err;
 }
 
-}  // namespace
-
-bool ParallelIndexReader::check_visibility(const rec_t *&rec, ulint *&offsets,
-                                           mem_heap_t *&heap, mtr_t *mtr,
-                                           Read_mtr *row_mtr, ThreadCtx *tctx) {
-  ReadView *view = trx_ != nullptr ? trx_->read_view : nullptr;
-  if (view != nullptr && index_->is_clustered()) {
-    if (trx_->isolation_level > TRX_ISO_READ_UNCOMMITTED) {
-      const dberr_t err = visible_version(rec, index_, view, &offsets, &heap,
-                                          &tctx->lob_undo_, mtr, &rec);
-      if (err != DB_SUCCESS) set_error(err);
-      if (rec == nullptr) return false;
-    }
+dberr_t Visibility::check_visibility(Row_version *version, mem_heap_t *&heap,
+                                     mtr_t *mtr, Read_mtr *row_mtr) {
+  dict_index_t *index = plan_.tree.index;
+  ReadView *view = plan_.judgement.of_entries;
+  version->lob_undo = &lob_undo_;
+  if (view != nullptr && index->is_clustered()) {
+    const dberr_t err = find_version(index, view, version, &heap, mtr);
+    if (err != DB_SUCCESS || version->rec == nullptr) return err;
   } else if (view != nullptr &&
-             trx_->isolation_level > TRX_ISO_READ_COMMITTED &&
-             !lock_sec_rec_cons_read_sees(rec, index_, view)) {
+             !lock_sec_rec_cons_read_sees(version->rec, index, view)) {
     // The page was changed by somebody whom the view may not see: the row
     // tells.
-    dtuple_t *ref =
-        build_ref(rec, index_, clustered_index(), offsets, heap, trx_);
-    ulint *clustered_offsets = nullptr;
-    return lookup_cluster_rec(rec, ref, clustered_offsets, heap, row_mtr,
-                              tctx) != nullptr;
+    const dtuple_t *ref =
+        build_row_ref(plan_, version->rec, version->offsets, heap);
+    Row_version row{};
+    const dberr_t err =
+        lookup_cluster_rec(version->rec, ref, &row, heap, row_mtr);
+    if (row.rec == nullptr) version->rec = nullptr;
+    return err;
   }
-  return !is_delete_marked(rec, table_is_compact_);
+  if (rec_get_deleted_flag(version->rec, plan_.is_compact)) {
+    version->rec = nullptr;
+  }
+  return DB_SUCCESS;
 }
 
 // A clustered version that is delete-marked itself is delivered all the same.
-const rec_t *ParallelIndexReader::lookup_cluster_rec(
-    const rec_t *&sec_rec, const dtuple_t *ref, ulint *&offsets,
-    mem_heap_t *&heap, Read_mtr *row_mtr, ThreadCtx *tctx) {
-  dict_index_t *clustered = clustered_index();
+dberr_t Visibility::lookup_cluster_rec(const rec_t *sec_rec,
+                                       const dtuple_t *ref,
+                                       Row_version *version, mem_heap_t *&heap,
+                                       Read_mtr *row_mtr) {
+  dict_index_t *clustered = plan_.clustered_index();
   mtr_t *mtr = row_mtr->get();
   const Clustered_search search(clustered, ref, mtr);
   const rec_t *found = search.record();
-  const rec_t *version = found;
-  ReadView *view = trx_ != nullptr ? trx_->read_view : nullptr;
-  if (found != nullptr) {
-    offsets =
-        host::rec_offsets(found, clustered, nullptr, &heap, n_fetched_fields_);
-    if (view != nullptr) {
-      const dberr_t err =
-          visible_version(found, clustered, view, &offsets, &heap,
-                          &tctx->lob_undo_, mtr, &version);
-      if (err != DB_SUCCESS) set_error(err);
-    }
+  *version = {found, nullptr, nullptr, &lob_undo_};
+  if (found == nullptr) return DB_SUCCESS;
+  version->offsets = host::rec_offsets(found, clustered, nullptr, &heap,
+                                       plan_.n_fetched_fields);
+  if (ReadView *view = plan_.judgement.of_rows; view != nullptr) {
+    const dberr_t err = find_version(clustered, view, version, &heap, mtr);
+    if (err != DB_SUCCESS || version->rec == nullptr) return err;
   }
-  if (version == nullptr) return nullptr;
-  if (version == found && !is_delete_marked(sec_rec, table_is_compact_)) {
-    return version;
+  if (version->rec == found &&
+      !rec_get_deleted_flag(sec_rec, plan_.is_compact)) {
+    return DB_SUCCESS;
   }
   // The entry counts only if it still is that version's.
   bool is_equal = false;
   const dberr_t err = row_sel_sec_rec_is_for_clust_rec(
-      sec_rec, index_, version, clustered, trx_, mysql_table_, is_equal);
-  if (err != DB_SUCCESS) set_error(err);
-  return err == DB_SUCCESS && is_equal ? version : nullptr;
+      sec_rec, plan_.tree.index, version->rec, clustered, plan_.trx,
+      plan_.mysql_table, is_equal);
+  if (!is_equal) version->rec = nullptr;
+  return err;
 }

@@ -18,7 +18,7 @@
 #include <sstream>
 #include <thread>
 
-#include "innodb_api.h"
+#include "innodb_api/leaves.h"
 
 namespace harness {
 
@@ -93,11 +93,11 @@ class Meeting {
     if (index_ == nullptr) return;
     current_ = this;
     index_->lock.waiters = true;
-    ParallelIndexReader::s_yield = [] { current_->come(); };
+    Leaf_walk::s_yield = [] { current_->come(); };
   }
   ~Meeting() {
     if (index_ != nullptr) {
-      ParallelIndexReader::s_yield = [] { sched_yield(); };
+      Leaf_walk::s_yield = [] { sched_yield(); };
       end();
     }
     if (table_ != nullptr) dd_table_close(table_, nullptr, nullptr, false);

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 /**
-  @file innodb_api/pool.h
+  @file common/pool.h
   The threads of parallel reads: one pool for the process, and beside it a
   budget from which each read reserves its threads before it starts. Needs no
   server but its per-thread set-up.
@@ -13,8 +13,8 @@
   wait for it.
 */
 
-#ifndef MORVENA_SN_INNODB_API_POOL_H
-#define MORVENA_SN_INNODB_API_POOL_H
+#ifndef MORVENA_SN_COMMON_POOL_H
+#define MORVENA_SN_COMMON_POOL_H
 
 #include <atomic>
 #include <condition_variable>
@@ -22,13 +22,14 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <queue>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+#include "common/mutex.h"
 
 class ThreadPool {
  public:
@@ -57,7 +58,7 @@ class ThreadPool {
     ThreadPool *get() const { return pool_; }
 
    private:
-    ThreadPool *const pool_;
+    ThreadPool *pool_;
   };
 
   /** Start n workers, or as many as the system grants. */
@@ -96,16 +97,16 @@ class ThreadPool {
   void stop_and_join();
 
   std::vector<std::thread> workers;
-  std::queue<std::function<void()>> tasks;  // under queue_mutex
-  std::mutex queue_mutex;
-  std::condition_variable condition;    // with queue_mutex
-  std::atomic<bool> stop_flag{false};   // set once, under queue_mutex
+  Checked_mutex queue_mutex;
+  std::queue<std::function<void()>> tasks GUARDED_BY(queue_mutex);
+  std::condition_variable condition;  // with queue_mutex
+  bool stop_flag GUARDED_BY(queue_mutex) = false;
   std::atomic<size_t> idle_workers{0};  // less only under queue_mutex
-  size_t n_holds = 0;                   // under instance_mutex
 
-  static std::mutex instance_mutex;
+  static Checked_mutex instance_mutex;
   static std::condition_variable let_go;  // with instance_mutex
-  static ThreadPool *instance;            // under instance_mutex
+  static ThreadPool *instance GUARDED_BY(instance_mutex);
+  size_t n_holds GUARDED_BY(instance_mutex) = 0;
 };
 
 /** The scan threads that all parallel reads of the process may hold at once. */
@@ -123,4 +124,4 @@ class ThreadBudget {
   static std::atomic<size_t> s_active_threads;
 };
 
-#endif  // MORVENA_SN_INNODB_API_POOL_H
+#endif  // MORVENA_SN_COMMON_POOL_H

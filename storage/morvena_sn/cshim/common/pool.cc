@@ -3,7 +3,7 @@
 
 // The worker pool and the thread budget.
 
-#include "innodb_api/pool.h"
+#include "common/pool.h"
 
 #include <algorithm>
 #include <chrono>
@@ -24,7 +24,7 @@ class Threads_beside {
   void start(std::function<void()> task) {
     std::list<std::thread> made(1);
     const auto self = made.begin();
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const Checked_lock lock(&mutex_);
     *self = std::thread([this, self, task = std::move(task)]() mutable {
       my_thread_init();
       task();
@@ -36,24 +36,24 @@ class Threads_beside {
   }
 
   /** Wait until all have ended. */
-  void join() {
+  void join() EXCLUDES(mutex_) {
     std::thread last;
     {
-      std::unique_lock<std::mutex> lock(mutex_);
-      all_end_.wait(lock, [this] { return running_.empty(); });
+      Checked_lock lock(&mutex_);
+      while (!running_.empty()) lock.wait(&all_end_);
       last.swap(last_ended_);
     }
     if (last.joinable()) last.join();
   }
 
   /** The same for as long as may be expected of tasks that are over. */
-  void join_for_a_while() {
+  void join_for_a_while() EXCLUDES(mutex_) {
+    const auto give_up = std::chrono::steady_clock::now() + leaving_limit;
     {
-      std::unique_lock<std::mutex> lock(mutex_);
-      if (!all_end_.wait_for(lock, leaving_limit,
-                             [this] { return running_.empty(); })) {
-        return;
+      Checked_lock lock(&mutex_);
+      while (!running_.empty() && lock.wait_until(&all_end_, give_up)) {
       }
+      if (!running_.empty()) return;
     }
     join();
   }
@@ -64,7 +64,7 @@ class Threads_beside {
   void end(std::list<std::thread>::iterator self) {
     std::thread previous;
     {
-      const std::lock_guard<std::mutex> lock(mutex_);
+      const Checked_lock lock(&mutex_);
       previous.swap(last_ended_);
       last_ended_.swap(*self);
       running_.erase(self);
@@ -73,10 +73,10 @@ class Threads_beside {
     if (previous.joinable()) previous.join();
   }
 
-  std::mutex mutex_;
+  Checked_mutex mutex_;
   std::condition_variable all_end_;  // with mutex_
-  std::list<std::thread> running_;   // under mutex_
-  std::thread last_ended_;           // under mutex_
+  std::list<std::thread> running_ GUARDED_BY(mutex_);
+  std::thread last_ended_ GUARDED_BY(mutex_);
 };
 
 // Never destroyed: a thread that does not end may still come to it.
@@ -85,49 +85,49 @@ Threads_beside &threads_beside() {
   return *threads;
 }
 
-// The code is unmapped, or the process exits. A task that runs even now is its
-// submitter's fault.
-const struct Unmapping {
-  Unmapping() { threads_beside(); }
-  ~Unmapping() { threads_beside().join_for_a_while(); }
-} unmapping;
+// Joins them before the code is unmapped, or when the process exits. A task
+// that runs even then is its submitter's fault.
+const struct Join_at_unload {
+  ~Join_at_unload() { threads_beside().join_for_a_while(); }
+} join_at_unload;
 
 }  // namespace
 
-std::mutex ThreadPool::instance_mutex;
+Checked_mutex ThreadPool::instance_mutex;
 std::condition_variable ThreadPool::let_go;
 ThreadPool *ThreadPool::instance = nullptr;
 
 std::atomic<size_t> ThreadBudget::s_active_threads{0};
 
 void ThreadPool::initialize() {
-  const std::lock_guard<std::mutex> lock(instance_mutex);
+  // Made here, so that a shutdown has no memory to ask for.
+  threads_beside();
+  const Checked_lock lock(&instance_mutex);
   if (instance == nullptr) instance = new ThreadPool(n_workers);
 }
 
 ThreadPool *ThreadPool::get_instance() {
-  const std::lock_guard<std::mutex> lock(instance_mutex);
+  const Checked_lock lock(&instance_mutex);
   return instance;
 }
 
-ThreadPool::Hold::Hold()
-    : pool_([] {
-        const std::lock_guard<std::mutex> lock(instance_mutex);
-        if (instance != nullptr) ++instance->n_holds;
-        return instance;
-      }()) {}
+ThreadPool::Hold::Hold() {
+  const Checked_lock lock(&instance_mutex);
+  pool_ = instance;
+  if (pool_ != nullptr) ++pool_->n_holds;
+}
 
 ThreadPool::Hold::~Hold() {
   if (pool_ == nullptr) return;
-  const std::lock_guard<std::mutex> lock(instance_mutex);
+  const Checked_lock lock(&instance_mutex);
   if (--pool_->n_holds == 0) let_go.notify_all();
 }
 
 void ThreadPool::shutdown() noexcept {
-  std::unique_lock<std::mutex> lock(instance_mutex);
+  Checked_lock lock(&instance_mutex);
   ThreadPool *const pool = std::exchange(instance, nullptr);
   if (pool == nullptr) return;
-  let_go.wait(lock, [pool] { return pool->n_holds == 0; });
+  while (pool->n_holds != 0) lock.wait(&let_go);
   lock.unlock();
   pool->stop_and_join();
   delete pool;
@@ -146,9 +146,9 @@ ThreadPool::ThreadPool(size_t n) : idle_workers(n) {
 
 void ThreadPool::work() {
   my_thread_init();
-  std::unique_lock<std::mutex> lock(queue_mutex);
+  Checked_lock lock(&queue_mutex);
   for (;;) {
-    condition.wait(lock, [this] { return stop_flag || !tasks.empty(); });
+    while (!stop_flag && tasks.empty()) lock.wait(&condition);
     if (tasks.empty()) break;
     {
       const std::function<void()> task = std::move(tasks.front());
@@ -164,7 +164,7 @@ void ThreadPool::work() {
 }
 
 bool ThreadPool::enqueue(std::function<void()> task) {
-  const std::lock_guard<std::mutex> lock(queue_mutex);
+  const Checked_lock lock(&queue_mutex);
   if (stop_flag) throw std::runtime_error("ThreadPool has been stopped.");
   if (tasks.size() >= idle_workers) return false;
   tasks.push(std::move(task));
@@ -178,7 +178,7 @@ void ThreadPool::run_beside(std::function<void()> task) {
 
 void ThreadPool::stop_and_join() {
   {
-    const std::lock_guard<std::mutex> lock(queue_mutex);
+    const Checked_lock lock(&queue_mutex);
     stop_flag = true;
     condition.notify_all();
   }

@@ -1,0 +1,61 @@
+// Copyright (c) 2026, the morvena_sn authors.
+// SPDX-License-Identifier: GPL-2.0-only
+
+/**
+  @file innodb_api/visibility.h
+  Which version of a record a read may see.
+*/
+
+#ifndef MORVENA_SN_INNODB_API_VISIBILITY_H
+#define MORVENA_SN_INNODB_API_VISIBILITY_H
+
+#include "innodb_api/plan.h"
+#include "innodb_api/row_version.h"
+#include "innodb_api/scope.h"
+
+/** The key of the clustered record that a secondary one belongs to, in heap. */
+[[nodiscard]] dtuple_t *build_row_ref(const Read_plan &plan,
+                                      const rec_t *sec_rec, ulint *sec_offsets,
+                                      mem_heap_t *heap);
+
+/** Judges the records of one unit. */
+class Visibility {
+ public:
+  explicit Visibility(const Read_plan &plan) : plan_(plan) {}
+  ~Visibility() { lob_undo_.destroy(); }
+  Visibility(const Visibility &) = delete;
+  Visibility &operator=(const Visibility &) = delete;
+
+  /**
+    Judge a record of the scanned index, which is to supply the row.
+
+    @param[in,out] version  the record with its offsets, on a page that mtr
+                            holds; becomes the version to deliver, in heap
+                            perhaps, without a record if there is none
+    @param row_mtr  holds the row's page afterwards if the row had to be asked
+  */
+  [[nodiscard]] dberr_t check_visibility(Row_version *version,
+                                         mem_heap_t *&heap, mtr_t *mtr,
+                                         Read_mtr *row_mtr);
+
+  /**
+    Look the clustered record of a secondary one up.
+
+    @param[out] version  what to deliver, without a record if there is nothing
+    @param row_mtr  holds the record's page afterwards
+  */
+  [[nodiscard]] dberr_t lookup_cluster_rec(const rec_t *sec_rec,
+                                           const dtuple_t *ref,
+                                           Row_version *version,
+                                           mem_heap_t *&heap,
+                                           Read_mtr *row_mtr);
+
+ private:
+  dberr_t find_version(dict_index_t *index, ReadView *view,
+                       Row_version *version, mem_heap_t **heap, mtr_t *mtr);
+
+  const Read_plan &plan_;
+  lob::undo_vers_t lob_undo_;  // of the version in hand
+};
+
+#endif  // MORVENA_SN_INNODB_API_VISIBILITY_H
