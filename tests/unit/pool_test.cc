@@ -9,8 +9,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
@@ -226,6 +229,37 @@ TEST_F(Pool, EndedThreadsBesideItGiveTheirStacksBack) {
     return address_space() - before < n_beside / 4 * stack_bytes();
   })) << (address_space() - before) / stack_bytes()
       << " stacks";
+}
+
+/** What a thread does on its way out. */
+struct At_exit {
+  ~At_exit() {
+    if (act) act();
+  }
+  std::function<void()> act;
+};
+thread_local At_exit at_exit;
+
+long n_threads() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return std::distance(begin(threads), end(threads));
+}
+
+// With one whose exit takes long, and one that waits to join it.
+TEST_F(Pool, EndedThreadsBesideItDoNotWaitForEachOther) {
+  constexpr int n_beside = 20;
+  Gate busy_gate, exit_gate;
+  Futures busy = occupy_workers(pool, busy_gate);
+  const long before = n_threads();
+  pool->submit([&exit_gate] { at_exit.act = exit_gate.pass(); }).get();
+  for (int i = 0; i < n_beside; ++i) pool->submit([] {}).get();
+  EXPECT_TRUE(wait_until([&] { return n_threads() <= before + 2; }))
+      << n_threads() - before;
+  EXPECT_GT(n_threads(), before);
+  exit_gate.open();
+  EXPECT_TRUE(wait_until([&] { return n_threads() == before; }));
+  busy_gate.open();
+  for (auto &task : busy) task.get();
 }
 
 TEST_F(Pool, WorkersAreReusedAfterABusyTime) {

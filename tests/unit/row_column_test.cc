@@ -5,6 +5,7 @@
 
 #include "row_column.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "gtest/gtest.h"
@@ -23,9 +24,8 @@ Row_column column_of(Column_form form, uint8_t bytes, uint8_t precision = 0) {
 
 /** A row with this value. */
 std::vector<uchar> row_with(const std::vector<uchar> &value) {
-  std::vector<uchar> row(3, 0xAA);
-  row.insert(row.end(), value.begin(), value.end());
-  row.resize(row.size() + 8, 0xAA);
+  std::vector<uchar> row(3 + value.size() + 8, 0xAA);
+  std::copy(value.begin(), value.end(), row.begin() + 3);
   return row;
 }
 

@@ -17,8 +17,9 @@
 namespace {
 
 // Threads beside the pool. A task's future is ready before its thread has left
-// this code. A thread that ends joins the one that ended before it, so that no
-// more than one keeps its stack.
+// this code. One of those that end joins the others, so that a single one keeps
+// its stack. If each joined the one before it, a slow exit would keep all the
+// later ones alive.
 class Threads_beside {
  public:
   void start(std::function<void()> task) {
@@ -37,13 +38,13 @@ class Threads_beside {
 
   /** Wait until all have ended. */
   void join() EXCLUDES(mutex_) {
-    std::thread last;
+    std::list<std::thread> ended;
     {
       Checked_lock lock(&mutex_);
-      while (!running_.empty()) lock.wait(&all_end_);
-      last.swap(last_ended_);
+      while (!is_quiet()) lock.wait(&quiet_);
+      ended.swap(ended_);
     }
-    if (last.joinable()) last.join();
+    for (std::thread &thread : ended) thread.join();
   }
 
   /** The same for as long as may be expected of tasks that are over. */
@@ -51,32 +52,52 @@ class Threads_beside {
     const auto give_up = std::chrono::steady_clock::now() + leaving_limit;
     {
       Checked_lock lock(&mutex_);
-      while (!running_.empty() && lock.wait_until(&all_end_, give_up)) {
+      while (!is_quiet() && lock.wait_until(&quiet_, give_up)) {
       }
-      if (!running_.empty()) return;
+      if (!is_quiet()) return;
     }
     join();
   }
 
  private:
+  using Self = std::list<std::thread>::iterator;
   static constexpr std::chrono::seconds leaving_limit{1};
 
-  void end(std::list<std::thread>::iterator self) {
-    std::thread previous;
-    {
+  bool is_quiet() const REQUIRES(mutex_) {
+    return running_.empty() && !somebody_joins_;
+  }
+
+  void end(Self self) EXCLUDES(mutex_) {
+    std::list<std::thread> others = first_to_join(self);
+    while (!others.empty()) {
+      for (std::thread &thread : others) thread.join();
+      others.clear();
       const Checked_lock lock(&mutex_);
-      previous.swap(last_ended_);
-      last_ended_.swap(*self);
-      running_.erase(self);
-      if (running_.empty()) all_end_.notify_all();
+      others = ended_but(self);
     }
-    if (previous.joinable()) previous.join();
+  }
+
+  std::list<std::thread> first_to_join(Self self) EXCLUDES(mutex_) {
+    const Checked_lock lock(&mutex_);
+    ended_.splice(ended_.end(), running_, self);
+    return somebody_joins_ ? std::list<std::thread>() : ended_but(self);
+  }
+
+  // For the thread that joins, which stops when there are no more.
+  std::list<std::thread> ended_but(Self self) REQUIRES(mutex_) {
+    std::list<std::thread> others;
+    others.swap(ended_);
+    ended_.splice(ended_.end(), others, self);
+    somebody_joins_ = !others.empty();
+    if (is_quiet()) quiet_.notify_all();
+    return others;
   }
 
   Checked_mutex mutex_;
-  std::condition_variable all_end_;  // with mutex_
+  std::condition_variable quiet_;  // with mutex_
   std::list<std::thread> running_ GUARDED_BY(mutex_);
-  std::thread last_ended_ GUARDED_BY(mutex_);
+  std::list<std::thread> ended_ GUARDED_BY(mutex_);
+  bool somebody_joins_ GUARDED_BY(mutex_) = false;
 };
 
 // Never destroyed: a thread that does not end may still come to it.
