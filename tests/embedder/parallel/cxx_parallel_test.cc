@@ -168,6 +168,7 @@ TEST_F(CxxParallel, FailuresAreErrors) {
 }
 
 TEST_F(CxxParallel, ProgressCountsTheRows) {
+  sql.exec("ANALYZE TABLE t");
   Sequential_scan scan("db", "t");
   EXPECT_TRUE(scan.read_in_parallel(2, [](const auto &) {}));
   const auto progress = scan.progress();
