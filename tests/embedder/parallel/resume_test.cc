@@ -5,6 +5,7 @@
 // the start of a unit, and the yield at a page end. Most records are another
 // session's uncommitted ones, which vanish from their pages in that moment.
 
+#include "host.h"
 #include "parallel_test.h"
 
 #include <atomic>

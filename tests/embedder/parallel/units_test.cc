@@ -8,6 +8,7 @@
 
 #include "common.h"
 #include "common/failure.h"
+#include "host.h"
 #include "innodb_api/latch.h"
 #include "innodb_api/partition.h"
 #include "innodb_api/plan.h"
