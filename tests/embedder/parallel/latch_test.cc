@@ -60,15 +60,24 @@ class ParallelLatch : public Parallel_test {
 };
 
 TEST_F(ParallelLatch, SlowCallbacksBesideLargeInserts) {
+  // On a slow machine the table would outgrow the buffer pool, and each read
+  // would give the writer more time than the one before.
+  constexpr size_t inserts_per_read = 40;
   std::atomic<bool> done{false};
+  std::atomic<size_t> n_reads{0};
   size_t inserted = 0;
   auto writer = on_own_thread([&] {
     Client client;
     client.exec("USE db");
-    while (!done)
+    while (!done) {
+      if (inserted == inserts_per_read * n_reads) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        continue;
+      }
       client.exec("INSERT INTO t VALUES (" +
                   std::to_string(100001 + 2 * inserted++) +
                   ", 1, REPEAT('n', 1000000))");
+    }
   });
   for (int round = 0; round < 3; ++round) {
     for (const size_t threads : {size_t{0}, size_t{3}, size_t{8}}) {
@@ -78,6 +87,7 @@ TEST_F(ParallelLatch, SlowCallbacksBesideLargeInserts) {
       const Scan scan({.donor = donor.id()});
       std::vector<long long> ids;
       std::mutex mu;
+      ++n_reads;
       EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &batch) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         const std::lock_guard<std::mutex> lock(mu);
