@@ -39,8 +39,8 @@ class Client::Worker {
     mysql_ = mysql_init(nullptr);
     if (mysql_ == nullptr) return "out of memory";
     mysql_options(mysql_, MYSQL_OPT_CONNECT_TIMEOUT, &seconds);
-    // In the server's process a client would have the server's
-    // net_read_timeout.
+    // Without this option, a client inside the server's process uses the
+    // server's net_read_timeout.
     const unsigned int patience = 300;
     mysql_options(mysql_, MYSQL_OPT_READ_TIMEOUT, &patience);
     mysql_options(mysql_, MYSQL_SET_CHARSET_NAME, "utf8mb4");
@@ -80,7 +80,7 @@ class Client::Worker {
  private:
   Reply failure() { return {mysql_errno(mysql_), mysql_error(mysql_), {}}; }
 
-  // A null task ends the thread.
+  // A null task tells the thread to end.
   void post(std::function<void()> task) {
     const std::lock_guard<std::mutex> lock(mu_);
     tasks_.push_back(std::move(task));
@@ -105,7 +105,7 @@ class Client::Worker {
   std::mutex mu_;
   std::condition_variable changed_;
   std::deque<std::function<void()>> tasks_;  // under mu_
-  MYSQL *mysql_ = nullptr;                   // the thread's alone
+  MYSQL *mysql_ = nullptr;                   // used by the thread alone
   uint32_t id_ = 0;  // written by the thread before connect() is answered
   std::thread thread_;
 };
@@ -116,7 +116,8 @@ Client::Client(unsigned int seconds) : worker_(std::make_unique<Worker>()) {
       worker->start<std::string>([=] { return worker->connect(seconds); })
           .get();
   if (!error.empty()) throw std::runtime_error("cannot connect: " + error);
-  // A lock that a case forgot must not stop the whole run.
+  // If a case forgets to release a lock, only that case fails, not the whole
+  // run.
   exec("SET lock_wait_timeout = 20, innodb_lock_wait_timeout = 20");
 }
 

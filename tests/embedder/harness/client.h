@@ -3,9 +3,9 @@
 
 /**
   @file client.h
-  A client connection of the very server that the cases run in, over its socket:
-  the donors, writers, lockers and killers of the cases, and the SQL that their
-  expected values come from.
+  A client connection to the server that the cases run in, over its socket.
+  Cases use such clients as donors, writers, lockers and killers, and to run the
+  SQL that gives the expected values.
 */
 
 #ifndef MORVENA_SN_TESTS_CLIENT_H
@@ -32,37 +32,39 @@ struct Reply {
 };
 
 /**
-  A connection with a thread of its own: the network layer of the server, which
-  it shares, looks at the calling thread's current session, and a case's thread
-  has the cursors' for that.
+  A client connection with a thread of its own. The client library uses the
+  network code of the server that it runs in, and that code looks at the calling
+  thread's current session. On the thread of a case, that is the session of a
+  cursor.
 */
 class Client {
  public:
   /** Connects as root. Throws std::runtime_error when that fails.
-      @param seconds  how long it may take; a server that shuts down takes
-                      connections and does not answer them */
+      @param seconds  the time limit; a server that is shutting down accepts
+      connections and does not answer them */
   explicit Client(unsigned int seconds = 60);
   ~Client();
   Client(const Client &) = delete;
   Client &operator=(const Client &) = delete;
 
-  /** The connection id, which is what a cursor takes as its donor. */
+  /** The connection id; a cursor takes it as its donor. */
   uint32_t id() const;
 
   /** Run a statement; throws std::runtime_error with the server's error. */
   void exec(const std::string &sql) { query(sql); }
   Rows query(const std::string &sql);
-  /** The one value of the one row. */
+  /** The single value of a result of one row and one column. */
   Value value(const std::string &sql);
   std::string text(const std::string &sql);
   int64_t number(const std::string &sql);
 
   /** Run a statement that may fail. */
   Reply attempt(const std::string &sql);
-  /** Start a statement and go on; it ends before the next one starts. */
+  /** Start a statement without waiting for its result. A statement that follows
+      starts when this one has ended. */
   std::future<Reply> send(const std::string &sql);
 
-  /** Close the connection; only the destructor may follow. */
+  /** Close the connection. After this, the object can only be destroyed. */
   void disconnect();
 
  private:

@@ -3,8 +3,8 @@
 
 /**
   @file client_call.h
-  Code of a case on the thread of a client, inside a statement of its own: as an
-  SQL function of an embedder runs.
+  Runs code of a case on the server's thread for a client, inside one of the
+  client's statements. The SQL function of an embedder runs in the same way.
 */
 
 #ifndef MORVENA_SN_TESTS_CLIENT_CALL_H
@@ -18,13 +18,14 @@
 
 namespace harness {
 
-/** Run f on the client's thread. Its session is the thread's before, and again
-    afterwards. @param hint  of the SELECT, in comment signs */
+/** Run f on the server's thread for the client. The client's session is the
+    thread's current session before and after the call.
+    @param hint  an optimizer hint for the SELECT, with its comment signs */
 std::future<Reply> call_on_client_thread(Client &client,
                                          std::function<void()> f,
                                          const std::string &hint = "");
 
-/** For the runner: make the call of that number. */
+/** Called by the runner: make the call with that number. */
 void make_client_call(const std::string &number);
 
 }  // namespace harness

@@ -163,7 +163,7 @@ Cursor_test::~Cursor_test() { sql.attempt("DROP DATABASE db"); }
 
 std::string Cursor_test::of_transactions(const std::string &aggregate,
                                          const std::string &condition) {
-  // The table is filled anew only when nobody has read it for 0.1 s.
+  // InnoDB refreshes this table only when nobody has read it for 0.1 s.
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   return sql
       .value("SELECT " + aggregate +

@@ -3,8 +3,8 @@
 
 /**
   @file cursor_test.h
-  What most cases start from: a fresh database, a client, a cursor that may be
-  refused, bounds in every form of cursor.h, and reads into standard types.
+  The base of most cases: a fresh database, a client, a cursor whose opening may
+  fail, every form of bound that cursor.h has, and reads into standard types.
 */
 
 #ifndef MORVENA_SN_TESTS_CURSOR_TEST_H
@@ -41,7 +41,7 @@ class Keys {
   Keys &time(const MYSQL_TIME &value);
   Keys &stamp(int64_t seconds, int64_t microseconds);
   Keys &null();
-  /** A type code of any kind and a stated length. */
+  /** A value with any type code and any stated length. */
   Keys &raw(char type, int32_t length, const std::string &bytes);
 
   /** Valid while this object is unchanged. */
@@ -76,8 +76,8 @@ struct Open {
 
 using morvena_sn::Decimal;
 
-/** Reads in the integer forms of the C functions. Reads of NULL give no value.
-    @param row  of a cursor or of a batch */
+/** Read a value by the integer form of the C function. NULL gives no value.
+    @param row  a row of a cursor or of a batch */
 template <class Row>
 std::optional<int32_t> days_of(const Row &row, unsigned int column) {
   const auto date = row.template get<morvena_sn::Date>(column);
@@ -97,11 +97,11 @@ std::optional<int64_t> usecs_of_datetime(const Row &row, unsigned int column) {
   return (*time - morvena_sn::epoch).count();
 }
 
-/** How cursor.hpp takes it. */
+/** The same options in the type of cursor.hpp. */
 morvena_sn::Options options_of(const Open &open);
 
-/** An index cursor that may be refused. Its ranges are those of cursor.h, in
-    every form of a bound. Reads of NULL give no value. */
+/** An index cursor; its opening may fail. It takes ranges as cursor.h does,
+    with every form of bound. Reads of NULL give no value. */
 class Cursor {
  public:
   explicit Cursor(const Open &open = {});
@@ -136,9 +136,9 @@ class Cursor {
     return usecs_of_datetime(row(), column);
   }
 
-  /** Every row of a range, one column. */
+  /** One column of every row of a range. */
   std::vector<long long> ints(unsigned int column, const Range &range = {});
-  /** Every row of a range, some columns as text. */
+  /** Some columns, as text, of every row of a range. */
   Rows texts(const std::vector<unsigned int> &columns, const Range &range = {});
 
   std::vector<std::string> output_columns() const;
@@ -150,38 +150,39 @@ class Cursor {
   morvena_sn::Result<morvena_sn::Cursor> cursor_;
 
  public:
-  const Open opened;  // on what
+  const Open opened;  // what the cursor was opened on
   uintptr_t handle = 0;
   unsigned int error = 0;
   std::string message;
 };
 
-/** Poll until what is waited for can be seen; false after half a minute. */
+/** Poll until reached() is true. Returns false after half a minute. */
 bool wait_until(const std::function<bool()> &reached);
 
-/** Run f on a new thread that is known to the server. */
+/** Run f on a new thread that is registered with the server. */
 std::future<void> on_own_thread(std::function<void()> f);
 
-/** Read a column of SQL's answer as integers. */
+/** Read the first column of a result of SQL as integers. */
 std::vector<long long> as_ints(const Rows &rows);
 
-/** Fresh database db for each case. sql is a client in it. */
+/** Creates a fresh database db for each case. sql is a client whose current
+    database it is. */
 class Cursor_test : public testing::Test {
  protected:
   Cursor_test();
   ~Cursor_test() override;
 
-  /** Wait until some statement of the server is in a state, as its process list
-      names it. */
+  /** Wait until some statement is in the state of that name in the server's
+      process list. */
   bool wait_for_state(const std::string &state);
 
-  /** An aggregate of the InnoDB transactions for which a condition holds, as
-      they are now. Takes 0.2 s. */
+  /** An aggregate over the InnoDB transactions that meet a condition at this
+      moment. Takes 0.2 s. */
   std::string of_transactions(const std::string &aggregate,
                               const std::string &condition);
 
-  /** The metadata locks on tables of db. Those of purge and of the statistics
-      thread, which come and go on their own, are not counted. */
+  /** The number of metadata locks on tables of db. Locks of purge and of the
+      statistics thread are left out: they come and go on their own. */
   int64_t metadata_locks();
 
   Client sql;

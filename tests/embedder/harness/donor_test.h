@@ -3,7 +3,8 @@
 
 /**
   @file donor_test.h
-  A table, a session whose snapshot is read, and changes of others to it.
+  A table, a donor session whose snapshot cursors read, and changes that another
+  session makes to the table.
 */
 
 #ifndef MORVENA_SN_TESTS_DONOR_TEST_H
@@ -26,7 +27,7 @@ class Donor_test : public Cursor_test {
     donor.exec("USE db");
   }
 
-  /** Others change every row after the donor's snapshot. */
+  /** Another session updates one row, deletes one and inserts one. */
   void change() {
     sql.exec("UPDATE t SET v = v + 1 WHERE id = 1");
     sql.exec("DELETE FROM t WHERE id = 2");

@@ -15,13 +15,13 @@
 
 namespace harness {
 
-/** Sets a global variable and puts back what it was, however the case ends. */
+/** Sets a global variable and restores its value, however the case ends. */
 class Global_setting {
  public:
   /** @param value  a SQL expression */
   Global_setting(const std::string &name, const std::string &value)
       : name_(name) {
-    // A user variable keeps the value's type.
+    // A user variable keeps the type of the value.
     sql_.exec("SET @before = @@GLOBAL." + name_);
     set(value);
   }

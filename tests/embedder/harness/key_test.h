@@ -21,10 +21,11 @@ using Ints = std::vector<long long>;
 
 class Key_of : public Cursor_test {
  protected:
-  // The model sorts by whole values.
+  // SQL gives the expected order, so it must sort by whole values.
   Key_of() { sql.exec("SET max_sort_length = 8388608"); }
 
-  /** Make t (id, c <type>, KEY k) with the values, SQL literals, and NULL. */
+  /** Make t (id, c <type>, KEY k) with one row for each value, given as SQL
+      literals, and one row for NULL. */
   void store(const std::string &type, const std::vector<std::string> &values,
              const std::string &part = "c") {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY AUTO_INCREMENT, c " + type +
@@ -39,7 +40,8 @@ class Key_of : public Cursor_test {
         sql.query("SELECT id FROM t WHERE " + condition + " ORDER BY c, id"));
   }
 
-  /** A bound means what the SQL literal means, in every place of a range. */
+  /** Check that a bound selects the same rows as the SQL literal, as the begin
+      and as the end of a range. */
   void expect_same(const Keys &key, const std::string &literal) {
     SCOPED_TRACE(literal);
     Cursor cursor({.index = "k"});

@@ -3,7 +3,7 @@
 
 /**
   @file known_thread.h
-  Threads that the server can tell apart.
+  Threads that are registered with the performance schema.
 */
 
 #ifndef MORVENA_SN_TESTS_KNOWN_THREAD_H
@@ -11,9 +11,9 @@
 
 namespace harness {
 
-/** As long as it lives, the server knows this thread, and the performance
-   schema lists what it holds: the metadata locks of a thread without an entry
-   there are in none of its tables. */
+/** Registers the calling thread with the performance schema, as long as this
+    object lives. Only then do the tables of the performance schema show the
+    metadata locks that the thread holds. */
 class Known_thread {
  public:
   Known_thread();
@@ -22,8 +22,8 @@ class Known_thread {
   Known_thread &operator=(const Known_thread &) = delete;
 };
 
-/** @return the entry that the server files the calling thread's doings under,
-    null for none */
+/** @return the calling thread's entry in the performance schema, null if it has
+    none */
 const void *own_thread_row();
 
 }  // namespace harness

@@ -9,8 +9,8 @@
     CREATE FUNCTION morvena_act RETURNS STRING SONAME 'morvena_sn_test.so';
     SELECT morvena_act('start');        the list of acts is at the end
 
-  A script that uses morvena_act() starts the reading functions, or does not, as
-  its question demands; morvena_test() always does.
+  A script that uses morvena_act() decides itself whether to start the reading
+  functions. morvena_test() always starts them.
 */
 
 #include "lifecycle.h"
@@ -41,7 +41,7 @@ void *handle = nullptr;
 std::string opened_at_load;
 std::vector<uintptr_t> left_open;
 
-/** Runs f where no client's session is the thread's. */
+/** Runs f on a new thread, which has no client's session. */
 template <class F>
 void on_own_thread(F f) {
   std::thread([&f] {
@@ -61,7 +61,8 @@ std::string open_cursor(const char *db, const char *table, uintptr_t *cursor,
   return std::to_string(error) + " " + message;
 }
 
-/** Loads before the server is ready try what must be refused then. */
+/** When the plug-in is loaded before the server is ready, opening a cursor must
+    fail. This tries to open one. */
 int at_load(void *plugin) {
   handle = plugin;
   uintptr_t cursor;
@@ -80,13 +81,13 @@ void say(const char *what) {
 void callback_a() { say("a"); }
 void callback_b() { say("b"); }
 
-// A registration that comes while the functions run is kept for nobody.
+// An observer that is registered while the observers run is never called.
 void callback_that_registers() {
   say("late");
   std::thread([] { register_shutdown_observer(handle, callback_b); }).detach();
 }
 
-// Like an embedder's that lets its readers finish first.
+// Acts like an embedder that lets its readers finish before the server stops.
 void callback_that_waits_for_a_reader() {
   uintptr_t cursor;
   std::string result;
@@ -99,7 +100,8 @@ void callback_that_waits_for_a_reader() {
 
 std::future<std::string> opening;
 
-/** Begins an opening that waits for a lock, as long as it takes. */
+/** Starts to open a cursor on another thread, with no time limit on its wait
+    for a lock. */
 std::string open_and_wait() {
   std::promise<std::string> opened;
   opening = opened.get_future();
@@ -128,7 +130,8 @@ void open_a_scan() {
   });
 }
 
-// Another embedder's, with a read that begins when the first has ended.
+// Acts like another embedder, whose read begins after the first embedder has
+// ended its use of the plug-in.
 void callback_that_reads_in_parallel() {
   on_own_thread([] {
     std::atomic<uint64_t> rows{0};
@@ -164,7 +167,8 @@ std::string leave_open() {
   return result;
 }
 
-/** Opens a table and counts its rows; the session stays in the pool. */
+/** Opens a cursor on a table, counts its rows and closes it. The cursor's
+    session stays in the pool. */
 std::string count_rows(const char *db, const char *table, uint32_t donor = 0) {
   std::string result;
   on_own_thread([&] {
@@ -185,7 +189,7 @@ bool count_batch(uint64_t batch, uint64_t, void *rows) {
   return false;
 }
 
-/** The same by a sequential scan. */
+/** Counts the rows of a table by a sequential scan. */
 std::string scan_rows(const char *db, const char *table, uint32_t donor = 0) {
   std::string result;
   on_own_thread([&] {
@@ -207,21 +211,22 @@ std::string scan_rows(const char *db, const char *table, uint32_t donor = 0) {
   return result;
 }
 
-/** The names are in letters of both cases, and stay so. */
+/** The names are in upper and lower case, and the plug-in must not change
+    them. */
 std::string count_in_mixed_case() {
   char db[] = "Db", table[] = "T";
   const std::string result = count_rows(db, table);
   return result + ", " + scan_rows(db, table) + ", " + db + "." + table;
 }
 
-/** What the client sees that asks. */
+/** Counts the rows that the client running this statement sees. */
 std::string count_for_client() {
   const uint32_t donor = session_id(current_session());
   const std::string result = count_rows("db", "t", donor);
   return result + ", " + scan_rows("db", "t", donor);
 }
 
-/** Reads t again and again until its cursor is taken away.
+/** Reads t again and again until the plug-in closes its cursor.
     @param begun  'reading' after the first row, or what went wrong */
 void read_until_taken_away(std::promise<std::string> begun) {
   uintptr_t cursor;

@@ -3,7 +3,7 @@
 
 /**
   @file lifecycle.h
-  The embedder's life: its plug-in declaration, its start and its clean-up.
+  The embedder's start and clean-up, and its plug-in declaration.
 */
 
 #ifndef MORVENA_SN_TESTS_LIFECYCLE_H
@@ -11,10 +11,11 @@
 
 namespace harness {
 
-/** What the server handed to the plug-in's init function. */
+/** The pointer that the server passed to the plug-in's init function. */
 void *plugin_handle();
 
-/** Start the reading functions and have them stopped with the server. */
+/** Start the plug-in for this embedder and register a call that ends its use
+    when the server stops. */
 void start_embedding();
 
 }  // namespace harness

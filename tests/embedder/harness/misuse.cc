@@ -63,7 +63,8 @@ void Shared_handles::add(uintptr_t value, bool is_scan) {
   handles_.push_back({value, is_scan});
 }
 
-// Mostly one of the last, whatever became of it, or one that is open.
+// Mostly one of the latest 40 handles, open or closed. Five times in six the
+// choice looks for a handle that has not been closed.
 Shared_handles::Handle Shared_handles::pick(std::mt19937 &engine) const {
   const std::lock_guard<std::mutex> lock(mu_);
   if (handles_.empty()) return {};
@@ -100,7 +101,8 @@ void Shared_handles::close_all() {
   }
 }
 
-/** A bound of random content; its values are where it says. */
+/** A bound with random content. Its arrays point to memory that can be read,
+    unless they are null. */
 class Misuser::Bound {
  public:
   explicit Bound(Misuser &m) {
@@ -138,7 +140,8 @@ class Misuser::Bound {
     memcpy(bytes, &value, sizeof value);
   }
 
-  // A bool and an enumeration must hold what they can.
+  // The bool and the enumeration get only values that their types can hold:
+  // reading any other value is undefined behaviour.
   static void put_time(Misuser &m, char *bytes) {
     MYSQL_TIME time;
     memcpy(&time, bytes, sizeof time);
@@ -233,7 +236,8 @@ void Misuser::close() {
   const bool as_scan = once_in(2);
   if (as_scan) close_seqscan_cursor(handle.value);
   if (!as_scan) close_index_cursor(handle.value);
-  // Beside others it may have been in use, and is open still.
+  // When other threads use the handle too, one of them may have been reading
+  // it. The close was then refused, and the handle may still be open.
   if (is_usable(handle, as_scan)) handles_.mark_closed(handle.value, alone_);
 }
 
@@ -270,7 +274,7 @@ void Misuser::advance() {
 void Misuser::read_value() {
   const Handle handle = random_handle();
   const uintptr_t cursor = handle.value;
-  // Beside others a typed read of an open handle is undefined.
+  // When other threads use the handle too, a typed read of it is undefined.
   if (!alone_ && is_usable(handle, false)) return;
   const uint32_t column = random_column();
   const bool to_nowhere = once_in(30);
@@ -336,7 +340,8 @@ void Misuser::count_columns() {
                           random_name({"id", "S", "none", "", nullptr})));
 }
 
-// Beside others the counts may be those of a moment.
+// When other threads open and close cursors too, the names may change between
+// two calls, so they are not part of the digest.
 void Misuser::name_columns() {
   const Handle handle = random_handle();
   constexpr size_t room = 64;
@@ -355,7 +360,7 @@ void Misuser::name_columns() {
     if (name != nullptr) note(sum_of(name, strlen(name)));
 }
 
-// A cancelled handle's next call fails, which the digest shows.
+// The next call on a cancelled handle fails, and that changes the digest.
 void Misuser::ask() {
   const Handle handle = random_handle();
   const char *text = nullptr;
@@ -387,7 +392,8 @@ void Misuser::take_snapshot() {
     snapshots_.push_back(id);
     donors_.push_back(id);
   } else {
-    // Once more perhaps; an opening meets it as a donor all the same.
+    // A second close is a misuse too. The closed snapshot stays in the list of
+    // donors, so that openings name it.
     uint32_t &id = snapshots_[below(4)];
     close_snapshot(id);
     if (once_in(4)) close_snapshot(id);

@@ -3,8 +3,8 @@
 
 /**
   @file misuse.h
-  Calls of the exported functions in a random order, on random handles, with
-  random arguments. A seed repeats them.
+  Calls the exported functions in a random order, on random handles and with
+  random arguments. The same seed gives the same calls.
 */
 
 #ifndef MORVENA_SN_TESTS_MISUSE_H
@@ -22,25 +22,25 @@
 
 namespace harness {
 
-/** The statements that make what the calls meet in db. */
+/** The statements that create the tables of db for these calls. */
 std::vector<std::string> misuse_tables();
 
-/** Handles that callers share. */
+/** The handles that several callers share. */
 class Shared_handles {
  public:
   struct Handle {
     uintptr_t value = 0;
     bool is_scan = false;
-    bool was_closed = false;  // its close was called
-    bool is_closed = false;   // for certain
+    bool was_closed = false;  // some caller called close on it
+    bool is_closed = false;   // that close cannot have been refused
   };
 
   void add(uintptr_t value, bool is_scan);
-  /** Any of them, a null one where there is none. */
+  /** A handle from the list, or a null handle if the list is empty. */
   Handle pick(std::mt19937 &engine) const;
   void mark_closed(uintptr_t value, bool for_certain);
   size_t count_open() const;
-  /** Close those that are open; nobody else calls. */
+  /** Close all handles. No other thread may use them during this call. */
   void close_all();
 
  private:
@@ -48,13 +48,14 @@ class Shared_handles {
   std::vector<Handle> handles_;  // under mu_
 };
 
-/** Every byte can be read. */
+/** A checksum that reads every byte of the text. */
 uint64_t sum_of(const char *text, size_t size);
 
 class Misuser {
  public:
-  /** @param alone  nobody else uses the handles: what cannot be recognised
-                    beside others is called too, and results repeat */
+  /** @param alone  true if no other thread uses the handles. The calls then
+      include those whose misuse cannot be recognised beside other threads, and
+      the results of a seed repeat. */
   Misuser(uint32_t seed, bool alone, Shared_handles &handles,
           const std::vector<uint32_t> &donors);
 
@@ -62,15 +63,15 @@ class Misuser {
   Misuser &operator=(const Misuser &) = delete;
   ~Misuser();
 
-  /** One call. */
+  /** Make one random call. */
   void call();
-  /** Of all results; for a seed always the same, if alone. */
+  /** A digest of all results. If alone, a seed always gives the same digest. */
   uint64_t digest() const { return digest_; }
 
-  /** Calls on handles that were open. */
+  /** How many calls were made on handles that were open. */
   size_t valid_calls() const { return valid_calls_; }
 
-  /** A callback's calls, on any thread. */
+  /** The calls that a callback makes, on any thread. */
   static bool misuse_batch(uint64_t batch, uint64_t thread, void *argument);
 
  private:
@@ -101,7 +102,7 @@ class Misuser {
   const bool alone_;
   Shared_handles &handles_;
   std::vector<uint32_t> donors_;
-  std::vector<uint32_t> snapshots_;  // open or not any more
+  std::vector<uint32_t> snapshots_;  // some of them are closed
   uint64_t digest_ = 14695981039346656037U;
   size_t valid_calls_ = 0;
 };

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What callbacks do: reads inside and outside of their batch, and calls on the
-// handle that is being read.
+// The random calls that callbacks make: reads inside and outside their batch,
+// and calls on the handle that is being read.
 
 #include <stdexcept>
 
@@ -13,7 +13,8 @@ namespace harness {
 
 namespace {
 
-/** What a callback needs: the read's own handle, and how to choose. */
+/** What a callback needs: the handle of its own read, and how it is to
+    behave. */
 struct Batch_misuse {
   uintptr_t handle;
   uint32_t seed;

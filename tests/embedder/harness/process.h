@@ -3,7 +3,7 @@
 
 /**
   @file process.h
-  What the server's process uses, as the kernel tells it.
+  What the server's process uses, as the kernel reports it.
 */
 
 #ifndef MORVENA_SN_TESTS_PROCESS_H
@@ -14,12 +14,13 @@
 
 namespace harness {
 
-/** A number of the process's status, such as Threads; those of memory are in
-   KB. 0 when there is none of that name. */
+/** A number from /proc/self/status, such as Threads. Memory is in KB. 0 if
+    there is no entry of that name. */
 size_t of_process(const std::string &name);
 
-/** What the process holds, in KB, once the allocator has given its reserve of
-    freed pages back: how large that is depends on how reads met. */
+/** The resident memory of the process in KB, after the allocator has returned
+    its freed pages to the kernel. How many freed pages the allocator keeps
+    depends on how reads overlap. */
 size_t memory_in_use();
 
 }  // namespace harness

@@ -3,7 +3,7 @@
 
 /**
   @file purge.h
-  Purge, made to run and watched.
+  Makes purge run and watches its progress.
 */
 
 #ifndef MORVENA_SN_TESTS_PURGE_H
@@ -29,10 +29,11 @@ class Purge {
   Purge(const Purge &) = delete;
   Purge &operator=(const Purge &) = delete;
 
-  /** The transactions whose history is kept. */
+  /** The length of the history list: the number of transactions whose history
+      purge has not removed. */
   int64_t history() { return metric("trx_rseg_history_len"); }
 
-  /** Wait until it has run so often since this call. */
+  /** Wait until purge has run that many times since this call. */
   bool has_run(int times) {
     const int64_t before = metric("purge_invoked");
     return wait_until([&] {
@@ -56,14 +57,15 @@ class Purge {
         name + "'");
   }
 
-  /** Wakes purge, which sleeps while nothing is committed. */
+  /** Wakes up purge, which sleeps while nothing is committed. */
   void commit_something() {
     sql_->exec("INSERT INTO noise VALUES (1)");
     sql_->exec("DELETE FROM noise");
   }
 
   Client *const sql_;
-  // Purged history leaves the list with each round, not once in 128.
+  // Purged history leaves the history list after each round of purge. By
+  // default it does so once in 128 rounds.
   const Global_setting truncation_{"innodb_purge_rseg_truncate_frequency", "1"};
 };
 

@@ -30,9 +30,9 @@
 namespace harness {
 namespace {
 
-std::mutex running;  // one case at a time: GoogleTest's state is the process's
+std::mutex running;  // one case at a time: GoogleTest's state is global
 
-/** Collects what fails, and fails the case that keeps a session. */
+/** Collects the failures, and fails a case that leaves a session in use. */
 class Listener : public testing::EmptyTestEventListener {
  public:
   void OnTestStart(const testing::TestInfo &test) override {
@@ -109,10 +109,11 @@ std::string run_case(const std::string &name) {
   Listener *const listener = prepare();
   if (name == "--list") return list_cases();
   testing::GTEST_FLAG(filter) = name;
-  // Not on the client's thread: cursors take over the thread's session.
+  // Use a new thread: a cursor replaces the calling thread's current session,
+  // and on the client's thread that is the client's own.
   std::thread([] {
     const Known_thread known;
-    // The listener has the result.
+    // The listener collects the result.
     [[maybe_unused]] const int result = RUN_ALL_TESTS();
   }).join();
   return listener->take_result();

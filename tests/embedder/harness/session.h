@@ -3,7 +3,8 @@
 
 /**
   @file session.h
-  The server's side of a cursor's session, for cases that look at it or kill it.
+  The server's side of a cursor's session. Cases use it to look at the session
+  or to kill it.
 */
 
 #ifndef MORVENA_SN_TESTS_SESSION_H
@@ -15,11 +16,12 @@
 
 namespace harness {
 
-/** The calling thread's current session; after a cursor function, the
-    cursor's. */
+/** The calling thread's current session. After a call of a cursor function, it
+    is the session of that cursor. */
 void *current_session();
 
-/** A client's, the calling thread's current session while it lives. */
+/** A client's session. It is the calling thread's current session while this
+    object lives. */
 class Client_session {
  public:
   Client_session();
@@ -32,31 +34,31 @@ class Client_session {
   void *session_;
 };
 
-/** Make it the calling thread's. */
+/** Make a session the calling thread's current session. */
 void restore_session(void *session);
 
-/** Whether it was bound to the calling thread last. */
+/** Whether the calling thread is the last one that the session was bound to. */
 bool is_of_this_thread(void *session);
 
-/** Its connection id. */
+/** The session's connection id. */
 uint32_t session_id(void *session);
 
-/** End its statement, as KILL QUERY does with a client's. */
+/** End the session's statement, as KILL QUERY ends a client's. */
 void kill_session(void *session);
 
-/** Have its statement begin at this moment. */
+/** Set the start of the session's statement to this moment. */
 void start_statement(void *session);
 
-/** Have its statement have begun that many seconds earlier. */
+/** Move the start of the session's statement that many seconds back. */
 void age_statement(void *session, long seconds);
 
-/** The lock_wait_timeout that it waits with, in seconds. */
+/** The session's lock_wait_timeout in seconds. */
 unsigned long lock_wait_timeout(void *session);
 
-/** What it does, as the process list would say; "" for nothing. */
+/** The session's state, as the process list shows it; "" if it has none. */
 std::string session_state(void *session);
 
-/** How many warnings its statement has. */
+/** How many warnings the session's statement has. */
 size_t warnings(void *session);
 
 struct Session_error {
@@ -64,7 +66,7 @@ struct Session_error {
   std::string text;
 };
 
-/** What its last statement reported; number 0 for nothing. */
+/** The error that the session's last statement reported; number 0 if none. */
 Session_error session_error(void *session);
 
 }  // namespace harness

@@ -3,7 +3,7 @@
 
 /**
   @file udf_text.h
-  SQL functions that take one text and answer with one.
+  SQL functions that take one text and return one text.
 */
 
 #ifndef MORVENA_SN_TESTS_UDF_TEXT_H
@@ -20,7 +20,7 @@ namespace harness {
 inline bool start_text_function(UDF_INIT *init, UDF_ARGS *args, char *message) {
   init->ptr = nullptr;
   if (args->arg_count == 1 && args->arg_type[0] == STRING_RESULT) {
-    // More than 255 bytes: a failure's text is long.
+    // The text of a failure can exceed the default limit of 255 bytes.
     init->max_length = 1 << 20;
     init->ptr = reinterpret_cast<char *>(new std::string);
     return false;
@@ -37,7 +37,7 @@ inline std::string argument(const UDF_ARGS *args) {
   return args->args[0] ? std::string(args->args[0], args->lengths[0]) : "";
 }
 
-/** Keeps the answer until the statement ends. */
+/** Keeps the returned text alive until the statement ends. */
 inline char *answer(UDF_INIT *init, std::string text, unsigned long *length) {
   auto *kept = reinterpret_cast<std::string *>(init->ptr);
   *kept = std::move(text);

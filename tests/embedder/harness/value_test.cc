@@ -34,7 +34,8 @@ Expected times() {
 
 namespace {
 
-/** A decimal number without the zeros that change nothing. */
+/** The decimal number without leading zeros and without trailing zeros of its
+    fraction. */
 std::string plain(std::string text) {
   const bool negative = text[0] == '-';
   if (negative) text.erase(0, 1);
@@ -60,7 +61,8 @@ void Value_test::store(const std::string &type,
 }
 
 void Value_test::compare(const Expected &expected) {
-  // Text in the column's own character set.
+  // The server returns text in the column's own character set, without
+  // conversion.
   sql.exec("SET character_set_results = NULL");
   const Rows rows = sql.query(
       "SELECT " + expected.integer + "," + expected.real + "," + expected.text +

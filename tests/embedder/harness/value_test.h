@@ -3,8 +3,7 @@
 
 /**
   @file value_test.h
-  Reads of a column by all seven functions, compared with what SQL makes of the
-  same values.
+  Reads a column by all seven functions and compares the values with SQL.
 */
 
 #ifndef MORVENA_SN_TESTS_VALUE_TEST_H
@@ -17,14 +16,16 @@
 
 namespace harness {
 
-/** Days of the date that a column without one reads as. */
+/** What a date read of a column without a date gives, in days since
+    2000-01-01. */
 constexpr int32_t no_date = -730517;
 constexpr int64_t usecs_per_day = 86400000000;
 
-/** SQL expressions over column c for the value of each read. */
+/** For each kind of read, the SQL expression over column c that gives the
+    expected value. */
 struct Expected {
   std::string integer = "CAST(c AS SIGNED)";
-  // Times one: minus zero keeps its sign.
+  // A product with 1 keeps the sign of minus zero.
   std::string real = "c * 1e0";
   std::string text = "c";
   std::string decimal = "CAST(c AS DECIMAL(65,30))";
@@ -37,13 +38,13 @@ struct Expected {
 Expected datetimes();
 /** For columns with a date alone. */
 Expected dates();
-/** For durations; their date is the current one. */
+/** For durations. Their date is the current date. */
 Expected times();
 
 class Value_test : public Cursor_test {
  protected:
-  /** Make t (id INT PRIMARY KEY, c <type>) with the values, SQL literals, and
-      a row of NULL. */
+  /** Make t (id INT PRIMARY KEY, c <type>) with one row for each value, given
+      as SQL literals, and one row for NULL. */
   void store(const std::string &type, const std::vector<std::string> &values);
   /** Compare all reads of t.c with SQL. */
   void compare(const Expected &expected = {});

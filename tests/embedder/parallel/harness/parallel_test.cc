@@ -71,10 +71,12 @@ std::vector<std::string> Scan::output_columns() const {
 namespace {
 
 /**
-  Where the first two workers of a read meet: at a page end, each holding no
-  page. Workers yield there while somebody seems to wait for the index's latch;
-  once two have come, or nobody has for a while, the mark is taken away and the
-  read goes on as any other.
+  The first two workers of a read meet here, at the end of a page, so that both
+  of them deliver rows. Neither holds a page at that point.
+  A worker yields at the end of a page while the index's latch has a mark that a
+  thread waits for it. The constructor sets that mark. The meeting ends when a
+  second worker arrives or when the first has waited for ten seconds. The mark
+  is then removed, and the read continues like any other.
 */
 class Meeting {
  public:
@@ -116,7 +118,8 @@ class Meeting {
     if (!is_over_) end();
   }
 
-  // Somebody may wait indeed, and for the mark: he looks again.
+  // A thread may really be waiting for the latch. It relies on the mark that is
+  // removed here, so signal the latch's event: it then checks the latch again.
   void end() {
     is_over_ = true;
     index_->lock.waiters = false;
@@ -125,14 +128,14 @@ class Meeting {
   }
 
   static std::mutex only_one_;
-  static Meeting *current_;  // while s_yield leads to it
+  static Meeting *current_;  // used while s_yield calls it
 
   const std::unique_lock<std::mutex> hold_;
   const std::thread::id caller_ = std::this_thread::get_id();
   dict_table_t *table_ = nullptr;
   dict_index_t *index_ = nullptr;
   std::mutex mu_;
-  std::condition_variable met_;        // with mu_
+  std::condition_variable met_;        // used with mu_
   std::set<std::thread::id> present_;  // under mu_
   bool is_over_ = false;               // under mu_
 };
@@ -197,9 +200,9 @@ bool read_by_workers(const Reader &reader, size_t threads, const On_batch &take,
   return read.complete;
 }
 
-/** Read into a result until more than one worker has delivered: the host may
-    take the mark away that they meet by, and what the second has read may be
-    invisible. */
+/** Repeat a read until more than one worker has delivered rows. InnoDB may
+    remove the mark by which the workers meet, or the second worker may find no
+    visible row in what it reads. */
 template <class Reader, class Result>
 Result read_until_shared(
     const Reader &reader, size_t threads, Workers workers,
@@ -342,7 +345,7 @@ void expect_rows(const Rows &delivered, const Rows &expected) {
 
 Parallel_test::Parallel_test() {
   donor.exec("USE db");
-  // Text in the column's own character set, which the reads give.
+  // The server returns text in the column's own character set, as the reads do.
   donor.exec("SET character_set_results = NULL");
   sql.exec(
       "SET cte_max_recursion_depth = 10000000,"
@@ -420,7 +423,7 @@ void Parallel_test::expect_range(const Open &open, const Range &range,
 }
 
 void Parallel_test::wait_for_purge() {
-  // Else what has been purged stays in the history for a while.
+  // By default, purged history stays in the history list for many rounds.
   sql.exec("SET GLOBAL innodb_purge_rseg_truncate_frequency = 1");
   EXPECT_TRUE(wait_until([this] {
     return sql.number(

@@ -3,8 +3,8 @@
 
 /**
   @file parallel_test.h
-  Parallel reads into standard types, and their comparison with SQL for every
-  number of threads.
+  Reads in parallel into standard types, and compares the rows with SQL for
+  every number of threads.
 */
 
 #ifndef MORVENA_SN_TESTS_PARALLEL_TEST_H
@@ -25,21 +25,21 @@ struct dict_table_t;
 
 namespace harness {
 
-/** How many threads the reads of a case ask for. The last is more than the
-    process has. */
+/** The numbers of threads that the reads of a case ask for. The last number is
+    more than the process allows. */
 extern const std::vector<size_t> thread_counts;
 
-/** All rows of columns, in an order of their own. */
+/** Columns to read from each row, in any order. */
 using Columns = std::vector<unsigned int>;
 
-/** A number out of the server's environment, for cases that repeat themselves.
- */
+/** A number from a variable in the server's environment, which sets how long a
+    case runs. If the variable is not set, the result is otherwise. */
 size_t setting(const char *name, size_t otherwise);
 
-/** Positions 0 to n - 1. */
+/** The positions 0 to n - 1. */
 Columns first_columns(size_t n);
 
-/** A batch, inside the callback. Reads of NULL give no value. */
+/** A batch, usable inside the callback. Reads of NULL give no value. */
 class Batch {
  public:
   Batch(uint64_t batch_handle, uint64_t worker)
@@ -80,7 +80,7 @@ class Batch {
   morvena_sn::Batch batch_;
 };
 
-/** A sequential scan that may be refused. */
+/** A sequential scan; its opening may fail. */
 class Scan {
  public:
   explicit Scan(const Open &open = {});
@@ -94,35 +94,37 @@ class Scan {
   morvena_sn::Result<morvena_sn::Sequential_scan> scan_;
 
  public:
-  const Open opened;  // on what; its index is not looked at
+  const Open opened;  // what the scan was opened on; a scan ignores the index
   uintptr_t handle = 0;
   unsigned int error = 0;
   std::string message;
 };
 
-/** Takes a batch; true stops the read. Runs on several threads. */
+/** Takes a batch. Returning true stops the read. Runs on several threads. */
 using On_batch = std::function<bool(const Batch &)>;
 
-/** How many workers deliver rows where a read asks for more than one. */
+/** How many workers must deliver rows when a read asks for more than one. */
 enum class Workers {
-  /** More than one, or the case fails. The first worker at a page end waits for
-      a second: a small table is read through before another thread wakes up.
-      One such read at a time. */
+  /** More than one worker, or the case fails. The first worker waits at the end
+      of a page for a second one: otherwise one worker reads all of a small
+      table before another thread wakes up. Only one such read can run at a
+      time. */
   several,
-  /** Of a page or two, with no threads to be had, or beside other reads. */
+  /** Any number: for ranges of a page or two, if no threads are available, or
+      if other reads run at the same time. */
   any
 };
 
-/** @return what the reading function answers */
+/** @return the result of the reading function */
 bool read_parallel(const Cursor &cursor, size_t threads, const On_batch &take,
                    Workers workers = Workers::several);
 bool read_parallel(const Scan &scan, size_t threads, const On_batch &take,
                    Workers workers = Workers::several);
 
-/** How many reads have got their rows from more than one worker. */
+/** How many reads received rows from more than one worker. */
 size_t reads_by_several();
 
-/** What a read delivered. */
+/** The rows that a read delivered. */
 struct Delivered {
   bool complete = false;
   Rows rows;                                        // sorted
@@ -139,11 +141,11 @@ std::vector<long long> collect_ints(const Reader &reader, size_t threads,
                                     unsigned int column,
                                     Workers workers = Workers::several);
 
-/** The definition of a column pad of that many bytes in every row, so that few
-    rows fill a page. Statements that do not name it do without it. */
+/** The definition of a column pad that takes the given number of bytes in every
+    row, so that few rows fill a page. INSERT statements need not name it. */
 std::string filler(size_t bytes);
 
-/** An index of db as InnoDB has it. */
+/** InnoDB's own view of an index in db. */
 class Index_watch {
  public:
   explicit Index_watch(const char *table = "t", const char *index = "PRIMARY");
@@ -151,16 +153,17 @@ class Index_watch {
   Index_watch(const Index_watch &) = delete;
   Index_watch &operator=(const Index_watch &) = delete;
 
-  /** Run f with the whole index for itself, which waits for the reads. */
+  /** Run f while holding the index latch exclusively. This waits until the
+      reads release the latch. */
   void with_latch(const std::function<void()> &f) const;
-  /** Whether a writer waits for the index's latch, and keeps new holders out.
-   */
+  /** Whether a writer waits for the index latch; while it waits, no new thread
+      gets the latch. */
   bool has_waiting_writer() const;
-  /** Whether others wait behind that writer. */
+  /** Whether other threads wait behind that writer. */
   bool has_waiters_behind() const;
-  /** How many hold it, shared. */
+  /** How many threads hold the index latch in shared mode. */
   size_t latch_holders() const;
-  /** The tree's levels, its leaves included. */
+  /** The height of the tree, its leaf level included. */
   size_t levels() const;
   size_t root_records() const;
 
@@ -174,13 +177,14 @@ class Index_watch {
 
 size_t tree_levels(const char *table = "t", const char *index = "PRIMARY");
 
-/** The server's error log, which its standard output and error go to. */
+/** The server's error log, which receives the server's standard output and
+    standard error. */
 class Server_log {
  public:
   explicit Server_log(Client &sql);
-  /** What was written since. */
+  /** What was written since this object was made. */
   std::string text() const;
-  /** How often it has a word. */
+  /** How often a word occurs in that text. */
   size_t count(const std::string &word) const;
 
  private:
@@ -188,7 +192,8 @@ class Server_log {
   std::streamoff from_;
 };
 
-/** Fails with the sizes and the first difference, not with all rows. */
+/** A failure shows the two sizes and the first difference only, not all
+    rows. */
 void expect_rows(const Rows &delivered, const Rows &expected);
 
 class Parallel_test : public Cursor_test {
@@ -197,21 +202,23 @@ class Parallel_test : public Cursor_test {
 
   /** Begin the donor's transaction and take its snapshot. */
   void take_snapshot();
-  /** Fill a table from SELECTs over n (i), i from 1 to n_rows. */
+  /** Fill a table from a SELECT over n (i), where i runs from 1 to n_rows. */
   void fill(const std::string &table, size_t n_rows,
             const std::string &columns_of_i);
-  /** The donor's rows, sorted. */
+  /** The rows that the donor sees, sorted. */
   Rows donor_rows(const std::string &select);
-  /** For every number of threads, by a sequential scan and by a cursor on the
-      primary key (if the table has one): the donor's rows.
-      @param select  what gives them; empty: all columns, invisible ones too */
+  /** For every number of threads, read the table by a sequential scan and, if
+      it has a primary key, by a cursor on it. Expect the rows that the donor
+      sees.
+      @param select  the query for the expected rows; if empty, all columns,
+      including invisible ones */
   void expect_whole_table(const std::string &select = "",
                           Workers workers = Workers::several);
-  /** For every number of threads: a range by an index cursor. */
+  /** For every number of threads, read a range by an index cursor. */
   void expect_range(const Open &open, const Range &range,
                     const Columns &columns, const std::string &select,
                     Workers workers = Workers::several);
-  /** Wait until deleted rows are gone from the pages. */
+  /** Wait until purge has removed deleted rows from their pages. */
   void wait_for_purge();
 
   Client donor;

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Looks into the trees that the cases read.
+// Looks into the trees of the indexes that the cases read.
 
 #include <strings.h>
 
@@ -12,7 +12,8 @@
 namespace harness {
 
 Index_watch::Index_watch(const char *table, const char *index_name) {
-  // The dictionary wants a current session: the cursor's.
+  // To open a table, InnoDB's dictionary needs a current session on the thread.
+  // The scan leaves its own session there.
   const Scan scan({.table = table});
   const std::string name = std::string("db/") + table;
   dict_table_t *dict_table =

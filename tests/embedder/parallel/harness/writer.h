@@ -3,7 +3,7 @@
 
 /**
   @file writer.h
-  Sessions that write beside the reads of a case.
+  Sessions that write while a case reads.
 */
 
 #ifndef MORVENA_SN_TESTS_WRITER_H
@@ -20,7 +20,7 @@
 
 namespace harness {
 
-/** A session that repeats statements until the end of the case. */
+/** A session that repeats statements until the case ends. */
 class Writer {
  public:
   using Statements = std::function<std::vector<std::string>(unsigned int)>;
@@ -43,7 +43,7 @@ class Writer {
       for (const std::string &statement : statements(i >> 8)) {
         const Reply reply = client.attempt(statement);
         if (reply.error != 0) client.attempt("ROLLBACK");
-        // Victims of a deadlock, and keys that are there already.
+        // Deadlocks, lock wait timeouts and duplicate keys are expected.
         if (reply.error != 0 && reply.error != 1213 && reply.error != 1205 &&
             reply.error != 1062) {
           ADD_FAILURE() << reply.error << " " << reply.message;
