@@ -86,7 +86,7 @@ TEST_F(ParallelBatch, WorkersHaveASessionEach) {
   const Scan scan;
   std::mutex mu;
   std::map<uint64_t, std::set<void *>> sessions;
-  // Each worker's share has more rows than a batch.
+  // Each worker's part of the table has more rows than fit into one batch.
   EXPECT_TRUE(read_parallel(scan, 4, [&](const Batch &batch) {
     {
       const std::lock_guard<std::mutex> lock(mu);
@@ -212,7 +212,7 @@ TEST_F(ParallelBatch, ColumnsAreTheTablesInItsOrder) {
   EXPECT_EQ(scan.output_columns(), (std::vector<std::string>{"id", "v", "w"}));
 }
 
-// Whose session may serve another thread as soon as it is closed.
+// A cursor's session may serve another thread as soon as the cursor is closed.
 TEST_F(ParallelBatch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v VARCHAR(20))");
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
@@ -239,7 +239,8 @@ TEST_F(ParallelBatch, ReadsLeaveTheSessionOfTheCallbacksCursor) {
   }
 }
 
-// The worker holds pages, under which the server opens no table.
+// The callback's thread holds the index latch and a leaf page. The server must
+// not open a table on such a thread.
 TEST_F(ParallelBatch, TheCallbackOpensNoCursor) {
   make(5000);
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
@@ -286,7 +287,8 @@ TEST_F(ParallelBatch, TheCallbackReadsThroughACursorThatIsOpen) {
   }
 }
 
-// The mark is the thread's: another may be in a callback meanwhile.
+// The mark that forbids opening belongs to one thread, because other threads
+// may be inside a callback at the same time. An exception must clear it.
 TEST_F(ParallelBatch, AFailingCallbackLeavesTheThreadAbleToOpen) {
   make(5000);
   const Scan scan;
@@ -294,7 +296,8 @@ TEST_F(ParallelBatch, AFailingCallbackLeavesTheThreadAbleToOpen) {
   EXPECT_TRUE(Cursor().is_open());
 }
 
-/** Reads between two others on the same worker: each has its own cursor. */
+/** The callback reads another table on another thread, through a cursor of its
+    own. */
 TEST_F(ParallelBatch, TheCallbackReadsAnotherTable) {
   make(5000);
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY, v INT)");
@@ -302,7 +305,8 @@ TEST_F(ParallelBatch, TheCallbackReadsAnotherTable) {
   const Scan scan;
   std::atomic<int> found{0};
   EXPECT_TRUE(read_parallel(scan, 2, [&](const Batch &) {
-    // On a thread of its own: this one's session belongs to the worker.
+    // Use a new thread: the current session of this thread belongs to the
+    // worker.
     on_own_thread([&] {
       Cursor cursor({.table = "other"});
       if (cursor.ints(1) == std::vector<long long>{42}) ++found;

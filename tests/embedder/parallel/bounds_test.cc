@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Bounds: open, closed and none at either side, on keys of every kind, at
-// values that are there, are there no longer, never were, and lie outside.
+// Bounds of each kind, open, closed or absent, at either end of a range and on
+// keys of every type. Their values exist, were deleted, never existed, or lie
+// outside the table's values.
 
 #include "parallel_test.h"
 
@@ -12,7 +13,7 @@ using namespace harness;
 
 enum Bound { none, closed, open };
 
-/** A bound's value, as the cursor takes it and as SQL has it. */
+/** A bound's value, as the cursor takes it and as a SQL literal. */
 struct Key_value {
   Keys keys;
   std::string sql;
@@ -20,7 +21,7 @@ struct Key_value {
 
 class Bounds : public Parallel_test {
  protected:
-  /** All pairs of values, for every number of threads. */
+  /** Read with all pairs of values as bounds, for every number of threads. */
   void check(Bound begin, Bound end) {
     const std::vector<Key_value> at_begin = values_of(begin),
                                  at_end = values_of(end);
@@ -51,7 +52,7 @@ class Bounds : public Parallel_test {
     }
   }
 
-  /** What SQL compares with a value. */
+  /** The SQL expression that is compared with the bound's value. */
   virtual std::string left(const std::string &) const { return key_; }
 
   Open open_;
@@ -80,7 +81,7 @@ class Bounds : public Parallel_test {
   }
 };
 
-/** Even numbers, two to a page; some are gone. */
+/** Even numbers, two rows to a page; some rows are deleted. */
 class ParallelBoundsInteger : public Bounds {
  protected:
   ParallelBoundsInteger() {
@@ -107,7 +108,8 @@ TEST_F(ParallelBoundsInteger, ClosedBeginOpenEnd) { check(closed, open); }
 TEST_F(ParallelBoundsInteger, OpenBeginClosedEnd) { check(open, closed); }
 TEST_F(ParallelBoundsInteger, OpenBeginOpenEnd) { check(open, open); }
 
-/** Keys that fill a page with 25, under a collation that ignores case. */
+/** Keys so long that a page holds 25 of them, under a collation that ignores
+    case. */
 class ParallelBoundsString : public Bounds {
  protected:
   ParallelBoundsString() {
@@ -138,7 +140,8 @@ TEST_F(ParallelBoundsString, ClosedBeginOpenEnd) { check(closed, open); }
 TEST_F(ParallelBoundsString, OpenBeginClosedEnd) { check(open, closed); }
 TEST_F(ParallelBoundsString, OpenBeginOpenEnd) { check(open, open); }
 
-/** Bounds of one part, which take in all that begins with it, and of both. */
+/** Bounds that give the first part of a key, and so cover all keys that begin
+    with it, and bounds that give both parts. */
 class ParallelBoundsComposite : public Bounds {
  protected:
   ParallelBoundsComposite() {
@@ -173,7 +176,8 @@ TEST_F(ParallelBoundsComposite, ClosedBeginOpenEnd) { check(closed, open); }
 TEST_F(ParallelBoundsComposite, OpenBeginClosedEnd) { check(open, closed); }
 TEST_F(ParallelBoundsComposite, OpenBeginOpenEnd) { check(open, open); }
 
-/** The index's order is the falling one: its begin is the greatest value. */
+/** The index is in descending order, so a range begins at its greatest
+    value. */
 class ParallelBoundsDescending : public Bounds {
  protected:
   ParallelBoundsDescending() {
@@ -201,7 +205,7 @@ TEST_F(ParallelBoundsDescending, ClosedBeginOpenEnd) { check(closed, open); }
 TEST_F(ParallelBoundsDescending, OpenBeginClosedEnd) { check(open, closed); }
 TEST_F(ParallelBoundsDescending, OpenBeginOpenEnd) { check(open, open); }
 
-/** A secondary index with NULLs, which come first, read by itself. */
+/** An index-only read of a secondary index with NULLs, which sort first. */
 class ParallelBoundsNullable : public Bounds {
  protected:
   ParallelBoundsNullable() {

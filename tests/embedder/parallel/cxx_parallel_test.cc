@@ -63,7 +63,7 @@ TEST_F(CxxParallel, CursorsReadTheirRange) {
   EXPECT_EQ(count(), 0u);
 }
 
-/** Counts into itself, so it cannot be const. */
+/** Its call operator changes the object, so the object cannot be const. */
 struct Counter {
   Then operator()(const morvena_sn::Batch &batch) {
     rows += batch.size();
@@ -118,7 +118,8 @@ TEST_F(CxxParallel, ThenStopEndsTheRead) {
   }
 }
 
-// The answer to a worker's last batch stops nothing, but it was given.
+// After a worker's last batch there is nothing left to stop. cursor.hpp reports
+// the read as stopped all the same.
 TEST_F(CxxParallel, ThenStopCountsInTheOnlyBatch) {
   sql.exec("DELETE FROM t WHERE id > 5");
   Sequential_scan scan("db", "t");

@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Forward and backward, row by row, beside writers: the same keys. ROUNDS in
-// the server's environment sets how many pairs of reads a case makes.
+// Forward and backward reads, row by row, give the same keys while other
+// sessions write. ROUNDS in the server's environment sets how many pairs of
+// reads a case makes.
 
 #include <algorithm>
 #include <chrono>
@@ -18,8 +19,8 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-/** Rows of some 3 KB, four or five to a page: each change of their size splits
-    or merges one. */
+/** Rows of about 3 KB, four or five to a page, so that most changes of their
+    size split or merge a page. */
 class DirectionLoad : public Parallel_test {
  protected:
   DirectionLoad() {
@@ -49,7 +50,8 @@ class DirectionLoad : public Parallel_test {
     }
   }
 
-  /** Gives way to the writers again and again. */
+  /** Sleeps after every ten rows, so that the writers make progress during the
+      read. */
   static Ints read_slowly(Cursor &cursor, const Range &range) {
     Ints ids;
     if (!cursor.set_range(range)) return ids;

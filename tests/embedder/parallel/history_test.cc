@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Versions that cannot be built any more because purge has taken their history.
+// Row versions that cannot be built because purge has removed their history.
 
 #include "host.h"
 #include "host/innodb.h"
@@ -12,8 +12,8 @@ namespace {
 
 using namespace harness;
 
-/** The view of the current session, known to its transaction alone: purge does
-    not wait for it. */
+/** Hides the current session's read view from purge: only its transaction knows
+    the view, so purge does not wait for it. */
 class Forgotten_view {
  public:
   Forgotten_view() : trx_(thd_to_trx(current_thd)) {
@@ -41,7 +41,8 @@ class ParallelHistory : public Parallel_test {
     fill("t", 3000, "i, i, i");
   }
 
-  /** Purge takes what a row's earlier version is made of. */
+  /** Purge removes the history from which the rows' earlier versions are built,
+      and the reads then fail. */
   template <class Reader>
   void expect_failure(const Reader &reader) {
     ASSERT_TRUE(reader.is_open()) << reader.error << reader.message;

@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Values that are stored off the page, and columns that records do not hold:
-// as the snapshot sees them, whatever became of them since.
+// Values stored outside the clustered index page, and columns that are missing
+// in older records. Reads give them as the snapshot sees them, whatever was
+// changed since.
 
 #include <algorithm>
 #include <atomic>
@@ -18,7 +19,8 @@ using namespace harness;
 
 class ParallelLargeValue : public Parallel_test {
  protected:
-  /** @param pad  what of a row stays on its page: two or three to a page */
+  /** @param pad  bytes that stay on the page in each row; the default leaves
+      room for two or three rows to a page */
   void make(const std::string &options = "", size_t pad = 7000) {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB, c LONGTEXT,"
@@ -49,8 +51,8 @@ TEST_F(ParallelLargeValue, MoreThanABatchOfThem) {
   expect_whole_table();
 }
 
-// However many rows it has: a batch is handed over when its large values pass
-// 8 MB, so it has no more than that and a row's.
+// A batch is handed over as soon as its large values exceed 8 MB, however few
+// rows it has. A batch is therefore at most 8 MB and one row large.
 TEST_F(ParallelLargeValue, DoNotPileUpInABatch) {
   constexpr size_t n_rows = 200, bytes = 1 << 20;
   sql.exec(
@@ -83,7 +85,8 @@ TEST_F(ParallelLargeValue, DoNotPileUpInABatch) {
     if (threads > 1) {
       EXPECT_GT(workers.size(), 1u);
     }
-    // Fewer would be a batch for each row or so.
+    // A smaller largest batch would mean that nearly every row has its own
+    // batch.
     EXPECT_GE(largest_batch, 4 * bytes);
     EXPECT_LE(largest_batch, 9 * bytes);
   }
@@ -122,7 +125,8 @@ TEST_F(ParallelLargeValue, ChangedByTheDonor) {
   donor.exec("ROLLBACK");
 }
 
-// Its writer lets go of the page between the value's parts.
+// While the server writes a large value, it releases the page between the parts
+// of the value. A read at such a moment must still deliver whole values.
 TEST_F(ParallelLargeValue, BeingWrittenByTheDonor) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, b LONGBLOB, " + filler(7000) +
            ")");
@@ -188,7 +192,7 @@ TEST_F(ParallelLargeValue, GrownInPlaceAndBeyond) {
   expect_whole_table();
 }
 
-// Changes of a few bytes are made in the stored value itself.
+// JSON updates of a few bytes change the stored value in place.
 TEST_F(ParallelLargeValue, JsonChangedInPlace) {
   make_json();
   fill("t", 48,
@@ -287,7 +291,7 @@ class ParallelInstant : public Parallel_test {
     fill("t", 3000,
          "i, i * 2, CONCAT('b', i), NULLIF(REPEAT('c', i % 90), '')");
   }
-  /** Where the host cannot do it at once, the table is rebuilt. */
+  /** If the server cannot make the change instantly, it rebuilds the table. */
   void alter(const std::string &change) {
     if (sql.attempt("ALTER TABLE t " + change + ", ALGORITHM = INSTANT").error)
       sql.exec("ALTER TABLE t " + change);
@@ -331,9 +335,9 @@ TEST_F(ParallelInstant, OldVersionsOfRowsWithAddedColumns) {
   expect_whole_table();
 }
 
-// Where the host makes the earlier version of such a row with no more than the
-// key's part of the column, the rest is filled up: a second batch lies where
-// the first one's values were.
+// For such a row some servers build the earlier version of the column from the
+// key prefix alone. The read must then pad the value: the batch's memory still
+// holds values of the batch before.
 TEST_F(ParallelInstant, OldVersionsOfRowsWhoseKeyIsTheBeginningOfAColumn) {
   for (const std::string type :
        {"CHAR(8) CHARACTER SET latin1", "BINARY(8)",

@@ -1,9 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The index's latch: the read holds it, and lets who wants it for himself
-// through at the next page end. SECONDS in the server's environment sets how
-// long the long read is.
+// A read holds the index latch in shared mode. If a thread waits for it
+// exclusively, the read releases it at the end of the next page. SECONDS in the
+// server's environment sets how long the long read takes.
 
 #include <algorithm>
 #include <atomic>
@@ -25,7 +25,7 @@ Ms since(Clock::time_point from) {
   return std::chrono::duration_cast<Ms>(Clock::now() - from);
 }
 
-/** Of what one thread does again and again. */
+/** The longest time that one of the repeated actions of a thread took. */
 struct Longest_wait {
   void measure(const std::function<void()> &f) {
     const auto from = Clock::now();
@@ -45,7 +45,8 @@ class ParallelLatch : public Parallel_test {
     fill("t", 20000, "i * 2, i, IF(i % 50, 'short', REPEAT('b', 30000))");
   }
 
-  /** With two workers. @return how many rows came */
+  /** Reads with two workers.
+      @return how many rows were delivered */
   size_t read_slowly(const char *table, Ms callback_time) {
     take_snapshot();
     std::atomic<size_t> n_rows{0};
@@ -107,8 +108,8 @@ TEST_F(ParallelLatch, SlowCallbacksBesideLargeInserts) {
   EXPECT_GT(inserted, 1u);
 }
 
-// Somebody wants the whole index while all workers are in their callbacks, and
-// a reader waits behind him.
+// A writer requests the index latch exclusively while all workers are in their
+// callbacks, and a reader waits behind the writer.
 TEST_F(ParallelLatch, AnExclusiveWaiterIsLetThroughAtTheNextPageEnd) {
   const auto expected = as_ints(sql.query("SELECT id FROM t ORDER BY id"));
   const Index_watch index;
@@ -154,8 +155,8 @@ TEST_F(ParallelLatch, AnExclusiveWaiterIsLetThroughAtTheNextPageEnd) {
   EXPECT_EQ(index.latch_holders(), 0u);
 }
 
-// One after another, so that workers are let through, parked and split at all
-// times of the read.
+// Two threads request the latch again and again, so that workers release it,
+// park and split their units at all stages of the read.
 TEST_F(ParallelLatch, ManyExclusiveWaiters) {
   const Index_watch index;
   std::atomic<bool> done{false};
@@ -184,8 +185,8 @@ TEST_F(ParallelLatch, ManyExclusiveWaiters) {
   EXPECT_EQ(index.latch_holders(), 0u);
 }
 
-// Two workers, 49 batches; the callbacks sleep as long as makes the read last
-// that long.
+// Two workers deliver 49 batches. Each callback sleeps as long as is needed to
+// make the read last SECONDS.
 TEST_F(ParallelLatch, NobodyWaitsForALongRead) {
   sql.exec("CREATE TABLE narrow (id INT PRIMARY KEY)");
   fill("narrow", 200000, "i");
@@ -241,7 +242,7 @@ TEST_F(ParallelLatch, TwoReadsAndTheirWriters) {
       Scan scan;
       scan.set_columns({0});
       auto ids = collect_ints(scan, 4, 0, Workers::any);
-      // The row that one writer replaces, once he has come to it.
+      // The row that one of the writers replaces, if it already exists.
       const auto replaced = std::lower_bound(ids.begin(), ids.end(), 101);
       if (replaced != ids.end() && *replaced == 101) ids.erase(replaced);
       EXPECT_TRUE(ids == expected) << ids.size();

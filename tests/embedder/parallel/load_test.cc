@@ -1,11 +1,11 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Reads beside writers: what a snapshot sees is its donor's, each row once,
-// however pages split and merge meanwhile. ROUNDS in the server's environment
-// sets how many reads a case makes; without it they are 200, or what a minute
-// allows: the longer a round, the more its writers leave behind to read
-// through.
+// Reads while other sessions write: a read delivers what its donor's snapshot
+// sees, each row once, however pages split and merge. ROUNDS in the server's
+// environment sets how many reads a case makes. By default a case makes 200
+// reads, or fewer if a minute passes first: during a long read the writers
+// leave more history behind, and the next reads have to search it.
 
 #include <algorithm>
 #include <chrono>
@@ -22,7 +22,7 @@ using Ints = std::vector<long long>;
 
 class ParallelLoad : public Parallel_test {
  protected:
-  /** Reads beside the writers, each on a snapshot of its own. */
+  /** Repeats reads while the writers run, each read on a new snapshot. */
   void run(const std::vector<Writer::Statements> &writing,
            const std::function<void(uint32_t donor_id)> &check) {
     std::vector<std::unique_ptr<Writer>> writers;
@@ -41,8 +41,9 @@ class ParallelLoad : public Parallel_test {
     };
     const size_t by_several = reads_by_several();
     size_t n_written_meanwhile = 0;
-    // Which of the workers get rows is up to the host's scheduler: as many
-    // rounds more as it takes until a read was shared.
+    // The operating system's scheduler decides which workers get rows. Go on
+    // for up to 200 more rounds, until more than one worker delivered rows of a
+    // read.
     const auto is_shared = [&] { return reads_by_several() > by_several; };
     for (size_t i = 0; !HasFailure(); ++i) {
       const bool is_enough = i >= rounds || (i != 0 && Clock::now() > enough);
@@ -67,7 +68,7 @@ class ParallelLoad : public Parallel_test {
     return std::move(delivered.rows);
   }
 
-  /** One column of integers, sorted; fails if the read does. */
+  /** One column of integers, sorted; the case fails if the read fails. */
   template <class Reader>
   static Ints ints_of(const Reader &reader, size_t threads) {
     return collect_ints(reader, threads, 0, Workers::any);

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What reads allocate, they free: boundaries, keys, large values.
+// Reads free what they allocate: range boundaries, keys and large values.
 
 #include "parallel_test.h"
 
@@ -16,8 +16,9 @@ class ParallelMemory : public Parallel_test {
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(8000),"
         " KEY by_v (v, w(1500))) CHARACTER SET latin1");
     fill("t", 200, "i, i * 7 % 200, REPEAT('w', 7000)");
-    // While it accounts to threads, the server counts nothing for threads that
-    // it does not know: workers and the case's own.
+    // While the performance schema counts memory for each thread, it counts
+    // nothing for threads that are not registered with it. Workers and the
+    // thread of the case are such threads.
     account_to_threads("NO");
   }
   ~ParallelMemory() override { account_to_threads("YES"); }
@@ -27,7 +28,8 @@ class ParallelMemory : public Parallel_test {
              enabled + "' WHERE name = 'thread_instrumentation'");
   }
 
-  /** How many pieces of memory the server has in use for rows and sessions. */
+  /** How many pieces of memory InnoDB and the server's SQL layer have in
+      use. */
   int64_t pieces_in_use() {
     return sql.number(
         "SELECT SUM(current_count_used)"
@@ -36,8 +38,8 @@ class ParallelMemory : public Parallel_test {
         " OR event_name LIKE 'memory/sql/%'");
   }
 
-  /** A piece kept by each read would stand out from what the server's own
-      threads take meanwhile. */
+  /** Repeats a read. If each read leaked one piece of memory, the count would
+      grow by more than the server's own threads allocate meanwhile. */
   template <class Reader>
   void expect_that_reads_free(const Reader &reader, size_t threads) {
     constexpr int n_reads = 100;

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Donors without a read view: the read takes a fresh snapshot when it begins,
-// which then stays the cursor's.
+// Donors without a read view. The first read then takes a fresh snapshot, and
+// the cursor keeps it.
 
 #include <algorithm>
 #include <chrono>
@@ -22,7 +22,8 @@ class ParallelWithoutAView : public Parallel_test {
     sql.exec("CREATE TABLE other (id INT PRIMARY KEY)");
   }
 
-  /** Changes of every kind, all over the table. */
+  /** Updates, deletes and inserts rows all over the table, and does not
+      commit. */
   void change_and_leave_open() {
     sql.exec("BEGIN");
     sql.exec("UPDATE t SET v = v + 10000 WHERE id % 3 = 0");
@@ -47,8 +48,8 @@ class ParallelWithoutAView : public Parallel_test {
     }
   }
 
-  /** Others' open changes are not delivered, nor are they after their commit,
-      by any of the exact reads. */
+  /** Check that no kind of exact read delivers changes that another session has
+      not committed when the snapshot is taken, not even after their commit. */
   void expect_a_fresh_snapshot(uint32_t donor_id) {
     const Rows expected = committed_rows();
     ASSERT_EQ(expected.size(), 9000u);
@@ -119,8 +120,9 @@ TEST_F(ParallelWithoutAView, RowsReadOneByOneTakeTheSnapshotAsWell) {
   expect_read(cursor, expected);
 }
 
-// Values are found on their pages before they are whole. A debug server checks
-// the whole buffer pool again and again while it writes them.
+// A read finds rows whose large value is written only in part. A debug build of
+// the server checks the whole buffer pool again and again during such a write,
+// so the value is smaller there.
 TEST_F(ParallelWithoutAView, LargeValuesBeingWrittenDoNotFailTheRead) {
   sql.exec("CREATE TABLE large (id INT PRIMARY KEY, b LONGBLOB)");
   fill("large", 40, "i, REPEAT('x', 40000)");
@@ -147,7 +149,8 @@ TEST_F(ParallelWithoutAView, LargeValuesBeingWrittenDoNotFailTheRead) {
   }
 }
 
-/** Under a server-wide READ UNCOMMITTED, put back at the end. */
+/** Sets the server's isolation level to READ UNCOMMITTED, and restores it at
+    the end. */
 class ParallelReadUncommitted : public ParallelWithoutAView {
  protected:
   ParallelReadUncommitted() {
@@ -168,8 +171,8 @@ TEST_F(ParallelReadUncommitted, DeliversWhatTheIndexHolds) {
   expect_read(scan, committed_rows());
 }
 
-// As SQL does at this level. The row is there when its columns on the page are
-// read, before and after.
+// SQL leaves out such rows at this level too. A read of the columns on the page
+// alone does find the row.
 TEST_F(ParallelReadUncommitted, LeavesOutRowsWhoseLargeValueIsBeingWritten) {
   sql.exec("CREATE TABLE large (id INT PRIMARY KEY, b LONGBLOB)");
   fill("large", 40, "i, REPEAT('x', 40000)");

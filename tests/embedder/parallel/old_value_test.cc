@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Large values that were changed in place after the snapshot: their pages hold
-// the latest content, and what the change replaced is in the undo log.
+// Large values that were changed in place after the snapshot. Their pages hold
+// the latest content, and the undo log holds the bytes that the changes
+// replaced.
 
 #include "parallel_test.h"
 

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Ranges: the ways to give one, and what it is cut into.
+// Ranges: the ways to give a range, and the units that it is cut into.
 
 #include <algorithm>
 
@@ -131,7 +131,7 @@ TEST_F(ParallelRange, KeysOfEveryForm) {
                "SELECT id FROM t WHERE f >= 33.5");
 }
 
-// Few records to a page, and a tree of many levels.
+// A tree with few records to a page and with many levels.
 class ParallelDeepRange : public ParallelRange {
  protected:
   ParallelDeepRange() {
@@ -157,7 +157,7 @@ class ParallelDeepRange : public ParallelRange {
   }
 };
 
-// Also where the key is the first of a page, or lies between two pages.
+// Some of the keys are the first of their page or lie between two pages.
 TEST_F(ParallelDeepRange, EveryKeyAsTheBegin) {
   constexpr int n_rows = 400;
   fill_even(n_rows);

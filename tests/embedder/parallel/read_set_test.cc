@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Read sets, NULLs and columns whose values are not where one expects them.
+// Read sets, NULLs, and columns whose values lie in an unusual place of the
+// record.
 
 #include <algorithm>
 
@@ -28,7 +29,8 @@ class ParallelReadSet : public Parallel_test {
     fill("t", n_rows, values);
   }
 
-  /** What is read is SQL's; all the rest has no value. */
+  /** Expect the columns of the read set to be those of SQL, and the others to
+      have no value. */
   void expect_columns(const std::vector<uint32_t> &positions) {
     std::string select;
     for (unsigned int i = 0; i < n_columns; ++i) {
@@ -101,7 +103,8 @@ TEST_F(ParallelReadSet, ChangesFromReadToRead) {
               donor_rows("SELECT id, c1, c2 FROM t"));
 }
 
-// The key's own columns may be read beside.
+// The read may fetch the key's columns as well as the read set. Column 1 is in
+// neither, so it has no value.
 TEST_F(ParallelReadSet, OfAnIndexCursor) {
   Cursor cursor;
   cursor.set_columns({3, 7});

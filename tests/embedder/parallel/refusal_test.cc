@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What cannot be read in parallel says so and harms nobody, and what the server
-// prints beside a read.
+// Reads that are refused say why and have no other effect. Also what the server
+// prints in its error log during a read.
 
 #include "parallel_test.h"
 
@@ -118,7 +118,8 @@ TEST_F(ParallelRefusal, LockedTable) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   sql.exec("CREATE TABLE other (id INT PRIMARY KEY)");
   sql.exec("LOCK TABLES t WRITE");
-  // A pooled session waits as long as its last opening was told to.
+  // A session from the pool still has the timeout of its last opening. Make
+  // that timeout short.
   { const Scan last({.table = "other", .timeout = 1}); }
   const Scan scan({.timeout = 1});
   EXPECT_FALSE(scan.is_open());
@@ -127,7 +128,8 @@ TEST_F(ParallelRefusal, LockedTable) {
   EXPECT_TRUE(Scan().is_open());
 }
 
-/** Tables with an index that cannot be read are read along their key. */
+/** Tables with an index that cannot be read in parallel. Reads use the primary
+    key or another index. */
 class ParallelOddIndex : public Parallel_test {};
 
 TEST_F(ParallelOddIndex, VirtualColumnsHaveNoValue) {

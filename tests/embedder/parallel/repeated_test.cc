@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Many reads in one server leave nothing behind. READS in the server's
-// environment sets how many.
+// Many reads in one server leave no memory, threads, locks or sessions behind.
+// READS in the server's environment sets how many reads a case makes.
 
 #include <dlfcn.h>
 #include <malloc.h>
@@ -27,7 +27,8 @@ size_t attribute(const std::string &text, const std::string &element) {
   return std::stoul(text.substr(text.find("size=\"", at) + 6));
 }
 
-/** What is allocated and not freed: each allocator tells in its own way. */
+/** The bytes that are allocated and not freed. Each allocator reports them in
+    its own way. */
 size_t bytes_allocated() {
   if (const auto of_sanitizer = reinterpret_cast<size_t (*)()>(
           dlsym(RTLD_DEFAULT, "__sanitizer_get_current_allocated_bytes")))
@@ -43,7 +44,7 @@ size_t bytes_allocated() {
   FILE *const out = open_memstream(&text, &bytes);
   malloc_info(0, out);
   fclose(out);
-  // Of all arenas together, which come last.
+  // The totals over all arenas, which stand at the end of the text.
   const std::string info(text, bytes);
   free(text);
   return attribute(info, "<system type=\"current\"") +
@@ -66,7 +67,8 @@ class ParallelRepeated : public Parallel_test {
         " PARTITIONS 2");
   }
 
-  /** Reads of every kind and outcome in turn. */
+  /** Read number i: the numbers go through every kind of read and every
+      outcome. */
   void read(size_t i) {
     const auto stop = [](const Batch &) { return true; };
     const auto fail = [](const Batch &) -> bool { throw 5; };
@@ -99,7 +101,8 @@ class ParallelRepeated : public Parallel_test {
     }
   }
 
-  /** The server's own threads allocate as well, but not with every read. */
+  /** Allows of_each bytes for each read. The server's own threads allocate too,
+      but not with every read. */
   static void expect_no_leak(size_t before, size_t reads, size_t of_each) {
     const size_t after = bytes_allocated();
     const size_t kept = after > before ? after - before : 0;
@@ -115,9 +118,9 @@ class ParallelRepeated : public Parallel_test {
 
 TEST_F(ParallelRepeated, NothingIsLeftBehind) {
   const size_t reads = setting("READS", 300);
-  // Until every kind of read and every pooled session has been there.
+  // First let every kind of read run and the pool of sessions fill up.
   for (size_t i = 0; i < 84; ++i) read(i);
-  // Threads beside the pool end a moment after their read.
+  // Threads outside the pool end a moment after their read.
   const auto threads_settle = [] {
     const size_t n = of_process("Threads");
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -133,7 +136,8 @@ TEST_F(ParallelRepeated, NothingIsLeftBehind) {
   }
   EXPECT_TRUE(wait_until([&] { return of_process("Threads") <= threads; }))
       << of_process("Threads");
-  // A closed handle stays recognisable, and the keys of a bound may stay.
+  // The plug-in remembers closed handles, so that it can recognise them, and it
+  // may keep the keys of a bound.
   expect_no_leak(bytes, reads, 2048);
   EXPECT_EQ(metadata_locks(), locks);
   EXPECT_EQ(status("Open_tables"), tables);

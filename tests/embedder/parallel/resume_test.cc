@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // The moments at which a read holds no page: between the cut of the range and
-// the start of a unit, and the yield at a page end. Most records are another
-// session's uncommitted ones, which vanish from their pages in that moment.
+// the start of a unit, and during a yield at the end of a page. Most records
+// are uncommitted rows of another session, which disappear from their pages at
+// such a moment.
 
 #include "host.h"
 #include "parallel_test.h"
@@ -23,7 +24,8 @@ std::function<void()> at_yield;
 
 void yield_to_the_case() { at_yield(); }
 
-/** Says that somebody waits for the index latch, so that workers yield. */
+/** Sets the mark that a thread waits for the index latch, so that workers
+    yield. */
 class Pretended_waiter {
  public:
   Pretended_waiter()
@@ -39,7 +41,7 @@ class Pretended_waiter {
   Pretended_waiter(const Pretended_waiter &) = delete;
   Pretended_waiter &operator=(const Pretended_waiter &) = delete;
 
-  /** The host takes the mark away now and then. */
+  /** InnoDB removes the mark now and then, so set it again. */
   void wait() { table_->first_index()->lock.waiters = true; }
 
  private:
@@ -50,7 +52,7 @@ class ParallelResume : public Parallel_test {
  protected:
   ParallelResume() { writer_.exec("USE db"); }
 
-  /** Visible rows 100, 200, ... */
+  /** Visible rows with the ids 100, 200, ... */
   void make(size_t n_rows) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, pad CHAR(200))");
     fill("t", n_rows, "i * 100, 'visible'");
@@ -59,8 +61,8 @@ class ParallelResume : public Parallel_test {
     take_snapshot();
   }
 
-  /** Seven uncommitted rows behind each visible one: most pages begin and end
-      with one of them. */
+  /** Seven uncommitted rows after each visible one, so that most pages begin
+      and end with an uncommitted row. */
   void crowd() {
     writer_.exec("BEGIN");
     writer_.exec(
@@ -70,7 +72,7 @@ class ParallelResume : public Parallel_test {
         " UNION SELECT 7) few");
   }
 
-  /** Whole pages of uncommitted rows, between pages of visible ones. */
+  /** Whole pages of uncommitted rows between pages of visible ones. */
   void crowd_in_blocks() {
     writer_.exec("SET cte_max_recursion_depth = 10000");
     writer_.exec("BEGIN");
@@ -80,14 +82,14 @@ class ParallelResume : public Parallel_test {
         " WHERE id % 10000 IN (0, 100)");
   }
 
-  /** The root's children, which are leaves. */
+  /** The number of children of the root, all of which are leaf pages. */
   static size_t leaves() {
     const Index_watch index;
     EXPECT_EQ(index.levels(), 2u);
     return index.root_records();
   }
 
-  /** Read with one thread; what happens at the nth yield. */
+  /** Read with one thread and call what() at the nth yield. */
   Ints read_with_yields(size_t nth, const std::function<void()> &what) {
     const Scan scan({.donor = donor.id()});
     Pretended_waiter waiter;
@@ -99,8 +101,8 @@ class ParallelResume : public Parallel_test {
     return collect_ints(scan, 0, 0);
   }
 
-  /** Read while something happens at the first yield; other workers that come
-      to theirs meanwhile wait there. */
+  /** Read and call what() at the first yield. Other workers that yield during
+      this call wait until it returns. */
   Ints read_with_event(size_t threads, const std::function<void()> &what) {
     const Scan scan({.donor = donor.id()});
     Pretended_waiter waiter;
@@ -110,7 +112,7 @@ class ParallelResume : public Parallel_test {
     at_yield = [&] {
       ++n_arrived;
       std::call_once(once, [&] {
-        // Each worker arrives once before it has happened.
+        // Wait until a second worker has yielded too.
         EXPECT_TRUE(threads < 2 || wait_until([&] { return n_arrived > 1; }));
         what();
         has_happened = true;
@@ -181,7 +183,7 @@ TEST_F(ParallelResume, YieldDuringWhichVisibleRowsAreDeletedAndGrow) {
   EXPECT_GT(leaves(), n_before);
 }
 
-// The first worker that yields has it happen while most units still wait.
+// The change happens at the first yield, when most units have not been started.
 TEST_F(ParallelResume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
   make(6000);
   for (const size_t threads : thread_counts) {
@@ -194,8 +196,9 @@ TEST_F(ParallelResume, UnitsWhoseFirstRecordVanishesBeforeTheyStart) {
   }
 }
 
-// The end of a unit that was cut again is a key, not the row that had it, which
-// may have become a later one or an earlier one.
+// The end of a unit that was split again is a key, not a version of the row
+// with that key. The row may have a later or an earlier version when the unit
+// is read.
 TEST_F(ParallelResume, UnitsWhoseLastRecordsChangeBeforeTheyAreRead) {
   make(6000);
   const auto count = [this](const std::string &value) {

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Tables with columns added and dropped instantly: what their records deliver,
-// and that each version's layout is known.
+// Tables with columns that were added and dropped instantly: the reads deliver
+// the right values, and the layout of each row version is known.
 
 #include <set>
 
@@ -16,14 +16,16 @@ namespace {
 
 using namespace harness;
 
-/** Else the host has the scheme before them alone. */
+/** Servers without row versions only have the older scheme of instantly added
+    columns. */
 constexpr bool has_row_versions = host::record_has_version != 0;
 
-/** How records were located, by what they say of their version: its number, or
-    1000 and their number of fields; -1 for nothing. */
+/** How many records were located, by the version that the record states: the
+    number of its row version, 1000 plus its number of fields, or -1 if it
+    states neither. */
 struct Located {
   size_t records = 0;
-  size_t refused = 0;  // for the sake of a value off the page
+  size_t refused = 0;  // because a value is stored off the page
 };
 using Located_by_version = std::map<int, Located>;
 
@@ -36,7 +38,7 @@ int version_of(const rec_t *rec) {
   return 1000 + (said & 0x7f) * 256 + rec[-REC_N_NEW_EXTRA_BYTES - 2];
 }
 
-/** The clustered index of t as InnoDB has it. */
+/** The clustered index of t, as InnoDB has it. */
 class Clustered {
  public:
   Clustered() {
@@ -49,11 +51,12 @@ class Clustered {
   Clustered(const Clustered &) = delete;
   Clustered &operator=(const Clustered &) = delete;
 
-  /** Of this moment; those of dropped columns come after. */
+  /** The number of current fields. The fields of dropped columns come after
+      them. */
   size_t n_fields() const { return index_->n_fields; }
 
-  /** Locate the wanted fields of each record and compare them with the host's
-      way to them. */
+  /** Locate the wanted fields of each record and compare them with the fields
+      that InnoDB's own functions find. */
   Located_by_version locate(const std::vector<ulint> &wanted) const {
     Record_layout layout;
     layout.init(index_, wanted);
@@ -130,7 +133,7 @@ class Clustered {
 
 class ParallelRowVersion : public Parallel_test {
  protected:
-  /** Rows on several pages, for the pool's threads. */
+  /** Rows on several pages, so that several workers get some. */
   void make(const std::string &columns = "a INT, b VARCHAR(50)") {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY AUTO_INCREMENT, " + columns +
              ", pad CHAR(100) NOT NULL DEFAULT 'pad')");
@@ -140,7 +143,7 @@ class ParallelRowVersion : public Parallel_test {
     sql.exec("UPDATE t SET a = id, b = REPEAT('b', id % 50) WHERE id % 3 = 0");
   }
 
-  /** Hosts without row versions rebuild the table for most changes. */
+  /** Servers without row versions rebuild the table for most changes. */
   void alter(const std::string &change) {
     const std::string statement = "ALTER TABLE t " + change;
     const Reply reply = sql.attempt(statement + ", ALGORITHM = INSTANT");
@@ -151,14 +154,14 @@ class ParallelRowVersion : public Parallel_test {
     versions_ = {-1};
   }
 
-  /** Rows that have the columns of this moment. */
+  /** Insert rows of the table's current version. */
   void insert(const std::string &columns, const std::string &values) {
     for (int i = 0; i < 3; ++i)
       sql.exec("INSERT INTO t (" + columns + ") VALUES (" + values + ")");
   }
 
-  /** The records of each version are there and are read by its layout, however
-      many columns are read. */
+  /** Check that the table has records of each version and that the fields are
+      located by the version's layout, however many columns are wanted. */
   void expect_located(bool some_off_the_page = false) {
     const Scan scan;
     const Clustered index;
@@ -187,7 +190,8 @@ class ParallelRowVersion : public Parallel_test {
     }
   }
 
-  /** Versions that records are to have; -1 for those before all changes. */
+  /** The versions that the records are expected to have. -1 stands for records
+      older than all changes. */
   std::set<int> versions_{-1};
   int n_changes_ = 0;
 };
@@ -228,7 +232,7 @@ TEST_F(ParallelRowVersion, RowsOfEachAreUpdated) {
   expect_located();
 }
 
-// More nullable ones than a byte has bits.
+// There are more nullable columns than one byte of the NULL bitmap has bits.
 TEST_F(ParallelRowVersion, ManyAreNullable) {
   std::string columns, names;
   for (int i = 0; i < 15; ++i) {
@@ -325,7 +329,7 @@ TEST_F(ParallelRowVersion, ThereAreSixtyFour) {
     std::string change = "ADD COLUMN " + added + " VARCHAR(20)";
     if (i % 4 != 0) change += " NOT NULL DEFAULT '" + added + "'";
     if (i % 3 == 0) change += " FIRST";
-    // Every other one goes again.
+    // Half of the columns are dropped again.
     if (i > 3 && i % 2 == 0) change += ", DROP COLUMN " + dropped;
     alter(change);
     insert(added, "'v" + std::to_string(i) + "'");
@@ -334,7 +338,8 @@ TEST_F(ParallelRowVersion, ThereAreSixtyFour) {
   expect_located();
 }
 
-// Hosts without row versions have two bytes for the number of more than 127.
+// Servers without row versions store the number of fields in two bytes if it is
+// greater than 127.
 TEST_F(ParallelRowVersion, RecordsHaveManyFields) {
   std::string columns;
   for (int i = 0; i < 120; ++i) columns += "n" + std::to_string(i) + " INT, ";

@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Reads of a secondary index: by itself, and with the row fetched.
+// Reads of a secondary index: index-only reads, and reads that fetch the row of
+// each entry.
 
 #include <algorithm>
 #include <atomic>
@@ -18,7 +19,7 @@ using Ints = std::vector<long long>;
 
 class ParallelSecondary : public Parallel_test {
  protected:
-  /** Entries of 700 bytes: the index has many leaves. */
+  /** Entries of 700 bytes, so that the index has many leaf pages. */
   void make(size_t n_rows) {
     sql.exec(
         "CREATE TABLE t (id INT PRIMARY KEY, k VARCHAR(700) CHARACTER SET"
@@ -28,7 +29,7 @@ class ParallelSecondary : public Parallel_test {
          " REPEAT('k', 690)), i * 3");
   }
 
-  /** Seven rows, and entries of by_v, to a page. */
+  /** Seven rows to a page, and seven entries of by_v to a page. */
   void make_wide(size_t n_rows) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, " +
              filler(2000) + ", KEY by_v (v, pad))");
@@ -54,7 +55,8 @@ TEST_F(ParallelSecondary, ByItselfAnOutsideColumnHasNoValue) {
   }));
 }
 
-// Also one that is never NULL, for which a row has no bit to say so.
+// This holds for NOT NULL columns too, although a record has no bit for their
+// NULL.
 TEST_F(ParallelSecondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a INT, v INT NOT NULL,"
@@ -95,9 +97,9 @@ TEST_F(ParallelSecondary, ByItselfAnOutsideColumnThatIsNotNullHasNoValue) {
                    "SELECT NULL, NULL, NULL, NULL, NULL, NULL, NULL FROM t");
 }
 
-// The page of the entries has changed, so each entry's row is looked up. It is
-// let go before the entry is delivered: while the callback runs, somebody
-// changes the very row.
+// The page of the entries has changed since the snapshot, so the read looks up
+// the row of each entry. It must release the row's page before it calls the
+// callback: another session updates that row during the callback.
 TEST_F(ParallelSecondary, ByItselfTheRowsPageIsFreeInTheCallback) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w INT, KEY by_v (v))");
   fill("t", 5000, "i, i, 0");
@@ -110,7 +112,8 @@ TEST_F(ParallelSecondary, ByItselfTheRowsPageIsFreeInTheCallback) {
   EXPECT_TRUE(read_parallel(cursor, 0, [&](const Batch &batch) {
     n_rows += batch.size();
     if (++n_batches > 1) return false;
-    // The row in hand is the next batch's first.
+    // The read has looked up this row already. It is the first row of the next
+    // batch.
     EXPECT_EQ(batch.read_int(0, 4095), 4096);
     writing = sql.send("UPDATE t SET w = 1 WHERE id = 4097");
     EXPECT_EQ(writing.wait_for(std::chrono::seconds(5)),
@@ -122,7 +125,7 @@ TEST_F(ParallelSecondary, ByItselfTheRowsPageIsFreeInTheCallback) {
   EXPECT_EQ(n_rows, 5000u);
 }
 
-// The calling thread's pieces end with the index or with a page but for one.
+// The only unit ends with the index, not inside a page, so no row is left out.
 TEST_F(ParallelSecondary, WithTheRowFetchedOfOneLeaf) {
   make(20);
   expect_range({.index = "by_k"}, {}, {0, 1, 2}, "SELECT * FROM t",
@@ -134,7 +137,7 @@ TEST_F(ParallelSecondary, WithTheRowFetchedRowsAreRightAndOnce) {
   expect_range({.index = "by_k"}, {}, {0, 1, 2}, "SELECT * FROM t");
 }
 
-// The end bound lies inside the one page that there is.
+// The index has one page, and the end bound lies inside it.
 TEST_F(ParallelSecondary, WithTheRowFetchedThePageOfAnInnerEndIsLeftOut) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
   fill("t", 100, "i, i");
@@ -142,11 +145,12 @@ TEST_F(ParallelSecondary, WithTheRowFetchedThePageOfAnInnerEndIsLeftOut) {
   for (const size_t threads : thread_counts) {
     cursor.set_range({{}, Keys().number(50)});
     EXPECT_EQ(collect_ints(cursor, threads, 0, Workers::any), (Ints{}));
-    // An end that is no entry's and lies beyond the page's last.
+    // The end bound is no entry's key and lies after the last entry of the
+    // page.
     cursor.set_range({Keys().number(91), Keys().number(1000)});
     EXPECT_EQ(collect_ints(cursor, threads, 0, Workers::any),
               (Ints{91, 92, 93, 94, 95, 96, 97, 98, 99, 100}));
-    // The last entry itself, closed: the page lies inside as a whole.
+    // A closed end at the last entry: the whole page lies inside the range.
     cursor.set_range({Keys().number(99), Keys().number(100)});
     EXPECT_EQ(collect_ints(cursor, threads, 0, Workers::any), (Ints{99, 100}));
     cursor.set_range({Keys().number(99), Keys().number(100), true, false});
@@ -160,7 +164,8 @@ TEST_F(ParallelSecondary, ByItselfTheInnerEndIsExact) {
                {0, 1}, "SELECT id, v FROM t WHERE v <= 250");
 }
 
-// The row of a deleted entry: as its old version was.
+// The row of an entry that was deleted since the snapshot is delivered as the
+// snapshot sees it.
 TEST_F(ParallelSecondary, WithTheRowFetchedDeletedAndChangedRowsAreThere) {
   make_wide(200);
   take_snapshot();
@@ -179,8 +184,8 @@ TEST_F(ParallelSecondary, WithTheRowFetchedEntriesOfRowsLongGoneAreNotThere) {
   expect_range({.index = "by_v"}, {}, {0, 1, 2}, "SELECT * FROM t");
 }
 
-// The donor's own delete has marked the row and waits for the entry: the entry
-// is what counts.
+// The donor's own delete has marked the row as deleted and waits for a lock on
+// the entry. The entry is not marked, and the read goes by the entry.
 TEST_F(ParallelSecondary, WithTheRowFetchedADeletedVersionIsDelivered) {
   make_wide(200);
   sql.exec("BEGIN");
@@ -248,7 +253,8 @@ TEST_F(ParallelSecondary, PrefixOfAColumnByItself) {
                "SELECT id, LEFT(b, 5) FROM t");
 }
 
-// The rest of the value is as if no more had been stored.
+// The value is as long as the column and is filled up as if only the prefix had
+// been stored.
 TEST_F(ParallelSecondary, PrefixOfAFixedLengthColumnByItself) {
   sql.exec(
       "CREATE TABLE t (id INT PRIMARY KEY, a BINARY(20),"
@@ -272,9 +278,8 @@ TEST_F(ParallelSecondary, PrefixOfAFixedLengthColumnByItself) {
                "SELECT id, CAST(LEFT(d, 3) AS BINARY) FROM t");
 }
 
-/** The longest value of a row that is too long for its page is stored
- * elsewhere.
- */
+/** If a row is too long for its page, its longest value is stored off the
+    page. */
 class ParallelOffPage : public ParallelSecondary {
  protected:
   void make(size_t n_rows) {

@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// How the units of a read keep its workers busy: few units are cut into more.
+// A read that has few units splits them into more, so that all of its workers
+// have work.
 
 #include <algorithm>
 #include <atomic>
@@ -14,8 +15,8 @@ using namespace harness;
 
 class ParallelSplit : public Parallel_test {
  protected:
-  /** Keys so long that a page takes some twenty: the root has fewer node
-      pointers than there are workers, the pages below it have more. */
+  /** Keys so long that a page holds about twenty. The root has fewer node
+      pointers than the read has workers; the level below it has more. */
   ParallelSplit() {
     sql.exec(
         "CREATE TABLE t (k VARCHAR(700) CHARACTER SET latin1 PRIMARY KEY,"
@@ -26,8 +27,9 @@ class ParallelSplit : public Parallel_test {
   static constexpr size_t n_rows = 40000, n_workers = 8;
 };
 
-// A worker that has a full batch keeps it until all of them have one, which
-// needs rows enough for each: no worker can read another's share.
+// Each worker keeps its first full batch until all workers have one. Each
+// worker therefore needs its own unit with enough rows, because no worker can
+// read the unit of another.
 TEST_F(ParallelSplit, MoreWorkersThanUnitsAllGetRows) {
   ASSERT_EQ(tree_levels(), 4);
   const Scan scan;

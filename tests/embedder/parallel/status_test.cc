@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What SHOW GLOBAL STATUS says of cursors and parallel reads.
+// The counters of cursors and parallel reads in SHOW GLOBAL STATUS.
 
 #include <atomic>
 #include <map>
@@ -32,7 +32,7 @@ class Status : public Parallel_test {
     return counts;
   }
 
-  /** By how much a counter has grown since this case began. */
+  /** How much a counter has grown since this case began. */
   int64_t grown(const std::string &name) const {
     return counts().at(name) - before_.at(name);
   }
@@ -97,7 +97,7 @@ TEST_F(Status, StepsCountTheirRows) {
   EXPECT_EQ(grown("rows_read"), n_rows);
   ASSERT_TRUE(cursor.set_range());
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(cursor.next());
-  // They are told of some hundred at a time.
+  // A cursor adds its rows to the counter in portions of about a hundred.
   EXPECT_GE(grown("rows_read"), n_rows + 200);
   EXPECT_LE(grown("rows_read"), n_rows + 300);
   cursor.close();
@@ -150,7 +150,8 @@ TEST_F(Status, RunningReadsAndTheirWorkersAreCounted) {
   EXPECT_EQ(grown("rows_read"), n_rows);
 }
 
-// Somebody wants the whole index while a worker is in its callback.
+// A writer requests the index latch exclusively while a worker is in its
+// callback.
 TEST_F(Status, ParksAreCounted) {
   const Index_watch index;
   const Scan scan;

@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Reads that end before their range does: by the callback, by a kill, for want
-// of threads. Afterwards everything is back and another read works.
+// Reads that end before the end of their range: because the callback stops
+// them, because of a kill, or because no threads are available. Afterwards all
+// resources are free and another read works.
 
 #include <algorithm>
 #include <atomic>
@@ -30,7 +31,8 @@ class ParallelStop : public Parallel_test {
     fill("t", n_rows, "i, i");
   }
 
-  /** Nothing is held any more, and a new cursor reads all. */
+  /** Check that nothing is held any more and that a new cursor reads all
+      rows. */
   void expect_all_is_back(size_t n_rows) {
     EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
     EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
@@ -71,9 +73,10 @@ TEST_F(ParallelStop, NoFurtherBatchComesToTheWorkerThatStopped) {
   }
 }
 
-// Every worker has its first batch in hand when one refuses; the others return
-// from theirs when that one is gone. A page takes fewer rows than a batch, so
-// that none has another before it looks.
+// One worker's callback stops the read when every worker has its first batch.
+// The other callbacks return only when that worker has ended. A page has fewer
+// rows than a batch, so the others check for the stop before they have another
+// batch.
 TEST_F(ParallelStop, OneWorkersFailureStopsTheOthers) {
   make(200000);
   {
@@ -84,7 +87,7 @@ TEST_F(ParallelStop, OneWorkersFailureStopsTheOthers) {
       const bool refuses = n_calls++ == 0;
       EXPECT_EQ(batch.size(), 4096u);
       EXPECT_TRUE(wait_until([&] { return n_calls >= n_workers; }));
-      // The cursor's, and those of the workers that are left.
+      // The session of the cursor, and those of the remaining workers.
       if (!refuses) {
         EXPECT_TRUE(wait_until(
             [&] { return CommonApi::sessions_in_use() <= n_workers; }));
@@ -185,8 +188,8 @@ TEST_F(ParallelStop, KilledByAnotherThread) {
   expect_all_is_back(100000);
 }
 
-/** Rows that came after the snapshot, with a history each: none is delivered,
-    all of it is searched. */
+/** All rows are newer than the snapshot and have a long history. The read
+    searches all of that history and delivers no row. */
 class ParallelStopOldVersions : public ParallelStop {
  protected:
   void expect_killed_within_a_second(size_t threads) {
@@ -206,7 +209,8 @@ class ParallelStopOldVersions : public ParallelStop {
         kill_session(session);
       });
       begun = true;
-      // Nobody comes to a page end before the kill, so nobody can wait there.
+      // No worker reaches the end of a page before the kill, so the workers
+      // cannot wait for each other there.
       EXPECT_FALSE(read_parallel(
           scan, threads,
           [](const Batch &) {
@@ -231,7 +235,7 @@ TEST_F(ParallelStopOldVersions, KilledWithWorkers) {
   expect_killed_within_a_second(4);
 }
 
-/** Holds threads of the budget. */
+/** Reserves threads of the budget while it lives. */
 class Reservation {
  public:
   explicit Reservation(size_t n) : n_(ThreadBudget::available_threads(n)) {}
@@ -244,7 +248,8 @@ class Reservation {
 
 class ParallelBudget : public ParallelStop {
  protected:
-  /** @return the most threads of the budget in use during a read */
+  /** @return the greatest number of the budget's threads in use during a
+      read */
   size_t most_in_use(const Scan &scan, size_t threads) {
     std::atomic<size_t> most{0};
     EXPECT_TRUE(read_parallel(scan, threads, [&](const Batch &) {
@@ -318,7 +323,8 @@ TEST_F(ParallelBudget, WithNoneLeftTheCallingThreadReads) {
   expect_all_is_back(10000);
 }
 
-// Eight that ask for 60 each want 480. None ends before all have begun.
+// Eight reads ask for 60 threads each, 480 in all. No read ends before all have
+// begun.
 TEST_F(ParallelBudget, ManyReadsShareIt) {
   make(10000);
   constexpr size_t n_reads = 8, n_rounds = 3;

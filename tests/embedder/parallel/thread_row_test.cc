@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Sessions as rows of performance_schema.threads.
+// The rows that the plug-in's sessions have in performance_schema.threads.
 
 #include <pthread.h>
 
@@ -40,7 +40,7 @@ class ThreadRow : public Parallel_test {
   static Row row(const std::string &state, const std::string &info) {
     return {"morvena_sn", "db", "Daemon", state, info};
   }
-  /** With two workers at the same time. */
+  /** Reads with two workers that run at the same time. */
   static void read_with_two(const Scan &scan) {
     std::mutex mu;
     std::set<uint64_t> workers;
@@ -77,7 +77,7 @@ TEST_F(ThreadRow, ItsIdIsTheSessions) {
 
 TEST_F(ThreadRow, MetadataLockLeadsToTheCursor) {
   std::unique_ptr<Cursor> cursor;
-  // The server knows nothing of this thread.
+  // This thread is not registered with the server.
   std::thread([&] {
     my_thread_init();
     EXPECT_EQ(own_thread_row(), nullptr);
@@ -199,7 +199,7 @@ TEST_F(ThreadRow, CallersOneIsPutBack) {
   }).join();
 }
 
-// The clients' own limits and lists.
+// The sessions do not count as connections of clients.
 TEST_F(ThreadRow, SessionsAreNoClients) {
   const auto connected = [this] {
     return sql.query("SHOW GLOBAL STATUS LIKE 'Threads_connected'");

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The rooms of a read by themselves: how an index opens, what a range is cut
-// into, and the queue.
+// The parts of a read, one by one: opening an index, cutting a range into
+// units, and the queue of units.
 
 #include <cstring>
 
@@ -21,9 +21,8 @@ namespace {
 
 using namespace harness;
 
-/** A plan to read a table of db, under the index latch, in a session of its
- * own.
- */
+/** A plan to read a table of db. It holds the index latch and has a session of
+    its own. */
 class Opened_plan {
  public:
   explicit Opened_plan(const char *index = "PRIMARY", bool index_only = true,
@@ -50,14 +49,14 @@ class Opened_plan {
   Index_latch *latch() const { return latch_.get(); }
   Unit_queue &queue() { return queue_; }
 
-  /** The units of a read with so many threads. */
+  /** The units of a read of the whole index with that many threads. */
   std::vector<std::shared_ptr<Ctx>> units(size_t threads) {
     const ::Range whole(std::make_shared<Iter>(), std::make_shared<Iter>());
     EXPECT_EQ(setup_ctx(plan_->tree, *stop_, whole, threads, &queue_),
               DB_SUCCESS);
     return drain();
   }
-  /** The units that one is split into, for two threads. */
+  /** The units that one unit is split into, for two threads. */
   std::vector<std::shared_ptr<Ctx>> split(const Ctx &unit) {
     EXPECT_EQ(split_ctx(plan_->tree, *stop_, unit, 2, &queue_), DB_SUCCESS);
     return drain();
@@ -86,7 +85,7 @@ size_t marked(const std::vector<std::shared_ptr<Ctx>> &units) {
 
 class ParallelUnits : public Parallel_test {
  protected:
-  /** Two rows a leaf, and a root with so many leaves under it. */
+  /** Two rows to a leaf page, and a root with that many leaf pages under it. */
   void make(size_t n_leaves) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, w VARBINARY(8000))");
     const Index_watch index;
@@ -97,7 +96,8 @@ class ParallelUnits : public Parallel_test {
     ASSERT_EQ(index.levels(), 2u);
   }
 
-  /** The latch that is held is that of the index that was named. */
+  /** Check that the plan holds the latch of the index that was named, and no
+      latch of the other index. */
   static void expect_opened(const char *index, const char *other,
                             const char *name, const char *table = "t") {
     const Index_watch watch(table, index), others(table, other);
@@ -151,8 +151,9 @@ TEST_F(ParallelUnits, ThreeLeavesAndFourThreadsAreThreeToBeCutAgain) {
   EXPECT_EQ(marked(units), 3u);
 }
 
-// Every twelfth of a hundred, 0 to 96, and the last: ten. Eight are two for
-// each thread.
+// A unit starts at every twelfth of the hundred leaf pages, 0 to 96, and
+// another at the last page: ten units. Eight of them are two for each thread;
+// the other two are marked to be split.
 TEST_F(ParallelUnits, AHundredLeavesAndFourThreadsAreTen) {
   make(100);
   const auto units = Opened_plan().units(4);
@@ -184,7 +185,8 @@ TEST_F(ParallelUnits, NoneIsLeftInAnEmptyQueue) {
   EXPECT_EQ(plan.queue().deque(), nullptr);
 }
 
-// Five leaves for two threads: one each, and the last to be cut.
+// Five leaf pages and two threads: five units, the last of which is marked to
+// be split.
 TEST_F(ParallelUnits, AMarkedOneOfALeafIsCutIntoOne) {
   make(5);
   Opened_plan plan;
@@ -196,8 +198,8 @@ TEST_F(ParallelUnits, AMarkedOneOfALeafIsCutIntoOne) {
   EXPECT_EQ(marked(finer), 0u);
 }
 
-// Every fourth of 17, 0 to 16: five for two threads. The fourth has four
-// leaves.
+// A unit starts at every fourth of the 17 leaf pages, 0 to 16: five units for
+// two threads. The fourth unit has four leaf pages.
 TEST_F(ParallelUnits, OneOfFourLeavesIsCutIntoFour) {
   make(17);
   Opened_plan plan;
@@ -209,7 +211,8 @@ TEST_F(ParallelUnits, OneOfFourLeavesIsCutIntoFour) {
   for (size_t i = 0; i < finer.size(); ++i) EXPECT_EQ(finer[i]->id_, 5 + i);
 }
 
-// What else the record at a boundary holds may change before the piece is read.
+// The record at a boundary may change before the unit is read; its key does
+// not.
 TEST_F(ParallelUnits, TheLastPieceEndsByTheKeyAlone) {
   make(17);
   Opened_plan plan;
@@ -221,7 +224,7 @@ TEST_F(ParallelUnits, TheLastPieceEndsByTheKeyAlone) {
     EXPECT_EQ(dtuple_get_n_fields_cmp(unit->range_.second->tuple_), 1u);
 }
 
-// A field's bytes do not count, only its length.
+// Only the length of a field counts, not its bytes.
 TEST_F(ParallelUnits, KeysAreOrderedByTheirLengths) {
   sql.exec("CREATE TABLE t (id VARBINARY(20) PRIMARY KEY)");
   sql.exec("INSERT INTO t VALUES ('zz'), ('aaa'), ('bbb')");
@@ -247,7 +250,7 @@ TEST_F(ParallelUnits, KeysAreOrderedByTheirLengths) {
 TEST_F(ParallelUnits, TheIndexLatchIsTakenOnceAndGivenBackOnce) {
   sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
   const Index_watch index;
-  const Opened_plan plan;  // holds it
+  const Opened_plan plan;  // holds the index latch
   EXPECT_EQ(index.latch_holders(), 1u);
   plan.latch()->index_s_lock();
   EXPECT_EQ(index.latch_holders(), 1u);

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Values of every type, by all seven reads, out of a batch.
+// Values of every type, read from a batch by all seven functions.
 
 #include <cmath>
 #include <mutex>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace harness;
 
-/** What the seven reads of one value gave. */
+/** The results of the seven reads of one value. */
 struct Reads {
   std::optional<long long> integer;
   std::optional<double> real;
@@ -29,7 +29,8 @@ class ParallelValue : public Value_test {
   void check(const std::string &type, const std::vector<std::string> &values,
              const Expected &expected = {}) {
     store_over_pages(type, values);
-    // Text in the column's own character set.
+    // The server returns text in the column's own character set, without
+    // conversion.
     sql.exec("SET character_set_results = NULL");
     const Rows rows =
         sql.query("SELECT " + expected.integer + "," + expected.real + "," +
@@ -49,8 +50,8 @@ class ParallelValue : public Value_test {
     sql.exec("DROP TABLE t");
   }
 
-  /** The rows, and copies of those that are not too long: 24 pages of two rows
-      each. */
+  /** Stores the values and then copies of the rows that are not too long, until
+      the table has 24 pages of two rows each. */
   void store_over_pages(const std::string &type,
                         const std::vector<std::string> &values) {
     store(type, values);
@@ -100,7 +101,7 @@ class ParallelValue : public Value_test {
     EXPECT_EQ(reads.datetime, std::stoll(row[6].value()));
   }
 
-  /** One spelling of a decimal number. */
+  /** The same spelling for all equal decimal numbers. */
   std::string as_decimal(const std::string &text) {
     if (text.size() > 60) return text;
     std::string &decimal = decimals_[text];
@@ -116,7 +117,7 @@ class ParallelValue : public Value_test {
   }
 
  private:
-  std::map<std::string, std::string> decimals_;  // by what was asked
+  std::map<std::string, std::string> decimals_;  // by the number's text
 };
 
 TEST_F(ParallelValue, Integers) {
@@ -164,7 +165,8 @@ TEST_F(ParallelValue, DecimalOfAllDigits) {
   const auto reads = read_all(2);
   EXPECT_EQ(reads.at(1).text, digits);
   EXPECT_EQ(reads.at(2).text, "-" + digits);
-  // 35 digits are three words and eight digits, 30 are three words and three.
+  // 35 digits fill three words and eight digits of a fourth; 30 digits fill
+  // three words and three digits of a fourth.
   const std::vector<int32_t> words = {99999999,  999999999, 999999999,
                                       999999999, 999999999, 999999999,
                                       999999999, 999000000};
@@ -321,7 +323,7 @@ TEST_F(ParallelValue, TimestampsReadInTheTimeZoneOfTheOpening) {
   store("TIMESTAMP(3) NULL", {"'2026-11-21 12:34:56.654'"});
   const int64_t datetime = sql.number(
       "SELECT TIMESTAMPDIFF(MICROSECOND, '2000-01-01', c) FROM t WHERE id = 1");
-  // More than a page: each worker reads some.
+  // The rows fill more than one page, so that each worker reads some.
   sql.exec("DELETE FROM t WHERE id <> 1");
   for (int rows = 1; rows <= 4096; rows *= 2)
     sql.exec("INSERT INTO t SELECT id + " + std::to_string(rows) +
@@ -347,7 +349,7 @@ TEST_F(ParallelValue, Times) {
           times());
 }
 
-// What no short decimal number gives, and both ends of the range.
+// Numbers with no short decimal form, and both ends of the range.
 TEST_F(ParallelValue, RealNumbersOfAllDigits) {
   store_over_pages("DOUBLE", {"1e0/3", "-1e0/7", "1.7976931348623157e308",
                               "2.2250738585072014e-308", "PI()", "1e22"});

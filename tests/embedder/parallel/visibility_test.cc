@@ -11,7 +11,7 @@ using namespace harness;
 
 class ParallelVisibility : public Parallel_test {
  protected:
-  /** Some 30 leaves in each index. */
+  /** About 30 leaf pages in each index. */
   void make(size_t n_rows = 3000) {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, w VARCHAR(100), " +
              filler(450000 / n_rows) +
@@ -19,7 +19,8 @@ class ParallelVisibility : public Parallel_test {
     fill("t", n_rows, "i, i % 100, CONCAT('w', i)");
   }
 
-  /** All three reads: the table, and each secondary index by itself. */
+  /** All three reads: one of the table, and an index-only read of each
+      secondary index. */
   void expect_everywhere() {
     expect_whole_table();
     expect_index("by_v");
@@ -189,7 +190,7 @@ TEST_F(ParallelVisibility, ManyOpenTransactions) {
   expect_everywhere();
 }
 
-/** A server-wide isolation level, put back at the end. */
+/** Sets the server's isolation level, and restores it at the end. */
 class ParallelIsolation : public ParallelVisibility {
  protected:
   void set_level(const std::string &level) {
@@ -218,7 +219,7 @@ TEST_F(ParallelIsolation, ReadCommittedReadsThePrimaryKeyExactly) {
   expect_whole_table();
 }
 
-// Old entries of changed rows are marked as deleted, those of the changes are
+// The old entries of changed rows are marked as deleted; their new entries are
 // not.
 TEST_F(ParallelIsolation, ReadCommittedReadsAnIndexAsItStands) {
   set_level("READ-COMMITTED");

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Whole tables, for every number of threads: trees of every height, keys and
-// row formats of every kind.
+// Reads of whole tables for every number of threads, with trees of every height
+// and with keys and row formats of every kind.
 
 #include <filesystem>
 #include <fstream>
@@ -19,7 +19,7 @@ using namespace harness;
 
 class ParallelWholeTable : public Parallel_test {
  protected:
-  /** A key of 3000 bytes: five records or node pointers fill a page. */
+  /** A key of 3000 bytes, so that five records or node pointers fill a page. */
   void make_deep(size_t n_rows) {
     sql.exec(
         "CREATE TABLE t (k VARCHAR(3000) CHARACTER SET latin1 PRIMARY KEY,"
@@ -138,7 +138,8 @@ TEST_F(ParallelWholeTable, AllRowsDeletedButStillSeen) {
 
 TEST_F(ParallelWholeTable, AllRowsDeletedAndNoneSeen) {
   make("id INT PRIMARY KEY, v INT", 10000, "i, i * 2");
-  // Holds the purge back; the read's own donor comes later.
+  // This snapshot keeps purge from removing the rows. The donor of the read
+  // takes its snapshot after the delete.
   Client holder;
   holder.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   sql.exec("DELETE FROM t");
@@ -229,7 +230,7 @@ TEST_F(ParallelWholeTable, CompressedTo2K) {
   expect_row_format("ROW_FORMAT = COMPRESSED KEY_BLOCK_SIZE = 2");
 }
 
-/** A table whose pages lie in its file and nowhere else. */
+/** A table whose pages are in its file but not in the buffer pool. */
 class ParallelCompressedPages : public ParallelWholeTable {
  protected:
   void write_and_forget_pages() {
@@ -248,7 +249,8 @@ class ParallelCompressedPages : public ParallelWholeTable {
   size_t compressed_pages_ = 0;
 
  private:
-  // All are written and nobody uses them.
+  // Drop the table's pages from the buffer pool. All of them have been written
+  // and nobody uses them.
   static void forget_pages() {
     const Scan scan;
     dict_table_t *table = dd_table_open_on_name_in_mem("db/t", false);
