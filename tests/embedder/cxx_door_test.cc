@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// cursor.hpp: openings, steps, errors, ends and moves of its objects.
+// cursor.hpp: opening, stepping, errors, closing and moving its objects.
 
 #include <string>
 #include <type_traits>
@@ -52,7 +52,7 @@ static_assert(MORVENA_SN_ERROR_INDEX_CORRUPT == ER_INDEX_CORRUPT);
 static_assert(MORVENA_SN_ERROR_NO_TABLESPACE == ER_TABLESPACE_DISCARDED);
 static_assert(MORVENA_SN_ERROR_SERVER_NOT_READY == ER_SERVER_ISNT_AVAILABLE);
 
-/** The number of the Error that f throws, 0 for none. */
+/** The number of the Error that f throws, 0 if it throws none. */
 template <class F>
 unsigned int code_thrown_by(F f) {
   try {
@@ -71,7 +71,7 @@ class CxxDoor : public Cursor_test {
     sql.exec("INSERT INTO t VALUES (1, 30), (2, 20), (3, 10)");
   }
 
-  /** The current row's id and those after it. */
+  /** The ids of the rows after the current one. */
   static Ints rest(morvena_sn::Cursor &cursor) {
     Ints ids;
     while (cursor.next()) ids.push_back(cursor.get<int64_t>(0).value());
@@ -186,7 +186,8 @@ TEST_F(CxxDoor, FailedStepsThrow) {
   const auto step = cursor.try_next();
   ASSERT_FALSE(step.has_value());
   EXPECT_EQ(step.error().code(), 1317u);
-  // Cancelled before they began, the steps have left the range alone.
+  // The steps were cancelled before they began, so the position has not
+  // changed.
   EXPECT_EQ(rest(cursor), (Ints{2, 3}));
   cursor.cancel();
   EXPECT_EQ(code_thrown_by([&] { cursor.range(equal(2)); }), 1317u);
@@ -287,7 +288,8 @@ TEST_F(CxxDoor, OwnThreadsGiveWhatTheirFunctionGives) {
       1146u);
 }
 
-// This plug-in is not declared by cursor_plugin.hpp, so nothing starts it.
+// This plug-in is not declared by cursor_plugin.hpp, so a Reading finds no
+// plug-in that runs.
 TEST_F(CxxDoor, ReadingsNeedAPluginThatRuns) {
   EXPECT_EQ(code_thrown_by([] { const morvena_sn::Reading reading; }), 3168u);
 }

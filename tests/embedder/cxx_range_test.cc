@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// cursor.hpp: ranges and the values of their ends, compared with SQL.
+// cursor.hpp: ranges and the values of their bounds, compared with SQL.
 
 #include <algorithm>
 #include <optional>
@@ -104,7 +104,8 @@ TEST_F(CxxRange, ValuesBeyondSixteenPartsAreDropped) {
   EXPECT_EQ(ids("by_v", between(bound, bound)), select("v = 2 AND name = 'b'"));
 }
 
-// What a caller gave stays usable: the range has a copy.
+// A range copies the bounds that the caller gives. Later changes to them do not
+// change the range.
 TEST_F(CxxRange, BoundsAreCopied) {
   std::string name = "b";
   const Bound bound(2, name);
@@ -125,7 +126,8 @@ class CxxBound : public Cursor_test {
       sql.exec("INSERT INTO t (c) VALUES (" + value + ")");
   }
 
-  /** Each value that is read is the key of its own row, and of no other. */
+  /** Check that each value, used as a key, finds the row that it was read from
+      and no other row. */
   template <class T>
   void expect_each_finds_its_row() {
     const auto n = sql.number("SELECT COUNT(*) FROM t");
@@ -138,7 +140,7 @@ class CxxBound : public Cursor_test {
   }
 };
 
-// 2^53 + 1 is the first integer that double does not have.
+// 2^53 + 1 is the first integer that a double cannot represent.
 TEST_F(CxxBound, IntegersAreExact) {
   store("BIGINT", {"9007199254740991", "9007199254740992", "9007199254740993",
                    "-9007199254740993", "-9007199254740992",

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// cursor.hpp: the C++ types of values, compared with what SQL makes of them.
+// cursor.hpp: the C++ types of values, compared with the values that SQL gives.
 
 #include <chrono>
 #include <string>
@@ -61,7 +61,7 @@ TEST_F(CxxValue, TextViewsShowTheRowsBytes) {
   EXPECT_EQ(cursor.get<std::string_view>("c"), "one");
 }
 
-// SQL prints the digits behind the point that the column has.
+// SQL prints all fraction digits of the column's type.
 TEST_F(CxxValue, DecimalsOfAllDigitsAreTheTextOfSql) {
   const std::string all =
       std::string(35, '9') + "." + std::string(29, '8') + "7";
@@ -108,7 +108,7 @@ TEST_F(CxxValue, DecimalsDoNotLoseDigitsSilently) {
   EXPECT_TRUE(decimals[0]->scaled(3) == Int128{12505});
 }
 
-// 2^127 - 1 is the highest integer of 128 bits, -2^127 the lowest.
+// 2^127 - 1 is the largest integer of 128 bits, and -2^127 the smallest.
 TEST_F(CxxValue, DecimalsBeyond128BitsAreReported) {
   const std::string highest = "170141183460469231731687303715884105727";
   const std::string above = "170141183460469231731687303715884105728";

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What the donor does while a cursor reads its snapshot, and what the reading
-// does to the donor.
+// What the donor does while a cursor reads its snapshot, and how the read
+// affects the donor.
 
 #include "donor_test.h"
 #include "purge.h"
@@ -22,7 +22,8 @@ TEST_F(ChangingDonor, CommitsWhileTheCursorReads) {
   Cursor cursor({.donor = donor.id()});
   ASSERT_TRUE(cursor.set_range());
   donor.exec("COMMIT");
-  // The deleted row is gone for good once purge has passed it.
+  // If purge does not respect the cursor's snapshot, it removes the deleted row
+  // here.
   ASSERT_TRUE(purge.has_run(5));
   EXPECT_EQ(cursor.ints(1), before);
   donor.exec("UPDATE t SET v = 99");
@@ -30,7 +31,8 @@ TEST_F(ChangingDonor, CommitsWhileTheCursorReads) {
   EXPECT_EQ(cursor.ints(1), before);
 }
 
-// What the donor had written stays part of what the cursor sees.
+// The rows that the donor wrote before the cursor was opened stay visible to
+// the cursor.
 TEST_F(ChangingDonor, CommitsItsOwnRowsWhileTheCursorReads) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   donor.exec("INSERT INTO t VALUES (5, 50)");

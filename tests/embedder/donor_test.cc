@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Whose snapshot a cursor reads: donors in every state.
+// Which snapshot a cursor reads, for donors in every state.
 
 #include <chrono>
 
@@ -50,7 +50,8 @@ TEST_F(Donor, ReadOnlyTransaction) {
 TEST_F(Donor, SerializableTransaction) {
   donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL SERIALIZABLE");
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
-  // Serializable reads lock and take no view: the cursor reads afresh.
+  // In a serializable transaction, reads take locks and no read view. The
+  // cursor therefore takes a fresh snapshot.
   change();
   EXPECT_EQ(read(donor.id()), after);
 }
@@ -72,8 +73,9 @@ TEST_F(Donor, TransactionWithoutAReadGivesAFreshSnapshot) {
   EXPECT_EQ(read(donor.id()), after);
 }
 
-// A statement that looks for a time zone reads system tables, in a transaction
-// that stands in for the session's; here it has to wait for one of them.
+// A statement that looks up a time zone reads system tables. For that time, the
+// server gives the session a temporary transaction in place of its own. Here
+// the read has to wait for a lock on one of these tables.
 class DonorThatReadsSystemTables : public Donor_test {
  protected:
   void begin_to_read() {
@@ -102,13 +104,15 @@ TEST_F(DonorThatReadsSystemTables, SnapshotIsThatOfItsOwnTransaction) {
   EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), before);
 }
 
-// The transaction that stands in may have a view: it must not be looked at.
+// The temporary transaction may have a read view of its own. The cursor must
+// not copy it.
 TEST_F(DonorThatReadsSystemTables, IsWaitedForWithoutATransactionToo) {
   begin_to_read();
   auto rows = on_own_thread([&] { EXPECT_EQ(read(donor.id()), after); });
   EXPECT_EQ(rows.wait_for(std::chrono::milliseconds(300)),
             std::future_status::timeout);
-  // What happens while the cursor waits is part of the fresh snapshot.
+  // The cursor takes its fresh snapshot after the wait, so it sees these
+  // changes.
   change();
   end_reading();
   rows.get();
@@ -131,7 +135,7 @@ TEST_F(DonorThatReadsSystemTables, IsWaitedForAsLongAsForALock) {
   EXPECT_EQ(read(donor.id()), before);
 }
 
-// In and out of such transactions all the time.
+// The donor's statement switches between the two transactions all the time.
 TEST_F(DonorThatReadsSystemTables, ManyTimes) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
@@ -196,7 +200,8 @@ TEST_F(Donor, SavepointRolledBack) {
   EXPECT_EQ(read(donor.id()), (Ints{10, 20, 30, 50}));
 }
 
-// Turning the second off leaves the first on.
+// super_read_only turns read_only on too, and leaves it on when it is turned
+// off. The case therefore sets and restores both.
 TEST_F(Donor, OfAServerThatTakesNoChangesGivesItsSnapshot) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();
@@ -258,7 +263,8 @@ TEST_F(Donor, StatementThatIsRunning) {
   donor.exec("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
   auto running = donor.send(
       "SELECT v, IF(id = 1, GET_LOCK('stop', 30), 0) FROM t ORDER BY id");
-  // GET_LOCK is had at once; a second session holds it instead.
+  // The donor gets the lock at once, so this statement does not wait. Then
+  // another session holds the lock, and the same statement waits.
   running.get();
   Client holder;
   donor.exec("SELECT RELEASE_LOCK('stop')");
@@ -282,7 +288,8 @@ TEST_F(Donor, UnknownRaisesAnErrorAndOpensAllTheSame) {
   EXPECT_EQ(cursor.ints(1), after);
 }
 
-// The handler looks at the session's error where it computes virtual columns.
+// The table handler checks the session's error when it computes virtual
+// columns.
 TEST_F(Donor, UnknownIsNoErrorOfTheRows) {
   sql.exec("ALTER TABLE t ADD COLUMN doubled INT AS (v * 2) VIRTUAL");
   Cursor cursor({.donor = 4000000000});
@@ -319,7 +326,8 @@ TEST_F(Donor, ThatHasGoneIsUnknown) {
   EXPECT_EQ(session_error(current_session()).number, 1094u);
 }
 
-// A session of the system is no donor: it is not in the server's list.
+// A cursor's session cannot be a donor, because it is not in the server's list
+// of sessions.
 TEST_F(Donor, CursorsSessionIsNone) {
   Cursor first;
   ASSERT_TRUE(first.set_range());
@@ -348,7 +356,8 @@ TEST_F(Donor, SeveralDonorsAtOnce) {
   EXPECT_EQ(third.ints(1), (Ints{}));
 }
 
-// The donor of the session's last cursor is not that of its next.
+// A session from the pool must not keep the donor of the cursor that used it
+// before.
 TEST_F(Donor, PooledSessionForgetsItsDonor) {
   donor.exec("START TRANSACTION WITH CONSISTENT SNAPSHOT");
   change();

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The donor's read view in states that last for an instant only.
+// States of the donor's read view that last only for a moment.
 
 #include "donor_test.h"
 #include "purge.h"
@@ -32,10 +32,11 @@ trx_t *transaction_of(uint32_t id) {
   return thd ? thd_to_trx(thd.get()) : nullptr;
 }
 
-/** A closed view keeps its content, and its pointer is marked. A statement that
-    may use it again takes the mark away and opens it before it looks whether
-    the content is current. This is that moment, for as long as the object
-    lives; the session is to do nothing meanwhile. */
+/** When a read view is closed, it keeps its content, and the pointer to it gets
+    a mark. A statement that may reuse the view removes the mark and opens the
+    view before it checks whether the content is current. An object of this
+    class holds the view in that state. The session must be idle while the
+    object lives. */
 class Reopened_view {
  public:
   explicit Reopened_view(trx_t *trx) : trx_(trx), marked_(trx->read_view) {
@@ -61,8 +62,8 @@ class Reopened_view {
 
 class DonorsView : public Donor_test {
  protected:
-  /** A transaction of the donor's that has begun and opened no view: that of
-      the autocommitted statement before is closed and kept. */
+  /** Begin a transaction of the donor that opens no read view. The transaction
+      still has the closed view of the autocommitted statement before it. */
   trx_t *begin_without_a_view() {
     donor.exec("BEGIN");
     donor.query("SELECT * FROM untouched FOR SHARE");
@@ -86,7 +87,8 @@ TEST_F(DonorsView, ThatPurgeHasPassedIsNotRead) {
   EXPECT_EQ(read(donor.id(), "by_v"), after);
 }
 
-// Nothing was committed since: it is as good as a fresh one.
+// Nothing was committed since the view was made, so it shows the same rows as a
+// fresh one.
 TEST_F(DonorsView, ThatIsCurrentIsRead) {
   change();
   EXPECT_EQ(as_ints(donor.query("SELECT v FROM t ORDER BY id")), after);

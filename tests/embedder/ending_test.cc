@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// How a call is ended from outside: cursor_cancel(), and the kill of the client
-// for whom it runs. And how far it has come.
+// How a call is ended from outside: by cursor_cancel(), and by a kill of the
+// client for whom it runs. Also the progress that a call reports.
 
 #include <atomic>
 #include <chrono>
@@ -27,7 +27,7 @@ unsigned int error_of(uintptr_t handle) {
   return cursor_error(handle, nullptr);
 }
 
-/** Whether one worker reads all or several do is no matter here. */
+/** It does not matter how many workers deliver rows. */
 template <class Reader>
 bool read_by_any(const Reader &reader, size_t threads, const On_batch &take) {
   return read_parallel(reader, threads, take, Workers::any);
@@ -39,7 +39,7 @@ class Ending : public Parallel_test {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT)");
     fill("t", n_rows, "i, i");
   }
-  /** A read that does not end by itself within the case. */
+  /** A callback so slow that the read cannot end by itself within the case. */
   static bool take_time(const Batch &) {
     std::this_thread::sleep_for(milliseconds(100));
     return false;
@@ -79,7 +79,7 @@ TEST_F(Ending, CancelOfAnIdleCursorEndsItsNextCall) {
   Cursor cursor;
   for (int i = 0; i < 3; ++i) {
     cursor_cancel(cursor.handle);
-    cursor_cancel(cursor.handle);  // counts once
+    cursor_cancel(cursor.handle);  // two cancellations count as one
     EXPECT_FALSE(cursor.set_range());
     EXPECT_EQ(error_of(cursor.handle), 1317u);
     EXPECT_EQ(cursor.ints(0).size(), 10u);
@@ -89,7 +89,7 @@ TEST_F(Ending, CancelOfAnIdleCursorEndsItsNextCall) {
   cursor_cancel(cursor.handle);
   EXPECT_FALSE(cursor.next());
   EXPECT_EQ(error_of(cursor.handle), 1317u);
-  // The position stays.
+  // A cancelled step does not move the cursor.
   ASSERT_TRUE(cursor.next());
   EXPECT_EQ(cursor.read_int(0), 2);
 }
@@ -109,7 +109,7 @@ TEST_F(Ending, CancelOfWhatIsNoCursorDoesNothing) {
   Cursor first;
   const uintptr_t closed = first.handle;
   first.close();
-  // Its session serves the next cursor.
+  // The next cursor uses the session of the closed one.
   Cursor second;
   cursor_cancel(closed);
   EXPECT_EQ(second.ints(0).size(), 10u);
@@ -135,13 +135,13 @@ TEST_F(Ending, CancelComesFromManyThreadsAtOnce) {
   stop = true;
   for (auto &canceller : cancellers) canceller.get();
   EXPECT_GT(n_cancelled, 0u);
-  // One may be left for the next call.
+  // The last cancellation may end the next call.
   cursor.set_range();
   EXPECT_EQ(cursor.ints(0).size(), 1000u);
 }
 
-// A statement of the client, its call on the client's thread, and what kills
-// it.
+// The call runs on the client's thread, inside a statement of the client. A
+// kill or a time limit of the statement ends the call.
 TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
   make(400000);
   Client client;
@@ -151,7 +151,8 @@ TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
     std::atomic<bool> begun{false};
     unsigned int code = 0;
     bool complete = true;
-    // A client that is killed for good gets its answer at once.
+    // KILL closes the client's connection, so the client gets its answer before
+    // the call has ended. Wait for the call itself.
     std::promise<void> ended;
     auto reply = call_on_client_thread(
         client,
@@ -180,7 +181,7 @@ TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
   };
   end_by("KILL QUERY " + std::to_string(client.id()), "");
   end_by("", "/*+ MAX_EXECUTION_TIME(300) */");
-  // The next statement is not ended by the kill of the one before.
+  // The kill of one statement must not end the next statement.
   bool complete = false;
   call_on_client_thread(client, [&] {
     const Scan scan;
@@ -190,8 +191,8 @@ TEST_F(Ending, KillOfTheClientEndsTheCallOnItsThread) {
   end_by("KILL " + std::to_string(client.id()), "");
 }
 
-// A cursor that a client opened with its own snapshot, read by a thread of the
-// embedder's.
+// A client opens a cursor with its own snapshot as the donor, and a thread of
+// the embedder reads it.
 TEST_F(Ending, KillOfTheClientEndsTheReadOfItsOwnSnapshotOnAnyThread) {
   make(400000);
   Client client;
@@ -216,7 +217,7 @@ TEST_F(Ending, KillOfTheClientEndsTheReadOfItsOwnSnapshotOnAnyThread) {
   EXPECT_LT(ms_since(killed), 1000);
 }
 
-// Each step is short, and most only take a row that was fetched ahead.
+// Each step is short, and most steps only take a row that was fetched ahead.
 TEST_F(Ending, KillOfTheClientEndsALoopOfSteps) {
   make(20000);
   Client client;
@@ -307,7 +308,8 @@ TEST_F(Ending, KillOfTheClientEndsAnOpeningThatWaitsForALock) {
   EXPECT_EQ(code, 1317u);
 }
 
-// A new session waits as the server is set, one of the pool as its last user.
+// Without a timeout of its own, a new session would wait as long as the
+// server's setting says, and a session from the pool as long as its last user.
 TEST_F(Ending, OpeningWaitsNoLongerThanItWasTold) {
   make(10);
   sql.exec("SET GLOBAL lock_wait_timeout = 60");
@@ -324,8 +326,8 @@ TEST_F(Ending, OpeningWaitsNoLongerThanItWasTold) {
   EXPECT_LT(ms_since(begun), 10000);
 }
 
-/** A read in full flow, of ROWS rows, is ended ROUNDS times in a way; the
-    longest time to its return goes to the error log. */
+/** Ends a running read of ROWS rows, ROUNDS times. Prints the longest time from
+    the end request to the return of the read to the error log. */
 class EndingInFullFlow : public Ending {
  protected:
   EndingInFullFlow() {
@@ -333,7 +335,7 @@ class EndingInFullFlow : public Ending {
     client.exec("USE db");
   }
 
-  /** @param end  ends the read, from another thread */
+  /** @param end  ends the read from another thread */
   void expect_within_a_second(const char *way, bool own_donor,
                               const std::function<void(uintptr_t)> &end,
                               const std::string &hint = "") {
@@ -348,7 +350,7 @@ class EndingInFullFlow : public Ending {
           [&] {
             const Scan scan({.donor = own_donor ? client.id() : 0});
             handle = scan.handle;
-            // Until it is ended: one read may be over before.
+            // Repeat the read: it may complete before it is ended.
             while (read_by_any(scan, 2, [](const Batch &) { return false; })) {
             }
             returned = steady_clock::now();

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The storage engine that the server takes the plug-in for: it stores nothing,
-// so no statement may choose it.
+// The storage engine under whose name the server lists the plug-in. It stores
+// nothing, so no statement may use it for a table.
 
 #include "cursor_test.h"
 
@@ -45,7 +45,7 @@ TEST_F(Engine, TakesOverNoTable) {
   EXPECT_EQ(sql.number("SELECT a FROM t"), 7);
 }
 
-// Where the server may take another engine than the one named.
+// In this SQL mode the server may replace the named engine by the default one.
 TEST_F(Engine, GivesWayToTheDefaultWhereTheModeAllowsIt) {
   sql.exec("SET sql_mode = ''");
   sql.exec("CREATE TABLE t (a INT) ENGINE=MORVENA_SN");

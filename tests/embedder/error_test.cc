@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Why a call failed: cursor_error() after calls of every outcome.
+// cursor_error() tells why a call failed, after calls of every outcome.
 
 #include <cstring>
 #include <stdexcept>
@@ -15,7 +15,7 @@ namespace {
 
 using namespace harness;
 
-/** Whether one worker reads all or several do is no matter here. */
+/** It does not matter how many workers deliver rows. */
 template <class Reader>
 bool read_by_any(const Reader &reader, size_t threads, const On_batch &take) {
   return read_parallel(reader, threads, take, Workers::any);
@@ -82,7 +82,7 @@ TEST_F(CursorError, ToldByAKillWhileStepping) {
   ASSERT_TRUE(cursor.set_range());
   ASSERT_TRUE(cursor.next());
   kill_session(current_session());
-  // Rows fetched ahead are given all the same.
+  // The kill does not take away the rows that were fetched ahead.
   for (int i = 0; i < 20 && cursor.next(); ++i) {
   }
   ASSERT_FALSE(cursor.set_range());
@@ -155,7 +155,8 @@ TEST_F(CursorError, NamesWhatAParallelReadCannotRead) {
   Cursor of_partitions({.table = "p"});
   EXPECT_FALSE(read_by_any(of_partitions, 2, go_on));
   EXPECT_EQ(error_of(of_partitions).code, 1178u);
-  // The line has a time stamp: year, month, day, the T before the time.
+  // The line of the log begins with a time stamp: the year 20.., and a T
+  // between the date and the time.
   const std::string written = log.text();
   const size_t at = written.find(text);
   ASSERT_NE(at, std::string::npos) << written;

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What standard error says of a read that fails.
+// What a failing read prints to standard error.
 
 #include "parallel_test.h"
 #include "session.h"
@@ -16,7 +16,7 @@ const std::string words = "got error while scan index :";
 
 class FailingRead : public Parallel_test {
  protected:
-  // More rows than are fetched ahead.
+  // More rows than the table handler fetches ahead.
   FailingRead() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY)");
     fill("t", 20000, "i");

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Handles, stepping, column names and numbers.
+// Handles, steps, and the names and numbers of columns.
 
 #include <cstring>
 
@@ -64,8 +64,8 @@ TEST_F(Handle, AdvanceAfterAnEmptyRangeTellsTheEnd) {
   EXPECT_TRUE(cursor_advance(cursor.handle));
 }
 
-// The handler has no position then, and that of a partitioned table no
-// partition to step in.
+// After an empty range the table handler has no position, and the handler of a
+// partitioned table has no current partition.
 TEST_F(Handle, AdvanceAfterNoRowTellsTheEndInEveryKindOfRange) {
   sql.exec(
       "CREATE TABLE p (id INT PRIMARY KEY) PARTITION BY HASH (id)"
@@ -224,7 +224,7 @@ TEST_F(Handle, UnknownColumnIsZero) {
   EXPECT_EQ(cursor_col_fieldnr(cursor.handle, "DB_TRX_ID"), 0u);
 }
 
-/** Each function answers with its failure result and writes nothing. */
+/** Check that each function returns its failure result and writes nothing. */
 void expect_refusal(uintptr_t handle) {
   const char *name = "untouched";
   uint32_t column = 0;
@@ -326,7 +326,7 @@ TEST_F(Handle, NoValueLeavesTheOutputsAlone) {
   }
 }
 
-// One scratch buffer serves all string reads of a cursor.
+// The cursor uses one buffer for all its string reads.
 TEST_F(Handle, TwoTextReadsEachGiveTheirOwnValue) {
   Cursor cursor;
   ASSERT_TRUE(cursor.set_range());

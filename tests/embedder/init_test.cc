@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// init_common() and deinit_common(): several embedders may call them.
+// Several embedders may call init_common() and deinit_common().
 
 #include <atomic>
 #include <chrono>
@@ -31,7 +31,7 @@ class Init : public Cursor_test {
     return thd_pool.size();
   }
 
-  /** Whether four workers read all rows. */
+  /** Whether a read with four threads delivers all rows. */
   static bool reads_in_parallel() {
     const Cursor cursor;
     std::atomic<uint64_t> rows{0};
@@ -44,7 +44,7 @@ class Init : public Cursor_test {
   }
 };
 
-// As two embedders in one server do it.
+// Two embedders in one server make these calls.
 TEST_F(Init, EverythingServesUntilTheLastDeinit) {
   init_common();
   EXPECT_TRUE(reads_in_parallel());
@@ -64,7 +64,7 @@ TEST_F(Init, DeinitWithoutInitDoesNothing) {
   ASSERT_EQ(idle(), 1u);
   deinit_common();
   EXPECT_EQ(idle(), 1u);
-  // None was taken back for it.
+  // The surplus calls of deinit_common() do not cancel a later init_common().
   init_common();
   EXPECT_TRUE(reads_in_parallel());
 }

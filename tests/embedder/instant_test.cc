@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Columns that come and go without a rebuild of the table: rows of several
-// definitions stand beside each other, and so do versions of one row.
+// Columns that are added and dropped without a rebuild of the table. The table
+// then has rows of several row versions, and one row can have old versions from
+// before such a change.
 
 #include <algorithm>
 
@@ -14,7 +15,8 @@ using namespace harness;
 
 class InstantChange : public Parallel_test {
  protected:
-  /** Whether rows have versions: before, a column could only be added last. */
+  /** Whether the server has row versions. Without them, a column can only be
+      added as the last one. */
   bool has_versions() {
     return sql.number(
                "SELECT COUNT(*) FROM information_schema.columns WHERE"
@@ -37,7 +39,7 @@ class InstantChange : public Parallel_test {
     sql.exec("ALTER TABLE t " + action + ", ALGORITHM = INSTANT");
   }
 
-  /** What the donor's SQL reads, by every kind of cursor. */
+  /** Check that every kind of cursor reads what the donor's SQL reads. */
   void expect_donors_rows() {
     expect_whole_table();
     const Rows rows = donor.query("SELECT * FROM t ORDER BY a, id");
@@ -52,7 +54,7 @@ class InstantChange : public Parallel_test {
   }
 };
 
-// The snapshot's rows have no place for the columns: refused, as SQL refuses.
+// The rows of the snapshot have no such columns. Opening fails, as SQL does.
 TEST_F(InstantChange, OfColumnsAfterTheSnapshotIsRefused) {
   std::vector<std::string> actions{
       "ADD COLUMN c INT DEFAULT 7, ADD COLUMN d VARCHAR(10)"};
@@ -76,7 +78,8 @@ TEST_F(InstantChange, OfColumnsAfterTheSnapshotIsRefused) {
           EXPECT_EQ(cursor.error, 1412u) << index;
         }
       }
-      // A sequential scan looks at the index when it reads.
+      // A sequential scan checks the index when it reads, not when it is
+      // opened.
       const Scan scan({.donor = donor.id()});
       const Delivered delivered = collect(scan, 2, {0});
       EXPECT_FALSE(delivered.complete);
@@ -97,7 +100,7 @@ TEST_F(InstantChange, OfNamesAndDefaultsAfterTheSnapshotLeavesItsRows) {
   EXPECT_EQ(Cursor({.donor = donor.id()}).output_columns()[2], "other");
 }
 
-// Rows of every version, and versions of the rows from before.
+// Rows of every row version, and old versions of rows that were changed later.
 TEST_F(InstantChange, OldVersionsAcrossChangesAreThoseOfSql) {
   for (const char *format : {"REDUNDANT", "COMPACT", "DYNAMIC"}) {
     SCOPED_TRACE(format);

@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What lies behind the exported functions and cannot be seen through them.
+// Internals of the plug-in that cannot be observed through the exported
+// functions.
 
 #include <chrono>
 #include <cstring>
@@ -20,7 +21,7 @@ using namespace harness;
 
 using Ints = std::vector<long long>;
 
-/** An opened and locked table in a session of its own. */
+/** A table that is opened and locked in a session of its own. */
 class Opened {
  public:
   Opened() {
@@ -36,7 +37,7 @@ class Opened {
   Opened(const Opened &) = delete;
   Opened &operator=(const Opened &) = delete;
 
-  /** A cursor under a snapshot of its own. */
+  /** A cursor with a snapshot of its own. */
   std::unique_ptr<IndexCursor> open(const char *index, bool index_only) {
     EXPECT_EQ(CommonApi::start_transaction(thd, 0), Snapshot::OWN);
     return IndexCursor::open(table, index, index_only);
@@ -61,7 +62,7 @@ class Internal : public Cursor_test {
     sql.exec("INSERT INTO t VALUES (1, 10, 'x', 7), (2, 20, 'y', 8)");
   }
 
-  /** The length of a key of these values on an index of t. */
+  /** The length in bytes of a key with these values on an index of t. */
   size_t key_length(const char *index, Keys keys) {
     Opened opened;
     const std::unique_ptr<IndexCursor> cursor = opened.open(index, false);
@@ -87,8 +88,8 @@ TEST_F(Internal, KeyLengthLeavesNullPartsOut) {
   EXPECT_EQ(key_length("k", Keys().null()), 0u);
 }
 
-// A callback may ask for them, with a page in hand that somebody waits for who
-// has the dictionary's mutex.
+// A callback may ask for these names while its thread holds a page latch.
+// Another thread may hold the dictionary's mutex and wait for that page.
 TEST_F(Internal, NamesOfIndexColumnsTakeNoMutexOfTheDictionarys) {
   Cursor cursor({.index_only = true});
   dict_sys_mutex_enter();
@@ -120,7 +121,7 @@ TEST_F(Internal, EveryColumnIsReadWhenATableIsOpened) {
   EXPECT_TRUE(bitmap_is_set_all(opened.table->read_set));
 }
 
-// The table's next user may need columns that the index does not hold.
+// The next user of the table object may need columns that are not in the index.
 TEST_F(Internal, IndexOnlyEndsWithTheCursor) {
   Opened opened;
   std::unique_ptr<IndexCursor> cursor = opened.open("k", true);
@@ -230,7 +231,7 @@ TEST_F(Internal, IndexNamesIgnoreLetterCase) {
   EXPECT_EQ(Cursor({.index = "K"}).index_columns()[0], "a");
 }
 
-// SQL cannot make such names.
+// SQL cannot create such names.
 TEST_F(Internal, FirstOfIndexNamesThatDifferInCaseWins) {
   Opened opened;
   KEY &second = opened.table->key_info[2];

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Bounds on columns of every type that an index can have, in every form that a
-// value can be given in.
+// Bounds on columns of every type that an index can have, with values given in
+// every form.
 
 #include <limits>
 #include <utility>
@@ -50,7 +50,7 @@ TEST_F(Key, UnsignedIntegers) {
   store("BIGINT UNSIGNED", {"0", "1", "9223372036854775808",
                             "18446744073709551614", "18446744073709551615"});
   expect_same(Keys().number(0), "0");
-  // As text they are exact.
+  // Numbers given as text are exact.
   expect_same(Keys().text("9223372036854775808"), "9223372036854775808");
   expect_same(Keys().text("18446744073709551614"), "18446744073709551614");
   expect_same(Keys().text("18446744073709551615"), "18446744073709551615");
@@ -82,7 +82,7 @@ class KeyOfNan : public Cursor_test {
     sql.exec("INSERT INTO t VALUES (1, -1, 1), (2, 0, 1), (3, 2.5, 1)");
   }
 
-  // No value of SQL is NaN, so none is equal to it, below it or above it.
+  // No value in SQL is NaN, so no row is equal to it, less or greater.
   void expect_no_row() {
     Cursor cursor({.index = "k"}), of_two({.index = "l"});
     const std::vector<std::pair<std::optional<Keys>, std::optional<Keys>>>
@@ -237,7 +237,7 @@ TEST_F(Key, Datetimes) {
       "'2026-11-21 12:34:57'");
   expect_same(Keys().time(moment(MYSQL_TIMESTAMP_DATE, 1970, 1, 1)),
               "'1970-01-01 00:00:00'");
-  // The server's zone is UTC here.
+  // The server's time zone is UTC here.
   expect_same(Keys().stamp(0, 0), "'1970-01-01 00:00:00'");
   expect_same(Keys().stamp(1795264497, 0), "FROM_UNIXTIME(1795264497)");
 }
@@ -275,7 +275,7 @@ TEST_F(Key, TimesWithAFraction) {
   expect_same(Keys().text("00:00:00.001"), "'00:00:00.001'");
 }
 
-// SQL rounds a fraction that the column does not hold, and has no negative
+// SQL rounds a fraction that is too long for the column, and it has no negative
 // zero.
 TEST_F(Key, TimesThatAreRounded) {
   const auto key = [](bool negative, unsigned int seconds,
@@ -305,7 +305,7 @@ TEST_F(Key, TimesAtTheEnds) {
   }
   expect_same(Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 1, 2)),
               "'26:00:00'");
-  // Impossible: what it finds is zero.
+  // No such time exists, so the bound has the value zero.
   expect_same(Keys().time(moment(MYSQL_TIMESTAMP_TIME, 0, 0, 34, 30)),
               "'00:00:00'");
 }
@@ -324,14 +324,16 @@ TEST_F(Key, NullOfAColumnThatHasNone) {
   sql.exec("CREATE TABLE n (id INT PRIMARY KEY)");
   sql.exec("INSERT INTO n VALUES (-1), (0), (1)");
   Cursor cursor({.table = "n"});
-  // The column's zero stands in, whatever row was current before.
+  // A NULL bound stands for the column's zero value, whichever row was current
+  // before.
   EXPECT_EQ(cursor.ints(0), (Ints{-1, 0, 1}));
   EXPECT_EQ(cursor.ints(0, {Keys().null(), Keys().null()}), (Ints{0}));
   EXPECT_EQ(cursor.ints(0), (Ints{-1, 0, 1}));
   EXPECT_EQ(cursor.ints(0, {Keys().null(), {}}), (Ints{0, 1}));
 }
 
-// The part is given, with the value of the row that is current.
+// The bound counts the key part as given, and the part has the value of the
+// current row.
 TEST_F(Key, UnknownTypeCodesStoreNothing) {
   store("INT", {"1", "2", "2", "3"});
   Cursor cursor({.index = "k"});
@@ -347,7 +349,8 @@ TEST_F(Key, UnknownTypeCodesStoreNothing) {
   }
 }
 
-// A large object's value lies elsewhere, where it may be gone: it is empty.
+// The row stores only a pointer to a large value, and the value may be gone.
+// The bound therefore has the empty value.
 TEST_F(Key, UnknownTypeCodesOnLargeObjects) {
   store("BLOB", {"REPEAT(X'01', 20000)", "X'02'", "''"}, "c(5)");
   Cursor cursor({.index = "k"});
@@ -358,8 +361,8 @@ TEST_F(Key, UnknownTypeCodesOnLargeObjects) {
   EXPECT_EQ(cursor.ints(0), (Ints{4, 3, 1, 2}));
 }
 
-// A timestamp is for columns with a date and a time only: the others keep the
-// value of the row that is current.
+// A timestamp is a value only for columns with a date and a time. For other
+// columns, the key part has the value of the current row.
 TEST_F(Key, TimestampForOtherColumnsStoresNothing) {
   for (const char *type :
        {"INT", "DATE", "TIME", "VARCHAR(10)", "DECIMAL(10,2)"}) {
@@ -381,7 +384,8 @@ TEST_F(Key, TimestampForOtherColumnsStoresNothing) {
   }
 }
 
-// As SQL stores a date, a datetime or a time there, and zero for what is none.
+// The bound has the value that SQL stores in such a column for a date, a
+// datetime or a time, and zero if the kind is none of these.
 TEST_F(Key, MomentForOtherColumnsIsConverted) {
   sql.exec("SET sql_mode = ''");
   for (const char *type :

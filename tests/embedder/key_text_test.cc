@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Bounds on columns of text and bytes, whole and as prefixes.
+// Bounds on columns of text and of bytes, for whole columns and for prefixes.
 
 #include "key_test.h"
 
@@ -67,8 +67,8 @@ TEST_F(TextKey, LongVarchars) {
   expect_same(Keys().text(std::string(3071, 'q')), "REPEAT('q', 3071)");
 }
 
-// A part that holds a prefix compares by the prefix; the cursor does not
-// filter.
+// A key part that holds a prefix compares the prefix only, and the cursor does
+// not check the rest of the value.
 TEST_F(TextKey, PrefixOfAVarchar) {
   store("VARCHAR(50)", {"'abcd'", "'abce'", "'abd'", "'ab'"}, "c(3)");
   Cursor cursor({.index = "k"});

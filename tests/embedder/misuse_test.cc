@@ -1,9 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Misuse that can be recognised ends in the failure result, and harms nobody.
-// CALLS and SEED in the server's environment set how many random calls are
-// made, and which.
+// Misuse that can be recognised gives the failure result and has no other
+// effect. CALLS and SEED in the server's environment set how many random calls
+// are made, and which.
 
 #include "misuse.h"
 
@@ -38,7 +38,7 @@ class Misuse : public Parallel_test {
     return gone.id();
   }
 
-  /** Whatever was done, all is given back and reads go on. */
+  /** Check that the calls left nothing in use and that reads still work. */
   void expect_all_is_well() {
     EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
     EXPECT_EQ(ThreadBudget::s_active_threads.load(), 0u);
@@ -103,7 +103,8 @@ TEST_F(Misuse, RandomCallsOfThreadsOnTheSameHandles) {
   expect_all_is_well();
 }
 
-/** Each function that is more than a look answers with its failure result. */
+/** Check that all functions that use the cursor, and do more than describe it,
+    return their failure results. */
 void expect_in_use(uintptr_t index, uintptr_t scan) {
   uint32_t column = 0;
   long long value = 77;

@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Snapshots without a client, and whose snapshot a cursor has.
+// Snapshots without a client, and what cursor_snapshot() says of a cursor's
+// snapshot.
 
 #include <chrono>
 #include <thread>
@@ -41,7 +42,7 @@ TEST_F(OwnSnapshot, IsOneMomentForSeveralTables) {
   EXPECT_EQ(of_t.ints(1), (std::vector<long long>{10}));
   EXPECT_EQ(of_u.ints(1), (std::vector<long long>{10}));
   close_snapshot(moment);
-  // The cursors keep what they copied.
+  // The cursors have copied the snapshot, so its end does not affect them.
   EXPECT_EQ(of_u.ints(1), (std::vector<long long>{10}));
   EXPECT_EQ(collect_ints(scan_u, 2, 1, Workers::any),
             (std::vector<long long>{10}));

@@ -1,10 +1,10 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Ranges of partitioned tables, row by row. Where the index holds so many
-// characters of a column, the server merges the partitions by so many bytes as
-// these may need. That is more of a short text than the index holds, and the
-// merged rows are out of the index's order.
+// Ranges of partitioned tables, row by row. If an index holds a prefix of so
+// many characters, the server merges the partitions by so many bytes as these
+// characters may need. For a short text, that covers more characters than the
+// index holds, and the merged rows are not in the order of the index.
 
 #include <algorithm>
 
@@ -44,8 +44,9 @@ class RangeOfPrefixesInPartitions : public Cursor_test {
         " 'x'), i % 50 FROM n");
   }
 
-  /** The rows between two keys, a text of three letters and a number, in some
-      order; of a backward range, which leaves out rows equal to the begin. */
+  /** The ids of the rows between two keys of a text of three letters and a
+      number, sorted by id. A backward range leaves out rows equal to the
+      begin. */
   Ints select(const std::string &begin, const std::string &end, bool closed,
               bool reverse) {
     return as_ints(sql.query("SELECT id FROM t WHERE (LEFT(s, 3), v) " +
@@ -97,7 +98,7 @@ TEST_F(RangeOfPrefixesInPartitions, EveryRowOfAText) {
   expect_same("abc", 1, "abc", 4);
 }
 
-// Of these the merge compares as much as the index holds.
+// For this type the merge compares exactly the prefix that the index holds.
 TEST_F(RangeOfPrefixesInPartitions, EveryRowOfAChar) {
   make_few("CHAR(20)", "s(3)");
   expect_same("abc", 2, "abc", 4);
@@ -119,7 +120,8 @@ TEST_F(RangeOfPrefixesInPartitions, EveryRowOfManyInHashPartitions) {
   expect_same("", 0, "abz", 0);
 }
 
-// Whole partitions lie below the range, above it and in it.
+// Some partitions lie entirely below the range, some above it and some inside
+// it.
 TEST_F(RangeOfPrefixesInPartitions, EveryRowOfManyInRangePartitions) {
   make_many(
       "PARTITION BY RANGE (id) (PARTITION p0 VALUES LESS THAN (150),"

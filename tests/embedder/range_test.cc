@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Ranges: which rows a range reads, and in which order. The model is a SELECT
-// with the same bounds.
+// Ranges: which rows a range reads, and in which order. A SELECT with the same
+// bounds gives the expected rows.
 
 #include <atomic>
 #include <chrono>
@@ -19,14 +19,14 @@ class RangeOfOnePart : public Cursor_test {
  protected:
   RangeOfOnePart() {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, v INT, KEY by_v (v))");
-    // Each v of 10, 20, ... 200 three times.
+    // Three rows for each v of 10, 20, ... 200.
     sql.exec(
         "INSERT INTO t WITH RECURSIVE n (i) AS"
         " (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 60)"
         " SELECT i, 10 * CEIL(i / 3) FROM n");
   }
 
-  /** The rows that SQL finds between the bounds. */
+  /** The ids of the rows between the bounds, by SQL. */
   Ints select(std::optional<int> begin, std::optional<int> end,
               bool closed_begin, bool closed_end, bool reverse) {
     std::string where = "TRUE";
@@ -46,7 +46,7 @@ class RangeOfOnePart : public Cursor_test {
   }
 };
 
-// The server lets one thread at a time into InnoDB.
+// The server lets only one thread at a time into InnoDB.
 class RangeWithOneThreadInInnodb : public RangeOfOnePart {
  protected:
   static void limit_threads(const std::string &n) {
@@ -66,7 +66,7 @@ TEST_F(RangeWithOneThreadInInnodb, NobodyIsKeptOutBetweenSteps) {
   EXPECT_EQ(statement.wait_for(std::chrono::seconds(10)),
             std::future_status::ready);
   EXPECT_EQ(read.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-  limit_threads("0");  // lets in who waits all the same
+  limit_threads("0");  // lets waiting threads in if the case fails
   EXPECT_EQ(as_ints(statement.get().rows), Ints{1830});
   read.get();
   EXPECT_TRUE(cursor.next());
@@ -82,7 +82,7 @@ TEST_F(RangeOfOnePart, NoBoundsBackward) {
             select({}, {}, true, true, true));
 }
 
-// Every combination of present, absent and missing values, open and closed.
+// Bounds that are absent, equal to a value, or between values, open and closed.
 TEST_F(RangeOfOnePart, ForwardLikeSelect) {
   Cursor cursor({.index = "by_v"});
   const std::vector<std::optional<int>> bounds = {{},  0,   10,  15, 20,
@@ -100,7 +100,7 @@ TEST_F(RangeOfOnePart, ForwardLikeSelect) {
         }
 }
 
-// Backward, rows equal to the begin are left out even when it is closed.
+// Backward, rows equal to the begin are left out even if it is closed.
 TEST_F(RangeOfOnePart, BackwardLikeSelectWithAnOpenBegin) {
   Cursor cursor({.index = "by_v"});
   const std::vector<std::optional<int>> begins = {{}, 0, 10, 15, 20, 100, 105};
@@ -123,7 +123,8 @@ TEST_F(RangeOfOnePart, BackwardWithoutAnEndStopsAtTheBegin) {
             select(150, {}, false, true, true));
 }
 
-// The last row is not compared with the begin bound; the step after it is.
+// The first row that is read, the last of the index, is not compared with the
+// begin bound. Later rows are.
 TEST_F(RangeOfOnePart, BackwardWithoutAnEndGivesTheLastRowAlways) {
   Cursor cursor({.index = "by_v"});
   EXPECT_EQ(cursor.ints(0, {Keys().number(1000), {}, true, true, true}),
@@ -178,8 +179,8 @@ TEST_F(RangeOfOnePart, BoundsOfNoValuesBoundNothing) {
             select(150, {}, true, true, false));
 }
 
-// A range leaves nothing behind for the next: the ends of forward ranges, the
-// rows fetched ahead, the single key.
+// A range must not affect the next range: neither by the end of a forward
+// range, nor by rows fetched ahead, nor by a single key.
 TEST_F(RangeOfOnePart, EveryRangeAfterEveryOther) {
   Cursor cursor({.index = "by_v"});
   struct Step {
@@ -204,7 +205,7 @@ TEST_F(RangeOfOnePart, EveryRangeAfterEveryOther) {
     for (size_t j = 0; j < steps.size(); ++j) {
       EXPECT_EQ(cursor.ints(0, steps[i].range), steps[i].rows) << i;
       EXPECT_EQ(cursor.ints(0, steps[j].range), steps[j].rows) << i << ' ' << j;
-      // The next one starts in the middle of this one.
+      // Set the second range in the middle of the first.
       cursor.set_range(steps[i].range);
       cursor.next();
       EXPECT_EQ(cursor.ints(0, steps[j].range), steps[j].rows) << i << ' ' << j;
@@ -255,7 +256,7 @@ class RefusedRange : public RangeOfOnePart {
     return false;
   }
 
-  /** Ranges with a bound that cannot be read. */
+  /** Set a range with a bound that cannot be read. */
   void refuse(Cursor &cursor, int kind) {
     int32_t bytes = sizeof(int64_t);
     void *value = nullptr;
@@ -319,7 +320,7 @@ TEST_F(RefusedRange, EndsWithTheNextGoodOne) {
               select(20, 50, true, true, false));
     expect_rows(cursor, 12);
     refuse(cursor, kind);
-    // A range without a row is as good as any.
+    // An empty range is a valid range.
     EXPECT_FALSE(cursor.set_range({Keys().number(500), {}}));
     expect_rows(cursor, 0);
     ASSERT_TRUE(cursor.set_range());
@@ -423,7 +424,8 @@ TEST_F(RangeOfSeveralParts, VeryManyValues) {
             select("WHERE a = 2 AND b = 3 AND c = 'b'"));
 }
 
-// The server fills up with the primary key's parts, which no value is for.
+// The server appends the primary key's parts to the index. A bound takes no
+// values for them.
 TEST_F(RangeOfSeveralParts, PrimaryKeyPartsTakeNoValue) {
   EXPECT_EQ(cursor_idx_user_col_num(cursor.handle), 3u);
   sql.exec("INSERT INTO t (a, b, c) VALUES (2, 3, 'b'), (2, 3, 'b')");
@@ -445,7 +447,7 @@ TEST_F(RangeOfSeveralParts, DescendingPart) {
   EXPECT_EQ(descending.ints(0), select("ORDER BY a DESC, b, id"));
   EXPECT_EQ(descending.ints(0, {.reverse = true}),
             select("ORDER BY a, b DESC, id DESC"));
-  // In the index's order 3 comes before 1.
+  // In the order of this index, 3 comes before 1.
   EXPECT_EQ(descending.ints(0, {Keys().number(3), Keys().number(2)}),
             select("WHERE a IN (2, 3) ORDER BY a DESC, b, id"));
   EXPECT_EQ(
@@ -475,7 +477,7 @@ TEST_F(RangeOfSeveralParts, PrefixBoundOfADescendingSecondPart) {
                               " ORDER BY a, b DESC, id")));
 }
 
-// Of the bounds a NULL counts as any other value.
+// When bounds are compared with each other, NULL counts like any other value.
 TEST_F(RangeOfSeveralParts, BoundsThatDifferInPartsBesideANull) {
   sql.exec("CREATE TABLE n (id INT PRIMARY KEY, a INT, b INT, KEY ab (a, b))");
   sql.exec(

@@ -140,7 +140,7 @@ TEST_F(ReadSet, OfVirtualColumns) {
   EXPECT_EQ(cursor.texts({2, 3}), (Rows{{"11", "5"}, {"21", "6"}}));
 }
 
-// A virtual column is computed with each row.
+// A virtual column is computed when its row is read.
 TEST_F(ReadSet, ChangedAmidARangeLeavesVirtualColumnsRight) {
   sql.exec("ALTER TABLE t ADD e INT AS (d + 1)");
   Cursor cursor;
@@ -181,8 +181,8 @@ TEST_F(ReadSet, IndexOnlyOfAUniqueIndexReadsThePrimaryKeyToo) {
             (Rows{{"100", "1"}, {"200", "2"}, {"300", "3"}}));
 }
 
-// The handler leaves them as they were, or fills them with what it has fetched
-// ahead of other rows.
+// The table handler does not fill in these columns, or fills in values of other
+// rows that it has fetched ahead.
 TEST_F(ReadSet, IndexOnlyColumnsOutsideTheIndexHaveNoValue) {
   sql.exec("INSERT INTO t SELECT id + 3, a + 30, b, c, d FROM t");
   sql.exec("INSERT INTO t SELECT id + 6, a + 60, b, c, d FROM t");

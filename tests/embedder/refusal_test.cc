@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What cannot be opened, and what the open function says then.
+// What cannot be opened, and the error that the open function gives for it.
 
 #include <chrono>
 #include <cstring>
@@ -19,7 +19,7 @@ class Refusal : public Cursor_test {
     sql.exec("CREATE TABLE t (id INT PRIMARY KEY, a INT, KEY k (a))");
   }
 
-  /** Opening fails with the error that SQL gives for the same names. */
+  /** Expect the error that SQL gives for the same names. */
   void expect_error_of(const std::string &statement, const Open &open) {
     const Reply reply = sql.attempt(statement);
     ASSERT_NE(reply.error, 0u);
@@ -36,7 +36,7 @@ class Refusal : public Cursor_test {
     EXPECT_FALSE(cursor.message.empty());
   }
 
-  /** The C function's error, for names that C alone can leave out. */
+  /** The error of the C function, for null names, which C++ cannot pass. */
   static unsigned int c_error(const char *db, const char *table,
                               const char *index) {
     unsigned int error = 12345;
@@ -80,8 +80,8 @@ TEST_F(Refusal, InformationSchemaInAnyCase) {
       expect_error(1347, {.db = db, .table = table});
 }
 
-// The server keeps its dictionary's tables from SQL. Those of its other schemas
-// open where InnoDB stores them.
+// Neither SQL nor a cursor can read the tables of the server's dictionary. The
+// tables of the server's other schemas open if they are stored in InnoDB.
 TEST_F(Refusal, TablesOfTheServersSchemasOpenOrSayWhyNot) {
   const Rows listed = sql.query(
       "SELECT t.table_schema, t.table_name, LOWER(t.engine) = 'innodb' AND "
@@ -153,7 +153,7 @@ TEST_F(Refusal, SysView) {
   EXPECT_TRUE(Cursor({.db = "sys", .table = "sys_config"}).is_open());
 }
 
-// It belongs to its session.
+// A temporary table belongs to the session that created it.
 TEST_F(Refusal, TemporaryTable) {
   sql.exec("CREATE TEMPORARY TABLE own (id INT PRIMARY KEY)");
   expect_error(1146, {.table = "own"});
@@ -175,7 +175,7 @@ TEST_F(Refusal, MissingIndexName) {
 
 TEST_F(Refusal, OverlongIndexName) {
   const std::string name(5000, 'k');
-  // Like any other name that no index has.
+  // The name is treated like any other name of an unknown index.
   expect_error(1176, {.index = name.c_str()});
 }
 
@@ -197,7 +197,7 @@ TEST_F(Refusal, SpatialIndex) {
   expect_error(1178, {.table = "g", .index = "places"});
 }
 
-// The server cannot merge the entries of several partitions.
+// The server cannot merge the entries of several partitions for such an index.
 TEST_F(Refusal, MultiValuedIndexOfAPartitionedTable) {
   sql.exec(
       "CREATE TABLE p (id INT PRIMARY KEY, j JSON,"
@@ -221,7 +221,7 @@ TEST_F(Refusal, MissingNames) {
 
 TEST_F(Refusal, OverlongNames) {
   const std::string name(65, 'n'), huge(100000, 'n');
-  // No such thing, since none can be made.
+  // These names are unknown, because nothing can be created with such a name.
   expect_error(1049, {.db = name.c_str()});
   expect_error(1146, {.table = name.c_str()});
   expect_error(1102, {.db = huge.c_str()});
@@ -282,14 +282,14 @@ TEST_F(Refusal, NothingIsLeftOpen) {
   EXPECT_FALSE(Cursor({.table = "m"}).is_open());
   EXPECT_FALSE(Cursor({.index = "nothing"}).is_open());
   EXPECT_EQ(metadata_locks(), before);
-  // A lock that was left would hold these up.
+  // If the failed openings left a lock, these statements would wait for it.
   sql.exec("SET lock_wait_timeout = 2");
   sql.exec("DROP TABLE m");
   sql.exec("DROP VIEW v");
   sql.exec("ALTER TABLE t ADD COLUMN z INT");
 }
 
-// The second one is served by the session that the failed first one gave back.
+// Each opening uses the session that the failed opening before it returned.
 TEST_F(Refusal, ErrorIsNotTheOneOfTheOpeningBefore) {
   EXPECT_EQ(Cursor({.table = "nothing"}).error, 1146u);
   EXPECT_EQ(Cursor({.index = "nothing"}).error, 1176u);
@@ -311,8 +311,8 @@ TEST_F(Refusal, IndexNewerThanTheSnapshot) {
   EXPECT_EQ(cursor.error, 1412u);
 }
 
-// A table of three partitions, and a donor whose snapshot is older than what
-// happens to one of them.
+// A table of three partitions, and a donor whose snapshot is older than a
+// change of one of the partitions.
 class PartitionNewerThanTheSnapshot : public Refusal {
  protected:
   PartitionNewerThanTheSnapshot() {
@@ -327,11 +327,11 @@ class PartitionNewerThanTheSnapshot : public Refusal {
   }
 
   void expect_refused() {
-    // By a scan of every partition; the server's own index scan looks at the
-    // first one only.
+    // This statement scans every partition. An index scan in the server only
+    // checks the first one.
     EXPECT_EQ(donor.attempt("SELECT SUM(a) FROM p IGNORE INDEX (k)").error,
               1412u);
-    // The donor's transaction holds the table.
+    // The donor's transaction holds a metadata lock on the table.
     const int64_t locks_before = metadata_locks();
     for (const char *index : {"PRIMARY", "k"})
       for (const bool index_only : {false, true})
@@ -340,7 +340,7 @@ class PartitionNewerThanTheSnapshot : public Refusal {
                             .index_only = index_only,
                             .donor = donor.id()});
     EXPECT_EQ(metadata_locks(), locks_before);
-    // A snapshot of its own sees the change.
+    // A cursor with its own snapshot sees the change.
     EXPECT_EQ(Cursor({.table = "p", .index = "k"}).ints(0),
               as_ints(sql.query("SELECT id FROM p ORDER BY a")));
   }
@@ -370,8 +370,8 @@ TEST_F(PartitionNewerThanTheSnapshot, WhenOneIsExchanged) {
   expect_refused();
 }
 
-// The server goes by the age of the index, and a table that takes a partition's
-// place keeps its index.
+// The server compares the age of the index with the snapshot. A table that is
+// exchanged for a partition keeps its index, and this one is older.
 TEST_F(PartitionNewerThanTheSnapshot, ExchangeForAnOlderTableShowsIt) {
   sql.exec("CREATE TABLE e (id INT PRIMARY KEY, a INT, KEY k (a))");
   sql.exec("INSERT INTO e VALUES (16, 20)");
@@ -398,12 +398,12 @@ TEST_F(PartitionNewerThanTheSnapshot, LeavesUnchangedTablesReadable) {
 
 class LockedTable : public Refusal {
  protected:
-  /** @return the session that the pool hands out next; its last user was ready
-      to wait so long. */
+  /** @return the session that the pool hands out next; its last user had this
+      timeout */
   static void *next_session(int seconds = 10) {
     Cursor cursor({.timeout = seconds});
     void *session = current_session();
-    // Negative is as good as for ever: a year at least.
+    // A negative timeout means no limit: at least a year.
     if (seconds < 0)
       EXPECT_GE(lock_wait_timeout(session), 365UL * 24 * 3600);
     else
@@ -471,7 +471,7 @@ TEST_F(LockedTable, KillEndsTheWait) {
   kill_session(session);
   opening.get();
   locker.exec("UNLOCK TABLES");
-  // The session serves again.
+  // The killed session can be used again.
   EXPECT_TRUE(Cursor().is_open());
   EXPECT_EQ(current_session(), session);
 }
@@ -488,7 +488,7 @@ TEST_F(LockedTable, RowLocksAreNoHindrance) {
   EXPECT_EQ(Cursor().ints(1), (std::vector<long long>{1}));
 }
 
-// The cursor's own lock: the definition stays while it is open.
+// The cursor's metadata lock keeps the definition unchanged until it closes.
 TEST_F(LockedTable, DefinitionWaitsForTheCursor) {
   Cursor cursor;
   std::future<Reply> change = locker.send("ALTER TABLE db.t ADD COLUMN z INT");

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Sessions: the pool, threads, kills, and what is left when a cursor closes.
+// Sessions: the pool, threads, kills, and what remains after a cursor closes.
 
 #include <atomic>
 #include <future>
@@ -32,7 +32,7 @@ class Session : public Cursor_test {
     return thd_pool.size();
   }
 
-  /** Tables of db that some session has in use. */
+  /** How many tables of db are in use by some session. */
   int64_t tables_in_use() {
     int64_t in_use = 0;
     for (const Row &row : sql.query("SHOW OPEN TABLES FROM db"))
@@ -44,7 +44,7 @@ class Session : public Cursor_test {
     return std::stoll(of_transactions("COUNT(*)", "TRUE"));
   }
 
-  /** More rows than are fetched ahead. */
+  /** Insert more rows than the table handler fetches ahead. */
   void fill() {
     sql.exec("SET cte_max_recursion_depth = 100000");
     sql.exec(
@@ -103,7 +103,7 @@ TEST_F(Session, HasAnIdOfItsOwn) {
   EXPECT_NE(one, sql.id());
 }
 
-// Nobody can name it in a KILL.
+// A KILL statement does not find the session.
 TEST_F(Session, IsNotInTheProcessList) {
   Cursor cursor;
   const std::string id = std::to_string(session_id(current_session()));
@@ -146,7 +146,7 @@ TEST_F(Session, ElevenHundredCursorsAtOnce) {
       ASSERT_EQ(cursor->ints(1), (Ints{10, 20, 30}));
   }
   EXPECT_EQ(CommonApi::sessions_in_use(), 0u);
-  // The pool keeps so many and no more.
+  // The pool keeps at most 1024 sessions.
   EXPECT_EQ(idle(), 1024u);
   Cursor cursor;
   EXPECT_EQ(idle(), 1023u);
@@ -241,7 +241,7 @@ TEST_F(Session, NothingIsLeftOpen) {
   EXPECT_EQ(tables_in_use(), 0);
   EXPECT_EQ(transactions(), before);
   EXPECT_EQ(metadata_locks(), 0);
-  // A metadata lock that was left would hold this up.
+  // If closing left a metadata lock, this statement would wait for it.
   sql.exec("SET lock_wait_timeout = 1");
   sql.exec("ALTER TABLE t ADD COLUMN w INT");
   EXPECT_EQ(Cursor().output_columns().size(), 3u);
@@ -269,7 +269,7 @@ TEST_F(Session, MemoryDoesNotGrowWithTheCursorsItServes) {
   const long before = resident();
   read();
   read();
-  // A record buffer that stayed in each of 600 readings would make 75 MB.
+  // If each of the 600 reads left a record buffer, they would take 75 MB.
   EXPECT_LT(resident() - before, 20L << 20);
 }
 
@@ -302,7 +302,8 @@ TEST_F(Session, ReadsOfAThreadWithoutASession) {
   }).get();
 }
 
-// Another cursor's session may be gone, or serve another thread.
+// The session of another cursor may have been freed, or may serve another
+// thread.
 TEST_F(Session, TypedReadsLeaveAnotherCursorsSession) {
   on_own_thread([] {
     Cursor cursor;
@@ -344,7 +345,7 @@ TEST_F(Session, TimesBecomeDatetimesOfTheDayOfTheOpening) {
   ASSERT_EQ(current_session(), session);
   ASSERT_TRUE(cursor.set_range());
   ASSERT_TRUE(cursor.next());
-  // Midnight may have passed.
+  // Midnight may have passed during the case.
   const int64_t day = cursor.read_date(1).value_or(0);
   EXPECT_GE(day, before);
   EXPECT_LE(day, today());
@@ -417,7 +418,7 @@ TEST_F(Session, KilledOneEndsItsScanFromAnotherThread) {
   void *session = current_session();
   std::atomic<long> rows{0};
   std::future<void> reader = on_own_thread([&] {
-    // Again and again, until the kill ends a scan early.
+    // Repeat the scan until the kill ends one early.
     for (;;) {
       long scanned = 0;
       if (cursor.set_range())
@@ -444,8 +445,8 @@ TEST_F(Session, KilledOneServesTheNextCursor) {
   EXPECT_EQ(next.ints(0).size(), 20000u);
 }
 
-// To open these tables the server parses expressions, and does so for no
-// session with a fatal error, which a kill leaves.
+// To open these tables the server parses expressions. It refuses to do so in a
+// session with a fatal error, and a kill leaves such an error.
 TEST_F(Session, KilledOneOpensTablesWithExpressions) {
   fill();
   sql.exec("CREATE TABLE computed (id INT PRIMARY KEY, g INT AS (id + 1))");
@@ -455,7 +456,8 @@ TEST_F(Session, KilledOneOpensTablesWithExpressions) {
   sql.exec("INSERT INTO computed (id) VALUES (1), (2)");
   sql.exec("INSERT INTO parted VALUES (1), (2)");
   for (const char *table : {"computed", "parted"}) {
-    // Open ones that wait unused are opened already.
+    // Close the open tables that are not in use, so that the server opens them
+    // again.
     sql.exec("FLUSH TABLES");
     Cursor cursor;
     ASSERT_TRUE(cursor.set_range());

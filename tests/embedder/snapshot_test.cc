@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Snapshots over time: what purge keeps, and what a changing table looks like.
+// Snapshots over time: what purge keeps for them, and what they show of a table
+// that changes.
 
 #include <atomic>
 #include <stdexcept>
@@ -30,7 +31,7 @@ class Snapshot : public Cursor_test {
         " SELECT i, i * 10, REPEAT('p', 200) FROM n");
   }
 
-  /** As many transactions as there are rows to delete. */
+  /** Delete each row in a transaction of its own. */
   void delete_one_by_one(int rows) {
     for (int i = 1; i <= rows; ++i)
       sql.exec("DELETE FROM t WHERE id = " + std::to_string(i));
@@ -39,8 +40,8 @@ class Snapshot : public Cursor_test {
   Purge purge{&sql};
 };
 
-// Purge stops at the copy of the donor's view, also when the donor is gone, and
-// goes on when the cursor closes.
+// Purge stops at the copy of the donor's read view, even after the donor has
+// disconnected. It continues when the cursor closes.
 TEST_F(Snapshot, PurgeKeepsWhatTheCursorSees) {
   ASSERT_TRUE(purge.shrinks_history_below(100));
   const Ints all = as_ints(sql.query("SELECT v FROM t ORDER BY id"));
@@ -95,8 +96,8 @@ TEST_F(Snapshot, FailedOpeningKeepsNothing) {
   EXPECT_TRUE(purge.shrinks_history_below(200));
 }
 
-// With autocommit off, the end of a statement would not be the end of a
-// transaction: a session would keep its view in the pool.
+// With autocommit off, the end of a statement does not end the transaction. A
+// session in the pool would keep its read view.
 TEST_F(Snapshot, GlobalAutocommitOffChangesNothing) {
   CommonApi::destroy_idle_sessions();
   Client donor;
@@ -182,8 +183,9 @@ TEST_F(Snapshot, OldVersionsOfPartlyUpdatedJson) {
   EXPECT_TRUE(cursor.read_text(1) == old);
 }
 
-// Money moves between rows; each snapshot holds all of it. Rows come and go
-// between them, so that pages split and merge.
+// The writers move amounts between rows, and each snapshot must show the same
+// sum. They also insert rows and change the length of rows, so that pages
+// split.
 TEST_F(Snapshot, SumStaysWhileWritersMoveMoney) {
   sql.exec("UPDATE t SET v = 100");
   std::atomic<bool> stop{false};
@@ -227,8 +229,8 @@ TEST_F(Snapshot, SumStaysWhileWritersMoveMoney) {
   for (auto &writer : writers) writer.get();
 }
 
-// Rows that stay are read once each, in order, whatever is inserted and deleted
-// between them.
+// The rows that no session deletes are read once each and in order, whatever is
+// inserted and deleted between them.
 TEST_F(Snapshot, RowsThatStayAreReadOnceEach) {
   sql.exec("CREATE TABLE s (id INT PRIMARY KEY, pad VARCHAR(500))");
   sql.exec("INSERT INTO s SELECT id * 10, REPEAT('s', 100) FROM t");

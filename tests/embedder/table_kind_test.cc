@@ -16,7 +16,8 @@ using Names = std::vector<std::string>;
 
 class TableKind : public Cursor_test {
  protected:
-  /** All rows and columns, in the order of the index, like a SELECT. */
+  /** Check that a cursor reads the same rows and columns as a SELECT in the
+      order of the index. */
   void expect_same(const Open &open, const std::string &order,
                    const std::string &columns = "*") {
     const Rows rows = sql.query("SELECT " + columns + " FROM " + open.table +
@@ -211,7 +212,7 @@ TEST_F(TableKind, InvisibleIndexAndColumn) {
   EXPECT_EQ(Cursor({.index = "k"}).ints(1), (Ints{3, 5}));
 }
 
-// Made by the server itself where it can, by the case elsewhere.
+// The server adds the column if it can; otherwise the case adds it.
 TEST_F(TableKind, InvisiblePrimaryKey) {
   const bool by_server =
       !sql.query("SHOW VARIABLES LIKE 'sql_generate_invisible_primary_key'")
@@ -322,7 +323,8 @@ TEST_F(TableKind, MultiValuedIndexHasARowForEachEntry) {
   EXPECT_FALSE(cursor.set_range({{}, three}));
 }
 
-// The host's column of the index's array calls itself of the elements' type.
+// The server's hidden column for the index's array reports the type of the
+// elements, not JSON.
 TEST_F(TableKind, ArrayOfAMultiValuedIndexReadsAsJson) {
   struct {
     const char *type, *array, *text;

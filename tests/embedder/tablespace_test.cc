@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Tables that share a file, and tables in the system's.
+// Tables that share a file, and tables in the system tablespace.
 
 #include "parallel_test.h"
 
@@ -9,11 +9,11 @@ namespace {
 
 using namespace harness;
 
-/** A general tablespace. Its tables are to be gone when it goes. */
+/** A general tablespace. It can be dropped only when its tables are gone. */
 class Tablespace {
  public:
   explicit Tablespace(const std::string &options = "") {
-    // What a case that was given up may have left.
+    // A case that was broken off may have left the tablespace behind.
     sql_.attempt("DROP TABLESPACE own");
     sql_.exec("CREATE TABLESPACE own ADD DATAFILE 'own.ibd' " + options);
   }
@@ -30,7 +30,7 @@ class Tablespace {
 
 class SharedTablespace : public Parallel_test {
  protected:
-  /** t has a neighbour whose pages lie between its own. */
+  /** The pages of t and of its neighbour alternate in the file. */
   void check(const std::string &options) {
     for (const char *table : {"t", "neighbour"})
       sql.exec(std::string("CREATE TABLE ") + table +

@@ -12,7 +12,7 @@ using namespace harness;
 
 class TemporalValue : public Value_test {
  protected:
-  // What a single value of a type reads as.
+  // The results of the three reads of one value.
   struct Reads {
     int32_t date;
     int64_t time;
@@ -52,7 +52,8 @@ TEST_F(TemporalValue, ZeroDate) {
   EXPECT_EQ(zero.datetime, no_date * usecs_per_day);
 }
 
-// Month 0 is the December before, day 0 the day before.
+// SQL counts month 0 as the December before, and day 0 as the day before the
+// first.
 TEST_F(TemporalValue, PartlyZeroDates) {
   sql.exec("SET sql_mode = ''");
   const auto days_to = [this](const char *date) {
@@ -132,7 +133,7 @@ TEST_F(TemporalValue, ZeroTimestamp) {
   EXPECT_EQ(zero.datetime, no_date * usecs_per_day);
 }
 
-// The limits of the type, in a time zone where they are known.
+// The limits of the type are known in UTC.
 TEST_F(TemporalValue, TimestampLimits) {
   const Global_setting zone("time_zone", "'+00:00'");
   sql.exec("SET time_zone = '+00:00'");

@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Timestamps, in time zones of all kinds and close to their changes.
+// Timestamps in time zones of all kinds, also close to changes of their
+// distance from UTC.
 
 #include <cstdlib>
 #include <ctime>
@@ -14,7 +15,7 @@ namespace {
 
 using namespace harness;
 
-/** The system's time zone of this process, for a while. */
+/** Sets the system's time zone for this process, and restores it at the end. */
 class System_zone {
  public:
   explicit System_zone(const char *zone) {
@@ -38,7 +39,7 @@ class System_zone {
   std::optional<std::string> before_;
 };
 
-/** From some second in UTC on, local time is that many seconds ahead. */
+/** From this second in UTC on, local time is that many seconds ahead of UTC. */
 struct Change {
   int64_t at;
   int seconds;
@@ -54,12 +55,14 @@ class Timestamps : public Parallel_test {
   }
   ~Timestamps() override { sql.attempt("SET GLOBAL time_zone = 'SYSTEM'"); }
 
-  /** From 1970 to 2038, at least one in 15 hours. */
+  /** From 1970 to 2038, one timestamp in every 15 hours. */
   void store_all_years() {
     fill("t (c)", 40000, "FROM_UNIXTIME(1 + i * 53687.0912345)");
   }
 
-  /** All around a second, and where eighteen hours of our own end. */
+  /** Timestamps close to a second, and close to the ends of its stretch: the
+      plug-in keeps the distance from UTC for stretches of 65536 seconds, about
+      eighteen hours. */
   void store_around(int64_t second) {
     std::string values;
     for (const int64_t away :
@@ -77,7 +80,8 @@ class Timestamps : public Parallel_test {
     sql.exec("INSERT INTO t (c) VALUES " + values);
   }
 
-  /** A zone of these changes, for the server. @return its name */
+  /** Define a time zone with these changes in the server.
+      @return its name */
   std::string define(const std::vector<Change> &changes) {
     const std::string name = "morvena/" + sql.text("SELECT UUID_SHORT()");
     sql.exec("INSERT INTO mysql.time_zone (use_leap_seconds) VALUES ('N')");
@@ -104,7 +108,7 @@ class Timestamps : public Parallel_test {
             std::to_string(datetime)};
   }
 
-  /** What SQL says of all rows. */
+  /** The expected values of all rows, by SQL. */
   Rows selected() {
     const Expected expected = datetimes();
     const auto or_zero = [](const std::string &value, const std::string &zero) {
@@ -156,7 +160,7 @@ class Timestamps : public Parallel_test {
     return rows;
   }
 
-  /** By all kinds of reads, in a zone. */
+  /** Compare the values of all kinds of reads with SQL, in one time zone. */
   void compare(const std::string &zone) {
     SCOPED_TRACE(zone);
     sql.exec("SET GLOBAL time_zone = '" + zone + "'");
@@ -173,7 +177,7 @@ class Timestamps : public Parallel_test {
     sql.exec("SET time_zone = '+00:00'");
   }
 
-  /** How many different distances from UTC the rows have in a zone. */
+  /** How many different distances from UTC the rows have in a time zone. */
   int64_t distances(const std::string &zone) {
     return sql.number(
         "SELECT COUNT(DISTINCT TIMESTAMPDIFF(SECOND, c, CONVERT_TZ(c, '+00:00',"
@@ -193,13 +197,13 @@ TEST_F(Timestamps, AreReadInTheSystemsZone) {
   compare("SYSTEM");
 }
 
-// Daylight saving from the last Sunday of March, at 1 o'clock UTC, to that of
-// October, at 1 o'clock UTC.
+// Daylight saving time begins on the last Sunday of March and ends on the last
+// Sunday of October, each time at 1 o'clock UTC.
 TEST_F(Timestamps, AreReadWhereTheSystemsZoneChanges) {
   const System_zone berlin("CET-1CEST,M3.5.0,M10.5.0/3");
   store_all_years();
   for (const int64_t change : {1711846800, 1729990800}) store_around(change);
-  // Two hours ahead in summer, one in winter.
+  // Two hours ahead of UTC in summer, one hour in winter.
   ASSERT_EQ(distances("SYSTEM"), 2);
   EXPECT_EQ(sql.text("SELECT CONVERT_TZ('2024-03-31 00:59:59', '+00:00',"
                      " 'SYSTEM')"),
@@ -210,7 +214,8 @@ TEST_F(Timestamps, AreReadWhereTheSystemsZoneChanges) {
   compare("SYSTEM");
 }
 
-// At one minute past midnight, by half an hour and by more than one.
+// Changes at one minute past midnight, by half an hour, and by more than an
+// hour.
 TEST_F(Timestamps, AreReadWhereChangesAreOdd) {
   store_all_years();
   for (const char *rules : {"NST3:30NDT,M4.1.0/0:01,M10.5.0/0:01",
@@ -222,8 +227,9 @@ TEST_F(Timestamps, AreReadWhereChangesAreOdd) {
   }
 }
 
-// The second of a change has nothing to do with hours, days or our eighteen
-// hours, or is the first or last of those; the same distance comes back.
+// The seconds of the changes have no relation to hours, days or stretches, or
+// are the first or last second of one of these. Some distances occur more than
+// once.
 TEST_F(Timestamps, AreReadInTheServersZones) {
   const std::vector<Change> changes = {
       {63593070, -2670},         {500000000, 3600},

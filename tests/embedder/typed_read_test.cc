@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The sessions that typed reads convert in, and exceptions of conversions.
+// The sessions in which typed reads convert values, and exceptions that
+// conversions throw.
 
 #include "innodb_api/batch.h"
 #include "parallel_test.h"
@@ -11,7 +12,7 @@ namespace {
 
 using namespace harness;
 
-/** A host's conversion of text to a number that throws. */
+/** Replaces a conversion of the server from text to a number. It throws. */
 template <class Conversion>
 struct Throwing;
 template <class Result, class... Arguments>
@@ -27,7 +28,7 @@ class TypedRead : public Cursor_test {
     sql.exec("INSERT INTO t VALUES (1, '01:02:03', 'no number')");
   }
 
-  /** Of SQL, in days since 2000-01-01. */
+  /** The current date by SQL, in days since 2000-01-01. */
   int64_t today() {
     return sql.number("SELECT DATEDIFF(CURDATE(), '2000-01-01')");
   }
@@ -60,7 +61,7 @@ TEST_F(TypedRead, TakesTheDateOfTheCursorsSession) {
   EXPECT_EQ(cursor.read_datetime(1), (day * 86400 + 3723) * 1000000);
   EXPECT_EQ(current_session(), client.get());
   EXPECT_TRUE(is_of_this_thread(client.get()));
-  // Midnight may have passed.
+  // Midnight may have passed during the case.
   EXPECT_GE(day, before - 1);
   EXPECT_LE(day, today());
 }
@@ -112,7 +113,7 @@ TEST_F(TypedRead, OfABatchWarnsInTheWorkersSession) {
   });
 }
 
-// The caller may be C, through which no exception can pass.
+// The caller may be written in C, and an exception cannot pass through C code.
 TEST_F(TypedRead, OfABatchGivesNoValueWhereTheConversionThrows) {
   with_batch([](const Batch &batch) {
     auto *worker = reinterpret_cast<ThreadCtx *>(batch.handle);

@@ -1,7 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Values of numbers, text and other types without a date or a time.
+// Values of numbers, of text and of other types that have neither a date nor a
+// time.
 
 #include <cmath>
 
@@ -49,7 +50,7 @@ TEST_F(Value, Bigint) {
   check("BIGINT", {"-9223372036854775808", "9223372036854775807", "0", "-1"});
 }
 
-// From 2^63 on the integer read gives the same bits as a negative number.
+// From 2^63 on, the integer read gives the negative number with the same bits.
 TEST_F(Value, BigintUnsigned) {
   check("BIGINT UNSIGNED", {"0", "9223372036854775807", "9223372036854775808",
                             "18446744073709551615"});
@@ -61,7 +62,8 @@ TEST_F(Value, BigintUnsigned) {
 TEST_F(Value, DecimalOfAllDigits) {
   const std::string digits = std::string(35, '9') + "." + std::string(30, '9');
   Expected expected;
-  // Beyond the range of integers, which a SQL cast reports as an error only.
+  // For values outside the range of integers, a cast in SQL only gives an
+  // error. The read gives the nearest integer.
   expected.integer =
       "IF(c > 9.3e18, 9223372036854775807,"
       " IF(c < -9.3e18, -9223372036854775808,"
@@ -81,7 +83,8 @@ TEST_F(Value, DecimalWithoutFraction) {
   check("DECIMAL(65,0)", {digits, "-" + digits}, expected);
 }
 
-// Word by word: nine digits each, the fraction filled from its left.
+// Each word holds nine digits. The last word of the fraction is filled up with
+// zeros on its right.
 TEST_F(Value, DecimalWords) {
   store("DECIMAL(12,3) NOT NULL", {"-12345.678"});
   Cursor cursor;
@@ -116,7 +119,7 @@ TEST_F(Value, Float) {
   check("FLOAT", {"0", "0.5", "-0.25", "16777216", "1.5", "2.5", "-2.5"});
 }
 
-// What an integer makes of them is the server's own rule.
+// The server decides which integer such a value becomes.
 TEST_F(Value, FloatExtremes) {
   store("FLOAT NOT NULL", {"3.4028234e38", "-3.4028234e38", "1.17549435e-38"});
   const auto integers =
@@ -271,7 +274,7 @@ TEST_F(Value, LongblobOffThePage) {
   check("LONGBLOB", {"REPEAT(X'0102', 1500000)", "X'03'"}, expected);
 }
 
-// More members than one byte can number.
+// There are more members than one byte can number.
 TEST_F(Value, EnumPast255) {
   std::string members;
   for (int i = 1; i <= 300; ++i)

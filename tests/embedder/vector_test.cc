@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Columns of vectors, on hosts that have the type.
+// Columns of type VECTOR, on servers that have the type.
 
 #include "parallel_test.h"
 
@@ -16,7 +16,7 @@ class VectorColumn : public Parallel_test {
   }
 };
 
-// The largest of them lie outside the row.
+// The largest vectors are stored off the page.
 TEST_F(VectorColumn, ReadsAsTheBytesThatSqlGives) {
   if (!host_has_it()) return;
   sql.exec(

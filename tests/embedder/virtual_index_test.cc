@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // Ranges of indexes with a virtual column, row by row, while another session
-// changes the index's pages. InnoDB then looks each entry up in the clustered
-// index, whose records do not hold the virtual value. SQL sees the same rows:
-// the other session does not commit.
+// changes the pages of the index. InnoDB then looks up each entry in the
+// clustered index, whose records do not hold the virtual value. The other
+// session does not commit, so SQL sees the same rows as the cursor.
 
 #include "cursor_test.h"
 
@@ -31,8 +31,8 @@ class ChangingVirtualIndex : public Cursor_test {
     for (const std::string &statement : statements) other.exec(statement);
   }
 
-  /** Ranges of index k, whose first part is expression, over t's first
-      column. */
+  /** Check ranges of index k, whose first part is the expression, by the ids in
+      the first column of t. */
   void expect_same(const std::string &expression,
                    const std::vector<uint32_t> &read_set, bool index_only) {
     SCOPED_TRACE("columns " + std::to_string(read_set.size()) +
