@@ -264,7 +264,7 @@ TEST_F(Fault, MemoryOfTheStart) {
     }
     if (!fault::has_failed()) ++without;
     expect_nothing_left(n + 1);
-    // It is correct whatever the read managed without.
+    // The next use works, whatever this one managed without.
     EXPECT_TRUE(start_and_scan());
   }
 }

@@ -55,8 +55,7 @@ void Definer::move_away_and_back(const Table &table) {
   put_back();
 }
 
-// Repeats the statement until it succeeds, because a table must not stay away.
-// At a shutdown it may.
+// Tries many times, because a table must not stay away. At a shutdown it may.
 void Definer::put_back() {
   for (int i = 0; i < 20; ++i) {
     // A shutdown waits for this loop, and a client may hold the table until the

@@ -176,7 +176,8 @@ void Reader::read_once() {
   const Delivery delivery = read.read();
   finish_fate();
   const bool killed = read.was_killed();
-  // A partition may be exchanged without an error for a later read.
+  // Once the cursor is closed, a partition may be exchanged, and the donor's
+  // statement then reads other rows without an error.
   const bool asks_open = plan.table->is_partitioned || random_.once_in(2);
   if (!asks_first && asks_open && !ask(plan)) return;
   read.close();
