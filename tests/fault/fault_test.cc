@@ -177,8 +177,8 @@ class Fault : public Cursor_test {
   }
 
   /** Let a later allocation fail each time, until a use makes fewer allocations
-      than that. Needs this several times, because with threads the number of
-      allocations varies. */
+      than that. This must happen several times, because with threads the number
+      of allocations varies. */
   void fail_each(const char *name, Use use) {
     size_t n = 0, failures = 0, without = 0;
     for (; without < 3 && !HasFatalFailure(); ++n) {
