@@ -46,7 +46,8 @@ bool position_on_leaf(page_cur_t *cursor, const dtuple_t *key, bool include);
     go on to the leaves that follow.
     @param key  null: go to the first record below the page
     @param[out] savepoints  the latched pages of the path, the leaf last
-    @return after the last record of its page if there is no such record */
+    @return a cursor on that record; if there is none, after the last record of
+    a page */
 [[nodiscard]] page_cur_t start_of_range(const Index_tree &tree,
                                         page_no_t page_no, mtr_t *mtr,
                                         const dtuple_t *key, bool include,

@@ -104,7 +104,7 @@ class Read_plan {
   const bool indexonly_scan;  // the scanned index supplies every column
   const bool is_compact;      // the format of the records
   const Judgement judgement;
-  /** The host's state for converting rows and keys. Its template has the
+  /** InnoDB's state for converting rows and keys. Its template has the
       columns that are read or written, in the table's order. */
   const std::unique_ptr<row_prebuilt_t, Free_prebuilt> prebuilt;
   /** The template's columns that callers read. */

@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // record_layout: prepares the search for fields in the records of an index.
-// In: an index and the wanted fields. Out: for each version of its
-// records a step for each field up to the last wanted one. Threads: the
-// caller's; read only afterwards.
+// In: an index and the wanted fields. Out: for each version of its records a
+// step for each field up to the last wanted one. Threads: the caller's; read
+// only afterwards.
 
 #include "innodb_api/record_layout.h"
 
