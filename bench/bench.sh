@@ -8,8 +8,8 @@
 # DOCS=1  writes the figures to docs/performance.md and .svg as well
 # KEEP=1  keeps the server's folder, and uses it if it is there
 #
-# Exit status 0: everything was measured, whatever the figures; 1: two contenders
-# that read the same rows got different results.
+# Exit status 0: everything was measured, whatever the figures; 1: two
+# contenders that read the same rows got different results.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
