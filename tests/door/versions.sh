@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # versions.sh HOST_SH VERSION_H SCRATCH: checks which MySQL versions the code is
-# built for. host/version.h, run through the preprocessor, and tools/host.sh must
-# give the same answers. Prints what is wrong.
+# built for. host/version.h, run through the preprocessor, and tools/host.sh
+# must give the same answers. Prints what is wrong.
 set -euo pipefail
 host_sh=$1
 version_h=$2

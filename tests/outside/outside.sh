@@ -42,8 +42,8 @@ by_package() {
   cmake --build "$dir/by_package/cmake"
 }
 
-# Prints the words that decide how code is compiled, one a line. It leaves out the
-# compiler, the source and the folder of the public header, which differ.
+# Prints the words that decide how code is compiled, one a line. It leaves out
+# the compiler, the source and the folder of the public header, which differ.
 deciding_words() {
   tr -s ' ' '\n' | grep -E '^(-D|-std|-f|-m|/)' | grep -vxF "${CXX:-g++}" |
     grep -v "^$dir/" | sort -u
