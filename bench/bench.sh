@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Measures this system beside what a user would use instead, in a private server
-# of its own; the server and its tables (about 1 GB) go afterwards.
+# Compares the plug-in with what a user would use instead, in a private server.
+# The server and its tables (about 1 GB) are deleted afterwards.
 #
 # BUILD   the build folder (default: build); results go to $BUILD/bench:
 #         figures.txt, results.json, figures.svg
@@ -8,8 +8,8 @@
 # DOCS=1  writes the figures to docs/performance.md and .svg as well
 # KEEP=1  keeps the server's folder, and uses it if it is there
 #
-# Exit status 0: everything was measured, whatever the figures; 1: contenders
-# that read the same found something else.
+# Exit status 0: everything was measured, whatever the figures; 1: two
+# contenders that read the same rows got different results.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -27,7 +27,7 @@ die() {
 
 server() { "$repo/tools/server.sh" "$1" --run "$run" "${@:2}"; }
 
-# What debugging and instrumentation cost is nobody's figure.
+# A debug or instrumented build would measure the cost of its checks.
 need_release() {
   grep -q '\[NDEBUG\]' "$build/host/host.cmake" ||
     die "the host is a debug build: figures come from release builds only"
@@ -38,7 +38,7 @@ need_release() {
     die "$build/cmake is no release build"
 }
 
-# Everything lies in memory, and nothing is written while something is measured.
+# All tables are in memory, and nothing is written during a measurement.
 start_server() {
   server start -- --innodb-buffer-pool-size=2G \
     --loose-innodb-redo-log-capacity=2G \

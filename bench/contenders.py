@@ -15,7 +15,7 @@ AGGREGATES = {
     "string": "SUM(LENGTH({0}))",
 }
 
-# The latest dates and datetimes, as the reads inside the server give them.
+# Writes the latest dates and datetimes as the reads inside the server do.
 SINCE_2000 = {
     "date": "DATEDIFF({0}, '2000-01-01')",
     "datetime": "TIMESTAMPDIFF(MICROSECOND, '2000-01-01', {0})",
@@ -36,7 +36,7 @@ class Contender:
 
     def __init__(self, name, threads=1, reads=1):
         self.name, self.threads = name, threads
-        self.reads = reads  # of which a run's time is the sum
+        self.reads = reads  # the number of reads in a run's time
 
     def measure(self, client):
         """The sample and its facts."""

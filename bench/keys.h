@@ -14,7 +14,7 @@
 
 namespace bench {
 
-/** The n-th of them, from 1 to rows: splitmix64 of n. */
+/** The n-th key, from 1 to rows: splitmix64 of n. */
 inline int64_t nth_key(uint64_t n, uint64_t rows) {
   uint64_t z = (n + 1) * 0x9e3779b97f4a7c15u;
   z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;

@@ -4,7 +4,7 @@ from lines import ALL, BIG, THREADS
 
 ROWS_OF_BATCH = 4096
 PAGE = 16 * 1024
-HEAP_BLOCK = 8000  # of InnoDB's heaps; a value lies in one block
+HEAP_BLOCK = 8000  # block size of InnoDB's heaps; a value lies in one block
 MEGABYTE = 1 << 20
 
 READS = [("lineitem", ALL, None), ("big_rows", BIG, "body")]

@@ -10,7 +10,7 @@ import time
 
 from client import Client
 
-CHUNK = 5000  # updates of a call, at most
+CHUNK = 5000  # the most updates in one call
 LEFT = 100  # transactions in the history when purge has ended
 
 PROCEDURE = """
@@ -190,7 +190,7 @@ def main():
     fresh = Donor(options, control.inside)
     writing = Writing(control, options.rows, options.rate)
     print_row(COLUMNS)
-    old.read()  # from here on all pages are in memory
+    old.read()  # after this read all pages are in memory
     report(control, 0, [old, fresh])
     for step in steps():
         writing.run_until(step, options.seconds)

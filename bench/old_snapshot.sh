@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Measures what a long snapshot costs, in a private server of its own that goes
-# afterwards: a session keeps its snapshot while another one updates rows, and
-# the table is read under the old snapshot and under a fresh one.
+# Measures what a long snapshot costs, in a private server that is deleted
+# afterwards. A session keeps its snapshot while another one updates rows. The
+# table is read under the old snapshot and under a fresh one.
 #
 # BUILD    the build folder (default: build); the figures go to
 #          $BUILD/old_snapshot/figures.txt as well
@@ -39,9 +39,9 @@ mkdir -p "$folder"
 trap 'exit 130' INT
 trap 'exit 143' TERM HUP
 trap finish EXIT
-# Memory and disk are not to be what ends the writing. By default the history
-# that purge is done with is taken out of the list, and out of the figure, only
-# once in 128 times.
+# Neither memory nor disk may end the writing. By default purge removes the
+# history that it has finished from the list, and so from the figure, only once
+# in 128 rounds.
 server start -- --innodb-buffer-pool-size="${POOL:-1G}" \
   --loose-innodb-redo-log-capacity=1G \
   --innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF \

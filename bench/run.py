@@ -21,7 +21,7 @@ import tables
 from client import Client
 from measure import Comparison, run_group
 
-QUIET = 0.1  # cores that others may keep busy
+QUIET = 0.1  # the cores that other processes may keep busy
 
 # The contenders whose time is sampled, by group.
 SAMPLED = [

@@ -18,8 +18,8 @@ ROWS = {
 WIDE_TYPES = ["INT NOT NULL", "SMALLINT NULL", "TINYINT NOT NULL", "INT NULL"]
 WIDE_COLUMNS = [(f"c{i:02}", WIDE_TYPES[i % 4]) for i in range(1, 51)]
 
-# Of n, the row's number, and h, a number that is spread evenly and repeats for
-# each n.
+# Expressions of n, the row's number, and of h, a hash of n: evenly spread and
+# always the same for one n.
 LINEITEM = """
 n, n DIV 4 + 1, h % 200000, h DIV 7 % 10007, n % 7 + 1,
 (h % 5000) / 100, (h DIV 3 % 10000000) / 100,
@@ -63,8 +63,8 @@ DEFINITIONS = {
         w BIGINT NOT NULL, s VARCHAR(30) NOT NULL""",
         "n, h % 1000003, h * 31, LEFT(SHA2(n, 256), 8 + h % 20)",
     ),
-    # Rows come in no order of their keys, so its pages are as full as random
-    # insertions leave them.
+    # Rows are not inserted in the order of their keys, so its pages are as full
+    # as random insertions leave them.
     "uuid_key": (
         """id BINARY(16) NOT NULL PRIMARY KEY, v INT NOT NULL,
         w BIGINT NOT NULL, s VARCHAR(30) NOT NULL""",
@@ -86,7 +86,8 @@ DEFINITIONS = {
     ),
 }
 
-# Made after the rows, as narrow and dense as the server makes it.
+# The indexes are made after the rows, so their pages are as full as the server
+# makes them.
 INDEXES = ["ALTER TABLE indexed ADD INDEX by_v (v)"]
 
 

@@ -60,7 +60,8 @@ class Crc32 {
   uint32_t state_ = 0xffffffffu;
 };
 
-/** A column's value as text, and as what it adds to the column's sum. */
+/** A column's value as text, and the amount that it adds to the column's sum.
+ */
 struct Value {
   bool null;
   std::string text;
@@ -122,10 +123,10 @@ Read_function read_named(const std::string &type) {
   return nullptr;
 }
 
-/** Takes rows and answers with what SQL can compute as well. */
+/** Takes rows and computes figures that SQL can compute as well. */
 class Digest {
  public:
-  /** "name type,name type"; false: a type that there is no read for. */
+  /** Parse "name type,name type". @return false for a type without a read */
   bool set_columns(const std::string &list, std::vector<std::string> *names) {
     for (const auto &[name, type] : example::columns_of(list)) {
       names->push_back(name);

@@ -31,7 +31,7 @@ struct Slot {
 };
 
 Int128 amount_of(const morvena_sn::Decimal &decimal) {
-  // Sums of longer ones may not fit into 128 bits.
+  // The sum of longer decimals may not fit into 128 bits.
   if (decimal.integer_words() <= 3)
     if (const auto billionths = decimal.scaled(9)) return *billionths;
   throw Error(ER_DATA_OUT_OF_RANGE, "a decimal too long to sum up");
@@ -64,8 +64,9 @@ Sums sum_up(Reader &reader, const Parallel_read &read,
   morvena_sn::Per_worker<Slot> slots(read.threads, {0, zeros});
   std::atomic<uint64_t> taken{0};  // rows of all workers
 
-  // Workers are in here side by side. They must not wait: each keeps a page of
-  // the index latched. What is thrown ends the read and reaches the caller.
+  // Several workers run this at the same time. They must not wait: each keeps a
+  // page of the index latched. An exception ends the read and reaches the
+  // caller.
   const auto take = [&](const Batch &batch) {
     if (reading.must_stop())
       throw Error(ER_SERVER_SHUTDOWN, "the server shuts down");
@@ -81,7 +82,7 @@ Sums sum_up(Reader &reader, const Parallel_read &read,
 
   Sums sums{0, false, zeros};
   sums.stopped = !reader.read_in_parallel(read.threads, take);
-  // The end of the read orders the workers' writes before this.
+  // The read has ended, so the workers' writes are visible here.
   slots.for_each([&](const Slot &slot) {
     sums.rows += slot.rows;
     for (size_t i = 0; i < zeros.size(); ++i) sums.totals[i] += slot.totals[i];

@@ -14,7 +14,7 @@
 /** The rows of an open cursor whose column has a value. */
 static void add_rows(uintptr_t cursor, unsigned int column, long long *sum,
                      uint64_t *count) {
-  /* Both say in their own way whether there is a row: cursor.h. */
+  /* Each reports in its own way whether there is a row: see cursor.h. */
   while (!cursor_advance(cursor)) {
     long long value;
     if (cursor_read_field_int(cursor, column, &value)) continue; /* NULL */

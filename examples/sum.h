@@ -15,7 +15,8 @@
 extern "C" {
 #endif
 
-/** What to read. The bounds are text of the index's first key part. */
+/** What to read. The bounds are values of the index's first key part, as text.
+ */
 struct example_sum_read {
   const char *db, *table, *index, *column;
   const char *low, *high; /**< included; null: unbounded */

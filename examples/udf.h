@@ -39,14 +39,14 @@ inline bool take_texts(UDF_INIT *init, UDF_ARGS *args, unsigned int count,
   return false;
 }
 
-/** None for SQL's NULL. */
+/** @return the argument; empty if it is NULL */
 inline std::optional<std::string> text_of(const UDF_ARGS *args,
                                           unsigned int i) {
   if (args->args[i] == nullptr) return std::nullopt;
   return std::string(args->args[i], args->lengths[i]);
 }
 
-/** "name type,name type" as pairs; a type that is missing is empty. */
+/** Split "name type,name type" into pairs; a missing type becomes empty. */
 inline std::vector<std::pair<std::string, std::string>> columns_of(
     const std::string &list) {
   std::vector<std::pair<std::string, std::string>> columns;
@@ -59,7 +59,7 @@ inline std::vector<std::pair<std::string, std::string>> columns_of(
   return columns;
 }
 
-/** For a function that answers with a text of some length, kept in `init`. */
+/** For a function that returns a text of some length, which `init` keeps. */
 inline void make_text(UDF_INIT *init) {
   init->max_length = 65535;
   init->ptr = reinterpret_cast<char *>(new std::string);

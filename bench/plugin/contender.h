@@ -3,10 +3,10 @@
 
 /**
   @file contender.h
-  The contenders that run inside the server. Each makes the same of the columns
-  that it reads: integers and decimals are summed up, of dates and datetimes the
-  latest is kept, of strings the bytes are counted. That is what SQL is asked
-  for as well.
+  The contenders that run inside the server. Each does the same with the columns
+  that it reads: it adds up integers and decimals, keeps the latest date and
+  datetime, and counts the bytes of strings. The SQL contenders compute the
+  same.
 
   Each throws std::runtime_error when it cannot be run.
 */
@@ -63,25 +63,25 @@ class Watch {
   const clock::time_point start_ = clock::now();
 };
 
-/** This system: the whole table or index by several threads, its opening and
-    closing included. */
+/** The plug-in: the whole table or index by several threads, including opening
+    and closing the cursor. */
 Answer parallel_read(const Request &request);
 
-/** The same with the cursor open: the read alone. */
+/** The same with an open cursor: only the read. */
 Answer parallel_read_alone(const Request &request);
 
-/** This system: a range of the index, row by row, the opening and closing
-    included. */
+/** The plug-in: a range of the index, row by row, including opening and closing
+    the cursor. */
 Answer cursor_range(const Request &request);
 
-/** This system: point reads through one cursor. */
+/** The plug-in: point reads through one cursor. */
 Answer cursor_points(const Request &request);
 
-/** This system: point reads, each with a cursor of its own. */
+/** The plug-in: point reads, each with a cursor of its own. */
 Answer cursor_openings(const Request &request);
 
-/** How much memory one parallel read takes; the totals are, in bytes, the most
-    that was allocated, the growth of the process, and a row. */
+/** The memory of one parallel read. The totals are, in bytes: the most that was
+    allocated, the growth of the process, and the size of a row. */
 Answer parallel_memory(const Request &request);
 
 /** The server's handler: a range of an index row by row, or the whole table. */
@@ -90,8 +90,8 @@ Answer handler_loop(const Request &request);
 /** The server's handler: its own parallel scan, which converts whole rows. */
 Answer handler_parallel_scan(const Request &request);
 
-/** The floor: every byte of the index's leaf pages once. The totals are the
-    pages and their bytes. */
+/** The floor: reads every byte of the index's leaf pages once. The totals are
+    the pages and their bytes. */
 Answer touch_pages(const Request &request);
 
 }  // namespace bench

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// This system's index cursor, one row by its key at a time: through one cursor,
-// and with a cursor for each row.
+// The plug-in's index cursor reads one row at a time by its key: through one
+// cursor, or through a cursor for each row.
 
 #include "../keys.h"
 #include "contender.h"

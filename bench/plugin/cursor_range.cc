@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// This system's index cursor over a long range.
+// The plug-in's index cursor reads a long range.
 
 #include "contender.h"
 #include "cursors.h"

@@ -3,7 +3,7 @@
 
 /**
   @file cursors.h
-  Cursors of this system, as the contenders use them.
+  Opens the plug-in's cursors for the contenders.
 */
 
 #ifndef MORVENA_SN_BENCH_CURSORS_H

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The floor: what no read of an index can be faster than. Its leaf pages are
-// latched one after the other, and every byte of them is looked at once.
+// The floor: no read of an index can be faster than this. It latches the leaf
+// pages one after the other, and looks at every byte of them once.
 
 #include <atomic>
 #include <thread>
@@ -117,7 +117,7 @@ Answer touch_pages(const Request &request) {
   for (std::thread &thread : threads) thread.join();
   host::s_unlock(latch, 1);
   answer.ns = watch.ns();
-  // The sum is shown too: a loop whose result nobody asks for can be left out.
+  // Show the sum too: a compiler may remove a loop whose result is not used.
   answer.totals = {std::to_string(pages.size()),
                    std::to_string(pages.size() * page_size.logical()),
                    std::to_string(sum)};

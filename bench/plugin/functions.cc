@@ -101,7 +101,8 @@ std::string text_of(const Answer &answer) {
   return text;
 }
 
-// Not on the client's thread: cursors take over the thread's session.
+// Runs on another thread than the client's, because cursors replace the
+// thread's session.
 std::string run_on_own_thread(const std::string &name,
                               const std::string &words) {
   try {

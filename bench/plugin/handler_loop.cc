@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The server's own handler, row by row: as its executor reads a range of an
-// index, or a whole table.
+// Calls the server's table handler row by row, as the executor does to read a
+// range of an index or a whole table.
 
 #include "contender.h"
 #include "table_session.h"
@@ -12,8 +12,8 @@ namespace bench {
 
 namespace {
 
-// The executor tells InnoDB how many rows to expect; so many make it use the
-// largest buffer for rows fetched ahead.
+// The executor tells InnoDB how many rows to expect. With this number InnoDB
+// uses its largest buffer for rows that it fetches ahead.
 constexpr double rows_expected = 1e6;
 
 uint index_named(const TABLE *table, const std::string &name) {
@@ -47,7 +47,7 @@ void read_range(const Request &request, TABLE *table,
   const uint index = index_named(table, request.index);
   const Key_image low(table, index, request.low, HA_READ_KEY_OR_NEXT);
   const Key_image high(table, index, request.high, HA_READ_AFTER_KEY);
-  // The handler compares it with the end of the range.
+  // The handler compares this column with the end of the range, so it is read.
   bitmap_set_bit(table->read_set,
                  table->key_info[index].key_part->field->field_index());
   if (request.index_only) table->set_keyread(true);

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The server's own parallel scan, as its handler offers it. It converts every
-// column of every row, whatever is read of them.
+// Calls the parallel scan of the server's table handler. It converts every
+// column of every row, even those that nobody reads.
 
 #include <memory>
 
@@ -14,7 +14,7 @@ namespace bench {
 
 namespace {
 
-/** What one of the scan's threads reads, with Field objects of its own. */
+/** The values that one thread of the scan reads, with its own Field objects. */
 struct alignas(128) Scan_slot {
   Scan_slot(TABLE *table, const std::vector<uint32_t> &used,
             const std::vector<Column> &columns)
@@ -28,7 +28,7 @@ struct alignas(128) Scan_slot {
     }
   }
 
-  // The scan's threads have no session; values of some types ask for one.
+  // The scan's threads have no session, but values of some types need one.
   bool start(size_t bytes_of_row) {
     row_bytes = bytes_of_row;
     session = CommonApi::create_thd();
@@ -62,8 +62,8 @@ struct alignas(128) Scan_slot {
   Totals totals;
 };
 
-// Hosts differ: the later ones take the number of threads, the others have it
-// from the session's innodb_parallel_read_threads alone.
+// Later servers take the number of threads as an argument. Earlier ones use the
+// session's innodb_parallel_read_threads only.
 template <class Handler>
 auto init_scan(Handler *file, void *&scan, size_t *threads, int)
     -> decltype(file->parallel_scan_init(scan, threads, false, *threads)) {

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// The memory of one parallel read, looked at from inside its callback.
+// Measures the memory of one parallel read, from inside its callback.
 
 #include <dlfcn.h>
 #include <malloc.h>
@@ -20,8 +20,9 @@ namespace bench {
 
 namespace {
 
-/** What the process has allocated and not freed. The server may bring another
-    allocator than the C library's; tcmalloc has a function that tells. */
+/** The bytes that the process has allocated and not freed. The server may use
+    tcmalloc instead of the C library's allocator; tcmalloc has a function that
+    returns this number. */
 int64_t allocated_bytes() {
   using Property = int (*)(const char *, size_t *);
   static const auto property = reinterpret_cast<Property>(

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// This system's parallel read: every value is read and used in the callback.
+// The plug-in's parallel read: the callback reads and uses every value.
 
 #include "contender.h"
 #include "cursors.h"

@@ -43,8 +43,8 @@ class Table_session {
   TABLE *table_ = nullptr;
 };
 
-/** Values as the server's Field objects give them, dates and datetimes in the
-    form that this system gives: so that both sides do the same work. */
+/** Values as the server's Field objects give them. Dates and datetimes have the
+    form that the plug-in gives, so that both sides do the same work. */
 class Field_row {
  public:
   explicit Field_row(Field *const *fields) : fields_(fields) {}

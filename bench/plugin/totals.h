@@ -3,7 +3,7 @@
 
 /**
   @file totals.h
-  What the contenders make of the values that they read.
+  What the contenders compute from the values that they read.
 
   A row is a type with a get<T>(), as those of cursor.hpp have it.
 */
@@ -23,7 +23,8 @@
 
 namespace bench {
 
-/** Calls f with the type as a constant: so that loops over rows do not ask. */
+/** Calls f with the type as a constant, so that loops over rows do not test it.
+ */
 template <class F>
 inline void with_type(Type type, F f) {
   switch (type) {
@@ -77,7 +78,7 @@ class Totals {
       });
   }
 
-  /** Column i of so many rows; row_of(nr) is the nr-th. */
+  /** Adds column i of the given number of rows; row_of(nr) is the nr-th row. */
   template <class Row_of>
   void add_column_of(size_t i, uint32_t field, uint32_t rows, Row_of row_of) {
     with_type(types_[i], [&](auto type) {

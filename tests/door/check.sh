@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# check.sh CHECK CSHIM MODULE: what holds for the sources in CSHIM and for the
-# shared object MODULE. Prints what is wrong.
+# check.sh CHECK CSHIM MODULE: checks the sources in CSHIM or the shared object
+# MODULE. Prints what is wrong.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 cshim=$2
@@ -20,7 +20,7 @@ exports_every_symbol() {
   [[ -z $missing ]] || { echo "not exported: $missing"; return 1; }
 }
 
-# Each C symbol of the module that is a function is declared, and the reverse.
+# Each C function that the shared object exports is declared, and the reverse.
 header_and_module_agree() {
   diff <(declared) <(nm -D --defined-only "$module" |
     awk '$2 == "T" && $3 ~ /^[a-z]/ { print $3 }' | sort)
@@ -44,7 +44,7 @@ door_needs_no_host_header() {
   found=$(
     grep -nE '^#include ' "$cshim/cursor.h" "$cshim/temporal.h" |
       grep -vE '<(cstddef|cstdint|stdbool\.h|stddef\.h|stdint\.h)>'
-    # Of the C++ headers those for plug-ins and sessions alone need the server.
+    # Among the C++ headers, only those for plug-ins and sessions need a server.
     grep -nE '^#include ' "$cshim"/cursor{,_batch,_error,_range,_reader,_value}.hpp |
       grep -vE '<[a-z_]+>|"cursor(_[a-z]+)?\.hp*"' || true
     grep -nE '"cursor_(session|plugin)\.hpp"' "$cshim"/cursor{,_batch,_error,_range,_reader,_value}.hpp

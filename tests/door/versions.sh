@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# versions.sh HOST_SH VERSION_H SCRATCH: which MySQL versions the code is built
-# for, and what it says of them. The preprocessor on host/version.h and
-# tools/host.sh are asked the same. Prints what is wrong.
+# versions.sh HOST_SH VERSION_H SCRATCH: checks which MySQL versions the code is
+# built for. host/version.h, run through the preprocessor, and tools/host.sh
+# must give the same answers. Prints what is wrong.
 set -euo pipefail
 host_sh=$1
 version_h=$2
@@ -60,7 +60,7 @@ by_preprocessor() {
     >"$scratch/mysql_version.h"
   if ! text=$(printf '#include "%s"\nHOST_VERSION_REMARK\n' "$version_h" |
     "${CXX:-g++}" -E -P -x c++ -I "$scratch" - 2>"$scratch/error"); then
-    # For its own reason, not for a fault of the preprocessor's.
+    # It must refuse for its own reason, not because the preprocessor fails.
     grep -q '#error "morvena_sn: ' "$scratch/error" && echo refused
     return
   fi

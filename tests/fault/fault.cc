@@ -27,7 +27,7 @@ std::atomic<size_t> refused{0};
 std::mutex places_mutex;
 std::set<const void *> failed_places;  // under places_mutex
 
-// @return whether this allocation is the one
+// @return whether this allocation is the one that fails
 bool fails(const void *place) {
   if (!armed || --allocations_left != 0) return false;
   failed = true;
@@ -79,8 +79,8 @@ bool take_thread() {
 
 }  // namespace fault
 
-// The linker's --wrap: calls of NAME come to __wrap_NAME, and those of
-// __real_NAME go where NAME is. NAME is the mangled one.
+// The linker's option --wrap=NAME sends calls of NAME to __wrap_NAME, and calls
+// of __real_NAME to the real NAME. NAME is a mangled name.
 extern "C" {
 
 void *__real__Znwm(size_t bytes);

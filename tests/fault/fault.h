@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 /**
   @file fault.h
-  Memory and threads that run out when a case says so. The plug-in of these
-  cases holds the code under test itself; its linker sends each allocation and
-  each start of a thread by here.
+  Memory and threads that run out when a case says so. The code under test is
+  linked into the plug-in of these cases, and the linker sends each allocation
+  and each start of a thread through the functions of fault.cc.
 */
 
 #ifndef MORVENA_SN_TESTS_FAULT_H
@@ -14,8 +14,7 @@
 
 namespace fault {
 
-/** From its making to its end the n-th allocation of any thread fails, the
-    first being 1. */
+/** While it lives the n-th allocation of any thread fails; the first is 1. */
 class Failing_allocation {
  public:
   explicit Failing_allocation(size_t n);
@@ -24,12 +23,12 @@ class Failing_allocation {
   Failing_allocation &operator=(const Failing_allocation &) = delete;
 };
 
-/** Whether there were so many allocations that one failed. */
+/** Whether there were n allocations, so that one failed. */
 bool has_failed();
-/** How many places in the code have failed, of all cases. */
+/** The number of places in the code that have failed, over all cases. */
 size_t places();
 
-/** From its making to its end no thread starts after the first n. */
+/** While it lives no thread starts after the first n. */
 class Failing_threads {
  public:
   explicit Failing_threads(size_t n);

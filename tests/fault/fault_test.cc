@@ -1,9 +1,10 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
-// Each allocation of ours fails in turn, and the starts of threads: the call in
-// hand ends in its failure result or does without, nothing is left open, and
-// the next one works. Memory of the server's own (its heaps, its sessions'
-// roots) is not ours to fail: for most of it the server ends itself.
+// Each of our allocations fails in turn, and so does each start of a thread.
+// The call that is under way returns its failure result or manages without,
+// nothing is left open, and the next call works. Allocations of the server (its
+// heaps, the memory roots of its sessions) do not fail here: for most of them
+// the server would abort.
 
 #include "fault.h"
 
@@ -24,8 +25,8 @@ using namespace harness;
 
 constexpr uint64_t n_rows = 6000;
 
-/** One use of the system, beginning and end included. Allocates nothing of the
-    case's own. @return whether all of it went well */
+/** One use of the plug-in, from its start to its end. The case itself allocates
+    nothing in it. @return whether all of it went well */
 using Use = bool (*)();
 
 struct Sum {
@@ -175,12 +176,13 @@ class Fault : public Cursor_test {
     ASSERT_EQ(metadata_locks(), 0) << "allocation " << n;
   }
 
-  /** Until a use makes fewer allocations than were counted to, some times over:
-      with threads their number varies. */
+  /** Let a later allocation fail each time, until a use makes fewer allocations
+      than that. This must happen several times, because with threads the number
+      of allocations varies. */
   void fail_each(const char *name, Use use) {
     size_t n = 0, failures = 0, without = 0;
     for (; without < 3 && !HasFatalFailure(); ++n) {
-      // A new session each time.
+      // Each use makes a new session.
       CommonApi::destroy_idle_sessions();
       bool well;
       {
@@ -262,13 +264,13 @@ TEST_F(Fault, MemoryOfTheStart) {
     }
     if (!fault::has_failed()) ++without;
     expect_nothing_left(n + 1);
-    // Whatever was done without.
+    // The next use works, whatever this one managed without.
     EXPECT_TRUE(start_and_scan());
   }
 }
 
 TEST_F(Fault, MemoryOfARegistration) {
-  // Of all runs in a server: the function stays registered.
+  // Static for all runs in a server, because the function stays registered.
   static size_t failures = 0;
   for (size_t n = 1; n == 1 || fault::has_failed(); ++n) {
     const fault::Failing_allocation failing(n);
@@ -288,7 +290,8 @@ TEST_F(Fault, ThePoolHasFewerThreads) {
     EXPECT_EQ(ThreadPool::get_instance()->n_idle(), started);
     EXPECT_TRUE(scan(0));
     EXPECT_TRUE(scan(1));
-    // Complete or failed: that depends on how soon a thread is free again.
+    // The read completes or fails, depending on how soon a thread is free
+    // again.
     const bool complete = scan(4);
     EXPECT_FALSE(complete && started == 0);
     expect_nothing_left(0);

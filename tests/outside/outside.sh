@@ -12,14 +12,14 @@ project=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/project
 command=$1
 dir=$2
 
-# An empty folder with the project's files.
+# Makes a fresh folder that has only the project's files.
 copy_project() {
   rm -rf "$1"
   mkdir -p "$1"
   cp "$project"/* "$1"
 }
 
-# BUILD is the folder of the sanitized build already.
+# BUILD already names the folder of the sanitized build.
 print_flags() {
   env -u MAKEFLAGS -u MAKELEVEL -u SANITIZE make -s -C "$repo" "$1" "BUILD=$BUILD"
 }
@@ -42,8 +42,8 @@ by_package() {
   cmake --build "$dir/by_package/cmake"
 }
 
-# The words that decide how code is compiled, one in a line: not the compiler, not
-# the source, and not the folder of the public header, which is each way's own.
+# Prints the words that decide how code is compiled, one a line. It leaves out
+# the compiler, the source and the folder of the public header, which differ.
 deciding_words() {
   tr -s ' ' '\n' | grep -E '^(-D|-std|-f|-m|/)' | grep -vxF "${CXX:-g++}" |
     grep -v "^$dir/" | sort -u
@@ -116,7 +116,7 @@ reads_with() {
   start
   use
   stop
-  # The server loads both again, in an order of its own.
+  # The server loads both again, in any order.
   start
   expect 'rows after a restart' "$(sql "$run" "SELECT outside_rows('db', 't')")" 3
   expect 'status variables after a restart' "$(status_variables)" 1

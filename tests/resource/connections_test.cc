@@ -1,8 +1,9 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// A server that takes few connections. Sessions of cursors and of workers are
-// none: they open where no client is let in, and keep none out.
+// A server that takes few connections. Sessions of cursors and workers do not
+// count as connections: they open when no client can connect, and they do not
+// keep a client from connecting.
 
 #include <memory>
 #include <stdexcept>
@@ -31,7 +32,7 @@ class Connections : public Parallel_test {
         " variable_name = 'Threads_connected'");
   }
 
-  /** Connect until the server refuses. @return its words */
+  /** Connect until the server refuses. @return the server's message */
   std::string take_all() {
     for (int64_t i = 0; i <= allowed_; ++i) {
       try {
@@ -60,7 +61,8 @@ TEST_F(Connections, CursorsAreNone) {
   open_more();
   EXPECT_EQ(connected(), before);
   EXPECT_EQ(take_all(), "cannot connect: Too many connections");
-  // One more than allowed: the account may look after the server.
+  // The server lets in one more than allowed, because the account may
+  // administer it.
   EXPECT_EQ(connected(), allowed_ + 1);
   open_more();
   for (const auto &cursor : cursors) EXPECT_EQ(cursor->ints(0), expected_);

@@ -24,7 +24,7 @@ class Encryption : public Parallel_test {
               1);
   }
 
-  /** Whether the word stands in the table's file once all is on disk. */
+  /** Whether the table's file contains the word, when all is on disk. */
   bool file_shows_it() {
     sql.exec("FLUSH TABLES t FOR EXPORT");
     std::ifstream file(sql.text("SELECT CONCAT(@@datadir, 'db/t.ibd')"));

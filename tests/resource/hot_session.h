@@ -3,8 +3,8 @@
 
 /**
   @file hot_session.h
-  A session that reads the small table hot every few milliseconds, and what a
-  big read beside it costs it.
+  A session that reads the small table "hot" every few milliseconds, and
+  measures how much a big read slows it down.
 */
 
 #ifndef MORVENA_SN_TESTS_HOT_SESSION_H
@@ -34,7 +34,7 @@ class Hot_session {
     double longest = 0;  // ms
   };
 
-  /** Those since the last call. */
+  /** The figures since the last call. */
   Figures take();
 
  private:

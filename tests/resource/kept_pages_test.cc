@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: GPL-2.0-only
 
 // Each worker keeps a leaf page while its callback runs, and while it waits for
-// the next one. Workers whose pages filled the buffer pool would wait for each
-// other without end, so it has to have several pages for each.
+// the next page. If the pages of the workers filled the buffer pool, the
+// workers would wait for each other without end. So the pool must have several
+// pages for each worker.
 
 #include <atomic>
 #include <chrono>
@@ -22,11 +23,12 @@ using namespace harness;
 using std::chrono::seconds;
 
 constexpr size_t n_threads = ThreadBudget::MAX_THREADS;
-// Eight leaves make a batch; each worker's first one is to end inside a page.
+// A batch has the rows of about eight leaves. The first batch of each worker
+// must end inside a page.
 constexpr size_t n_rows = 1400000;
 constexpr size_t rows_per_statement = 100000;
 
-/** Keeps callbacks until n of them are there, for some seconds at most. */
+/** Holds callbacks back until n of them have come, or some seconds are over. */
 class Gate {
  public:
   explicit Gate(size_t n) : wanted_(n) {}
@@ -50,7 +52,7 @@ class Gate {
 };
 
 /** Keeps the pool's threads busy, so that each worker of a read gets a thread
-    of its own: else many would wait for the few. */
+    of its own. Otherwise many workers would wait for a few threads. */
 class Busy_pool {
  public:
   Busy_pool() {

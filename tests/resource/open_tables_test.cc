@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// A server that may open few tables and few files at a time: cursors beyond
-// either open and read exactly, or say why they do not open.
+// A server that may open few tables and few files at a time. Cursors beyond
+// these limits either open and read exactly, or report why they do not open.
 
 #include <unistd.h>
 
@@ -44,7 +44,7 @@ std::set<std::string> redo_files() {
   return names;
 }
 
-/** Takes every file that the process may open yet. */
+/** Opens every file that the process may still open. */
 class All_files {
  public:
   All_files() {

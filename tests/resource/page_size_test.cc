@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Pages of every size: rows, keys and large values are those of SQL.
+// With every page size, a read gives the rows, keys and large values of SQL.
 
 #include <algorithm>
 
@@ -55,7 +55,7 @@ class Page_size : public Parallel_test {
     expect_range({.index = "k", .index_only = true},
                  {Keys().number(100), Keys().number(900)}, {1, 2, 0},
                  "SELECT a, b, id FROM t WHERE a BETWEEN 100 AND 900",
-                 // Of 64 KB it is one.
+                 // With pages of 64 KB it is a single page.
                  Workers::any);
     for (const char *index : {"PRIMARY", "k"}) {
       SCOPED_TRACE(index);
@@ -84,7 +84,7 @@ TEST_F(PageSize8k, ReadsAreThoseOfSql) {
   check(8192, {"REDUNDANT", "DYNAMIC", "COMPRESSED KEY_BLOCK_SIZE = 4"});
 }
 
-// There is no compression of larger pages.
+// InnoDB does not compress larger pages.
 TEST_F(PageSize32k, ReadsAreThoseOfSql) {
   check(32768, {"REDUNDANT", "DYNAMIC"});
 }

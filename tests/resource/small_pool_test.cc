@@ -1,9 +1,10 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// A table many times the buffer pool: reads are exact while others write, they
-// end however many threads they have, and a session that lives of a few pages
-// goes on. What it costs that session is printed, beside what SQL costs it.
+// The table is many times as large as the buffer pool. Reads are exact while
+// others write, they end whatever number of threads they have, and a session
+// that needs only a few pages goes on. The cases print how much a read slows
+// that session down, and how much SQL does.
 
 #include <algorithm>
 #include <chrono>
@@ -31,7 +32,7 @@ double seconds_since(steady_clock::time_point begin) {
   return std::chrono::duration<double>(steady_clock::now() - begin).count();
 }
 
-/** What tells the rows of a snapshot from those of another. */
+/** Sums that differ between the rows of two snapshots. */
 struct Totals {
   uint64_t rows = 0;
   uint64_t values = 0;
@@ -177,7 +178,7 @@ TEST_F(SmallPool, ReadsAreExactBesideAWriterAndAHotTable) {
   measure("nothing", idle);
 }
 
-// And more asked for than there are.
+// First as many threads as there are, then more than that.
 TEST_F(SmallPool, AsManyThreadsAsThereAre) {
   const Server_log log(sql);
   measure_parallel(255);

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// A server whose temporary space is full or gone: its statements fail, and
-// reads beside them do not, since they write nothing.
+// A server whose temporary space is full or gone. Its statements fail; reads at
+// the same time do not fail, because they write nothing.
 
 #include <algorithm>
 #include <atomic>
@@ -29,7 +29,7 @@ class TemporarySpace : public Parallel_test {
         "CREATE TABLE t (id INT PRIMARY KEY, v INT, pad VARCHAR(300),"
         " KEY by_v (v))");
     fill("t", n_rows, "i, i % 1000, REPEAT('p', 200)");
-    // Temporary, so that its old values are so, too.
+    // A temporary table, so that its undo log is temporary, too.
     donor.exec(
         "CREATE TEMPORARY TABLE own (id INT PRIMARY KEY, pad VARCHAR(2000))");
     donor.exec("INSERT INTO own SELECT id, REPEAT('a', 1000) FROM t");
@@ -86,7 +86,7 @@ class TemporarySpace : public Parallel_test {
     with_threads.get();
     fprintf(stderr, "figure: %zu statements failed beside %zu + %zu reads\n",
             failures, 2 * rounds_by_rows_, 3 * rounds_with_threads_);
-    // A failed statement leaves the transaction its snapshot.
+    // After a failed statement the transaction still has its snapshot.
     expect_rows(donor_rows("SELECT id, v, pad FROM t"), rows_);
   }
 
@@ -114,7 +114,7 @@ class TemporarySpace : public Parallel_test {
   std::atomic<size_t> rounds_by_rows_{0}, rounds_with_threads_{0};
 };
 
-// The old values of a temporary table go there.
+// The undo log of a temporary table is written there.
 TEST_F(TemporarySpace, TheTemporaryTablespaceIsFull) {
   expect_reads_beside("UPDATE own SET pad = REPEAT('b', 1000)", undo_full);
   expect_nothing_left();

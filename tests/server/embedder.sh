@@ -9,7 +9,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 command=$1
 run=$2
 
-# morvena_sn_test needs the system's plug-in, others have the code inside them.
+# morvena_sn_test needs the plug-in morvena_sn; the others contain its code.
 start() {
   local plugin=()
   [[ $(cat "$run/module") = morvena_sn_test ]] || plugin=(--no-plugin)
@@ -28,7 +28,7 @@ up() {
     fail "the cases are not loaded"
 }
 
-# A server that a case took down, or that still runs a case given up.
+# Handles a server that a case has ended, or that still runs an abandoned case.
 restart() {
   server kill "$run" >/dev/null
   start || fail "the server did not start again"
@@ -37,7 +37,7 @@ restart() {
 case_() {
   # A debug server takes some ten times as long.
   local answer code seconds=400
-  # Cases that were asked to repeat themselves longer.
+  # Some cases were asked to repeat themselves and take longer.
   [[ -z ${ROUNDS-}${READS-}${CALLS-} ]] || seconds=7000
   server status "$run" >/dev/null || restart
   mark_log "$run"

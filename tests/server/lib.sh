@@ -27,7 +27,7 @@ sql() {
     --execute="$2"
 }
 
-# Waits until the server of DIR, told to end, is gone.
+# Waits until the server of DIR has ended, after it was told to.
 wait_for_end() {
   local deadline=$((SECONDS + 60))
   while server status "$1" >/dev/null; do
@@ -36,7 +36,7 @@ wait_for_end() {
   done
 }
 
-# Speed: what a case writes need not survive the machine.
+# For speed: what a case writes need not survive a crash of the machine.
 fast_options=(--innodb-flush-log-at-trx-commit=0 --innodb-doublewrite=OFF
   --performance-schema-max-thread-instances=4000 --max-connections=500)
 
@@ -49,11 +49,11 @@ show_log() {
 mark_log() { log_mark=$(stat -c %s "$1/mysqld.err" 2>/dev/null || echo 0); }
 log_since_mark() { tail -c +$((log_mark + 1)) "$1/mysqld.err"; }
 
-# The words with which a server goes down by accident, and a sanitizer's.
+# The words that a crashing server writes, and those of a sanitizer.
 crash_words='got signal|Assertion failure|[Aa]ssertion .* failed|terminate called'
 crash_words+='|Sanitizer:|runtime error:'
 
-# Fails unless the log since the mark tells of a clean end.
+# Fails unless the log since the mark reports a clean end.
 expect_clean_end() {
   if log_since_mark "$1" | grep -E "$crash_words" ||
     ! log_since_mark "$1" | grep -q 'Shutdown complete'; then

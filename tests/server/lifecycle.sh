@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What starts and stops servers, each case one of its own.
+# Cases that start and stop servers. Each case has a server of its own.
 #   lifecycle.sh prepare DIR    makes the data that the cases start from
 #   lifecycle.sh NAME DIR       runs the case NAME
 #   lifecycle.sh list           prints the cases' names
@@ -18,13 +18,13 @@ start() {
 
 act() { sql "$run" "SELECT morvena_act('$1')"; }
 
-# status_of PLUGIN: none where the server does not know it.
+# status_of PLUGIN: prints nothing if the server does not know the plug-in.
 status_of() {
   sql "$run" "SELECT plugin_status FROM information_schema.plugins
     WHERE plugin_name = '$1'"
 }
 
-# Ends the server and fails unless it ends in peace.
+# Ends the server, and fails unless it ends cleanly.
 stop() {
   server stop "$run" >/dev/null
   expect_clean_end "$run"
@@ -142,7 +142,7 @@ callback_may_wait_for_a_thread_that_opens_a_cursor() {
   expect 'callbacks' "$(callbacks)" "3168 Server isn't available"
 }
 
-# The client that holds the table is ended after the callback.
+# The server ends the client that holds the table only after the callback.
 callback_may_wait_for_an_opening_that_waits_for_a_lock() {
   start
   act start
@@ -356,9 +356,9 @@ if [[ $command = prepare ]]; then
 else
   cases | grep -qx "$command" || fail "no such case: $command"
   server kill "$run" >/dev/null
-  # The server repeats in its log what one that crashed had written there.
+  # The server repeats in its log what a crashed server had written there.
   rm -f "$run/mysqld.err"
-  # What goes wrong half-way leaves no server behind.
+  # A case that fails half-way leaves no server behind.
   trap 'code=$?; [[ $code = 0 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
   "$command" >/dev/null
 fi

@@ -12,7 +12,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 plugins=(--plugin-load-add=morvena_sn.so
   --plugin-load-add=morvena_sn_resource.so)
 
-# What the server of a case has little of, or has otherwise.
+# Sets the options of a case's server: its limits or its special settings.
 set_options() {
   case $1 in
     TemporarySpace.*)
@@ -99,7 +99,7 @@ prepare() {
   stop
 }
 
-# A server that hangs is told from one that is slow by the clock alone.
+# Only the clock tells a server that hangs from one that is slow.
 run_case() {
   local answer seconds=300
   [[ -z ${TABLE_MB-} ]] || seconds=3500
@@ -122,9 +122,9 @@ run_case() {
 
 run=$2
 server kill "$run" >/dev/null
-# The server repeats in its log what one that crashed had written there.
+# The server repeats in its log what a crashed server had written there.
 rm -f "$run/mysqld.err"
-# What goes wrong half-way leaves no server behind.
+# A case that fails half-way leaves no server behind.
 trap 'code=$?; [[ $code = 0 || $code = 77 ]] || show_log "$run"; server kill "$run" >/dev/null' EXIT
 case $1 in
   prepare) prepare ;;

@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Statements that change the tables under their readers. Most wait for readers
-// first; the two seconds that they wait decide which are done.
+// Runs statements that change the tables while others read them. Most of them
+// first wait for the readers, two seconds at most, and give up then.
 
 #include "tables.h"
 #include "threads.h"
@@ -55,10 +55,11 @@ void Definer::move_away_and_back(const Table &table) {
   put_back();
 }
 
-// However often it takes: a table must not stay away. At a shutdown it may.
+// Tries many times, because a table must not stay away. At a shutdown it may.
 void Definer::put_back() {
   for (int i = 0; i < 20; ++i) {
-    // A shutdown waits for this, and a client may hold the table until then.
+    // A shutdown waits for this loop, and a client may hold the table until the
+    // server has stopped.
     if (world_.stop && i >= 5) return;
     if (!connection_.connect()) {
       if (world_.stop) return;
@@ -95,7 +96,7 @@ void Definer::define() {
       tables[random_.below(static_cast<uint32_t>(tables.size()))];
   const std::string alter = "ALTER TABLE " + table.name;
   const uint32_t kind = random_.below(14);
-  // Interrupted by a shutdown, they stop the server: see Connection.
+  // If a shutdown interrupts one of these, the server aborts: see Connection.
   const bool builds = kind == 5 || kind == 7;
   if (builds && !world_.settings.builds_indexes) return;
   switch (kind) {

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What to read: chosen at random, and told to SQL.
+// Chooses at random what to read, and writes the same read as SQL.
 
 #include "read.h"
 
@@ -37,7 +37,7 @@ std::vector<Access> accesses_of(const Table &table) {
   accesses.push_back(Access::PARALLEL_ROWS);
   if (!table.has_primary_key) return accesses;
   accesses.push_back(Access::PARALLEL_KEY);
-  // The entries of a table without a primary key have no id.
+  // Without a primary key the entries of the index have no id.
   accesses.push_back(Access::PARALLEL_ENTRIES);
   return accesses;
 }

@@ -59,7 +59,7 @@ class Collector {
   Rows rows_;  // under mu_
 };
 
-// The C function's own callback: an exception goes through it into the read.
+// The callback of the C function. An exception passes through it to the read.
 bool hand_over(uint64_t batch, uint64_t worker, void *collector) {
   return static_cast<Collector *>(collector)->take(
       morvena_sn::Batch(batch, worker));
@@ -94,7 +94,7 @@ void Open_read::keep(morvena_sn::Result<Reader> opened,
   try {
     columns_ = (*reader)->select(column_names());
   } catch (const morvena_sn::Error &error) {
-    // A shutdown has taken the cursor away.
+    // A shutdown has closed the cursor.
     error_ = error.code();
     close();
   }
@@ -114,7 +114,7 @@ bool Open_read::has_donors_snapshot() const {
          MORVENA_SN_SNAPSHOT_DONOR;
 }
 
-// By their names: other columns come and go.
+// Finds columns by name, because other columns are added and dropped.
 std::vector<std::string> Open_read::column_names() const {
   if (!plan_.is_entries_only()) return {"id", "v", "pad"};
   if (!plan_.table->has_primary_key) return {"v"};
@@ -134,7 +134,7 @@ Delivery Open_read::read() {
   return plan_.is_parallel() ? read_in_parallel() : read_rows();
 }
 
-// A caller that stops or fails does so between two rows.
+// A caller that stops, or fails, does that between two rows.
 Delivery Open_read::read_rows() {
   Delivery delivery;
   auto more = cursor_->try_range(range());

@@ -33,7 +33,7 @@ enum class Access {
 
 enum class Fault { NONE, SLEEP, STOP, THROW };
 
-/** What to read, and what is to go wrong. */
+/** What to read, and which fault to cause. */
 struct Plan {
   const Table *table;
   Access access;
@@ -49,18 +49,18 @@ struct Plan {
   bool is_by_v() const;
   bool is_entries_only() const;
   bool is_exact() const { return access != Access::PARALLEL_ROWS; }
-  /** For the tally. */
+  /** A short name, for the tally. */
   std::string kind() const;
-  /** All about it. */
+  /** The full description. */
   std::string text() const;
-  /** The statement that gives the same rows, those of row-by-row reads in
-      their order. */
+  /** The statement that gives the same rows; for a row-by-row read also in the
+      same order. */
   std::string select() const;
 };
 
 Plan random_plan(Random &random);
 
-/** What came of it. */
+/** The result of the read. */
 struct Delivery {
   bool complete = false;
   Rows rows;
@@ -82,7 +82,7 @@ class Open_read {
   unsigned int error() const { return error_; }
 
  private:
-  /** Keep what has opened, or why it has not. */
+  /** Keep the opened cursor, or the reason why it did not open. */
   template <class Reader>
   void keep(morvena_sn::Result<Reader> opened, std::optional<Reader> *reader);
   std::vector<std::string> column_names() const;

@@ -3,12 +3,12 @@
 
 // Donors and the reads of their snapshots.
 //
-// A donor's statement gives what is expected, always in the donor's
+// The donor's own statement gives the expected rows. It runs in the donor's
 // transaction: before the cursor opens, while it is open, or after it has
-// closed. Whether the cursor has the donor's snapshot is certain only if the
-// donor still lives after the opening; and a donor that wrote and then vanished
-// takes its rows with it at a moment of its own: those rows, known by their
-// ids, are then left out.
+// closed. The cursor certainly has the donor's snapshot only if the donor still
+// exists after the opening. If a donor wrote rows and then vanished, the server
+// rolls those rows back at an unknown moment. They are known by their ids, and
+// the comparison leaves them out.
 
 #include <algorithm>
 
@@ -96,7 +96,7 @@ bool Reader::begin(const Plan &plan) {
   return !random_.once_in(3) || write(plan);
 }
 
-// After a deadlock the transaction, and with it the snapshot, is another.
+// A deadlock ends the transaction, and the next one has another snapshot.
 // @return whether there is one
 bool Reader::write(const Plan &plan) {
   const std::string &table = plan.table->name;
@@ -129,7 +129,7 @@ bool Reader::ask(const Plan &plan) {
   return true;
 }
 
-// Starts, on the donor's own thread, what it does while it is read.
+// Starts, on the donor's thread, what the donor does while others read.
 void Reader::meet_fate() {
   if (fate_ == Fate::COMMITS) end_ = donor_.send("COMMIT");
   if (fate_ == Fate::ROLLS_BACK) end_ = donor_.send("ROLLBACK");
@@ -176,7 +176,8 @@ void Reader::read_once() {
   const Delivery delivery = read.read();
   finish_fate();
   const bool killed = read.was_killed();
-  // A partition may change places without an error for whoever comes later.
+  // Once the cursor is closed, a partition may be exchanged, and the donor's
+  // statement then reads other rows without an error.
   const bool asks_open = plan.table->is_partitioned || random_.once_in(2);
   if (!asks_first && asks_open && !ask(plan)) return;
   read.close();
@@ -205,7 +206,7 @@ std::string told(const Row &row) {
   return text;
 }
 
-// @return what is wrong, nothing if nothing is
+// @return what is wrong; empty if nothing is
 std::string first_difference(const Rows &delivered, const Rows &expected) {
   const std::string sizes = std::to_string(delivered.size()) + " rows, " +
                             std::to_string(expected.size()) + " expected; ";
@@ -222,7 +223,7 @@ std::string first_difference(const Rows &delivered, const Rows &expected) {
 
 std::string Reader::compare(const Plan &plan, Rows delivered, bool complete) {
   Rows expected = std::move(expected_);
-  // Rows of one v come in an order of their own where there is no key.
+  // Without a primary key, rows with the same v come in any order.
   const bool has_order = !plan.is_parallel() && plan.table->has_primary_key;
   if (!own_rows_count_) {
     const auto own = [this](const Row &row) { return is_own(row); };
@@ -240,7 +241,7 @@ std::string Reader::compare(const Plan &plan, Rows delivered, bool complete) {
     if (delivered.size() < expected.size()) expected.resize(delivered.size());
     return first_difference(delivered, expected);
   }
-  // What came is among what is there, as often as there at the most.
+  // Each row that was read exists, and was read at most as often as it exists.
   Rows foreign;
   std::set_difference(delivered.begin(), delivered.end(), expected.begin(),
                       expected.end(), std::back_inserter(foreign));

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Shuts a server down at a random moment of a soak, again and again: it has to be
-# gone within ten seconds, its log has no error that is ours, and the next start
-# finds nothing to repair.
+# Shuts a server down at a random moment of a soak, again and again. The server
+# has to end within ten seconds, its log may have no error of the plug-in, and
+# the next start must find nothing to repair.
 #   ROUNDS=100 SEED=1 shutdown.sh DIR
 set -uo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../server/lib.sh"
@@ -9,16 +9,16 @@ run=$1
 rounds=${ROUNDS:-100}
 seed=${SEED:-1}
 limit_ms=10000
-# A debug server checks pages and lists as it rolls back what was going on.
+# A debug server takes longer: it checks pages and lists while it rolls back.
 debug_limit_ms=60000
 RANDOM=$seed
 
-# The harness's own client connections, when they are killed, have nobody to
-# tell it to.
+# The harness's own connections are killed, too. They have no client that could
+# be told.
 not_ours='MY-013129'
 repairs='crash recovery|not shutdown normally|[Rr]epair|[Cc]orrupt|rolled back'
 
-# The generator's low bits take turns.
+# The low bits of the generator alternate, so they are not used.
 one_of_two() { ((RANDOM / 256 % 2)); }
 
 now_ms() { echo $(($(date +%s%N) / 1000000)); }
@@ -32,8 +32,8 @@ start() {
   fi
 }
 
-# A client locks a table of the soak's and keeps it locked to the end: whoever
-# opens a cursor on it waits, and a shutdown meets that wait.
+# A client locks one of the tables and keeps it locked to the end. Openings of
+# cursors on it wait, so a shutdown has to end waiting openings.
 lock_a_table() {
   local table
   table=$(sql "$run" "SELECT CONCAT('soak.', table_name)
@@ -44,14 +44,14 @@ lock_a_table() {
     >/dev/null 2>&1 &
 }
 
-# Openings that wait for a table's metadata.
+# The number of openings that wait for a table's metadata lock.
 count_waiting() {
   sql "$run" "SELECT COUNT(*) FROM performance_schema.metadata_locks
     WHERE OBJECT_SCHEMA = 'soak' AND LOCK_STATUS = 'PENDING'
       AND LOCK_TYPE = 'SHARED_READ'"
 }
 
-# Half of them by a signal, half by SQL.
+# Half of the shutdowns are made by a signal, half by SQL.
 end_server() {
   local from
   from=$(now_ms)
@@ -71,7 +71,7 @@ check_log() {
   fi
 }
 
-# What the last round left; a table may be away, or not there again yet.
+# Checks the tables that the last round left. One may be missing for a moment.
 check_tables() {
   local names name answer
   names=$(sql "$run" "SELECT CONCAT('soak.', table_name)
@@ -105,7 +105,7 @@ for ((round = 1; round <= rounds; ++round)); do
   manners=careful
   one_of_two || manners=careless
   moment=$((RANDOM % 5000))
-  # Later, so that it leaves tables to check.
+  # The last shutdown comes later, so that there are tables to check.
   [[ $round -lt $rounds ]] || moment=$((moment + 5000))
   settings="background unbuilt $manners seconds=600 seed=$((seed + round))"
   [[ $(sql "$run" "SELECT morvena_soak('$settings')") = started ]] ||

@@ -81,7 +81,7 @@ std::thread on_thread(std::function<void()> f) {
   });
 }
 
-// How many times of a run its memory is looked at.
+// How often a run looks at its memory.
 constexpr uint32_t n_parts = 6;
 
 std::string closing_table(const World &world,
@@ -130,7 +130,7 @@ void end_threads() {
   const std::lock_guard<std::mutex> lock(ended);
 }
 
-// What the threads wait for, the server still does while this runs.
+// While this runs the server still serves what the threads wait for.
 void clean_up() {
   end_threads();
   deinit_common();
@@ -152,7 +152,7 @@ std::string start(const std::string &text) {
     const std::lock_guard<std::mutex> lock(mu);
     if (stopping || background.joinable()) return "soak: not now\n";
     running = world;
-    // Once: clean_up() ends it once.
+    // Begin only once, because clean_up() ends it only once.
     static const bool started = (init_common(), true);
     (void)started;
     if (!manners.careless) register_shutdown_observer(plugin_handle, clean_up);

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Reads for minutes while everything else goes wrong, in a server of its own, and
+# Reads for minutes in a private server, while everything else goes wrong, and
 # prints the closing table. Fails on a difference, a crash or an unclean end, and
-# where reads never come to their end.
+# if no read is ever complete.
 #   MINUTES=10 SEED=1 soak.sh DIR       READERS and WRITERS: how many threads
-# A seed repeats the choices that the threads make, not the moments.
+# A seed repeats the choices of the threads, but not the times of their steps.
 set -uo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../server/lib.sh"
 run=$1
@@ -37,9 +37,9 @@ for line in 'differences 0' 'sessions left 0' 'threads left 0'; do
   grep -qx "$line" <<<"$table" || fail "not so: $line"
 done
 
-# Without a complete read nothing was compared. No share of them is asked for:
-# the kills come at a pace of their own and meet more of the reads of a slow
-# server, which in a short run has few of each kind.
+# Without a complete read nothing was compared. How many reads are complete does
+# not matter: the kills do not slow down with a slow server, so they hit more of
+# its reads, and in a short run it has few reads of each kind.
 few=$((seconds < 300 ? 20 : 1))
 never=$(awk -v few="$few" '
   /^reads +all / { kinds = 1; next }

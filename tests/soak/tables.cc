@@ -11,15 +11,15 @@ const std::string columns =
     "id INT NOT NULL, v INT NOT NULL, pad VARCHAR(6000) NOT NULL, KEY by_v (v)";
 const std::string end = " CHARACTER SET latin1";
 
-// In every key of its table: a page has some seven of them.
+// Part of every key of its table, so that a page has about seven keys.
 const std::string wide =
     "wide VARCHAR(2000) NOT NULL DEFAULT (REPEAT('w', 2000))";
 
 }  // namespace
 
 // rows: pages split and merge all the time. large: two rows fill half a page.
-// many: workers get more than a batch. deep: pages above the leaves split and
-// merge as well. far: values that lie off the page.
+// many: each worker gets more than one batch. deep: pages above the leaves
+// split and merge, too. far: values are stored off the page.
 const std::vector<Table> tables{
     {"rows_", "(" + columns + ", PRIMARY KEY (id))" + end,
      "i * 2, i * 7 % 500, REPEAT('p', i * 17 % 800)", 3000, true, false, 3000},

@@ -32,13 +32,14 @@ constexpr unsigned int first_donor_id = 1000000;
 
 extern const std::vector<Table> tables;
 
-/** A table that changes places with a partition. */
+/** A table that is exchanged with a partition. */
 extern const char *const spare;
 
 std::string create_statement(const Table &table);
 std::string fill_statement(const Table &table);
 
-/** Create and fill all of them in a fresh database; throws what Client does. */
+/** Create and fill all tables in a fresh database. Throws what Client throws.
+ */
 void make_tables();
 
 }  // namespace soak

@@ -10,7 +10,7 @@ namespace soak {
 
 namespace {
 
-// Of a fault that repeats itself the first ones tell enough.
+// If a fault repeats itself, the first reports are enough.
 constexpr size_t differences_shown = 20;
 
 template <class... Values>

@@ -3,7 +3,7 @@
 
 /**
   @file tally.h
-  What a run counts, and the table that it closes with.
+  What a run counts, and the table that it prints at the end.
 */
 
 #ifndef MORVENA_SN_TESTS_SOAK_TALLY_H
@@ -22,15 +22,15 @@ enum class Outcome { COMPLETE, STOPPED, KILLED, REFUSED, UNCHECKED };
 
 class Tally {
  public:
-  /** A read of a kind that delivered rows. UNCHECKED: without a donor that
-      could be asked. */
+  /** Count a read of a kind, with its rows. UNCHECKED: there was no donor to
+      compare it with. */
   void count_read(const std::string &kind, Outcome outcome, uint64_t rows);
-  /** Something else that happened. */
+  /** Count another event. */
   void count(const std::string &group, const std::string &what);
-  /** A result that is not the donor's, told in words. */
+  /** Report, in words, a result that differs from the donor's. */
   void report_difference(const std::string &text);
   size_t differences() const;
-  /** All of it. */
+  /** The whole table. */
   std::string table() const;
 
  private:

@@ -18,7 +18,8 @@ constexpr unsigned int connect_seconds = 2;
 }  // namespace
 
 bool is_lost(unsigned int error) {
-  // Gone away, lost, not connected; shutdown, killed.
+  // The server has gone away, the connection is lost or was not made; the
+  // server shuts down, the connection was killed.
   return error == 2006 || error == 2013 || error == 2055 || error == 1 ||
          error == 1053 || error == 3169;
 }
@@ -52,7 +53,8 @@ void Targets::remove_session(void *session) {
   sessions_.erase(session);
 }
 
-// Under the mutex, so that the session's reader cannot close it meanwhile.
+// Kills under the mutex, so that the session's reader cannot close it
+// meanwhile.
 bool Targets::kill_a_session(Random &random) {
   const std::lock_guard<std::mutex> lock(mu_);
   if (sessions_.empty()) return false;
@@ -76,7 +78,7 @@ bool Connection::connect() {
   try {
     client_ = std::make_unique<Client>(connect_seconds);
     if (may_be_killed()) world_.targets.add(role_, client_->id());
-    // What waits must let the others go on.
+    // A statement that waits must give up, so that the others go on.
     client_->exec(
         "SET lock_wait_timeout = 1, innodb_lock_wait_timeout = 1,"
         " cte_max_recursion_depth = 1000000");
@@ -88,8 +90,8 @@ bool Connection::connect() {
   }
 }
 
-// The server leaves a page fixed when a statement that builds an index is
-// killed, and ends itself over that at its shutdown; also without any reader.
+// If a statement that builds an index is killed, the server leaves a page fixed
+// and aborts at its shutdown. This happens without any reader, too.
 bool Connection::may_be_killed() const {
   return role_ == "donor" || role_ == "writer";
 }

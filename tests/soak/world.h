@@ -3,8 +3,8 @@
 
 /**
   @file world.h
-  What the threads of a run share: its settings, its end, its tally, and those
-  whom the killer may kill.
+  What the threads of a run share: its settings, its end, its tally, and the
+  connections and sessions that the killer may kill.
 */
 
 #ifndef MORVENA_SN_TESTS_SOAK_WORLD_H
@@ -28,7 +28,7 @@ using harness::Reply;
 using harness::Row;
 using harness::Rows;
 
-/** Client errors of a connection that is gone, and the server's word for it. */
+/** The client's and the server's errors for a connection that is gone. */
 bool is_lost(unsigned int error);
 
 class Random {
@@ -47,7 +47,7 @@ class Targets {
  public:
   void add(const std::string &role, uint32_t id);
   void remove(uint32_t id);
-  /** A connection of any role, 0 for none. */
+  /** The id of a connection of any role; 0 if there is none. */
   uint32_t pick(Random &random, std::string *role) const;
 
   /** @param killed  set before the session is killed */
@@ -76,11 +76,11 @@ struct World {
   Tally tally;
   Targets targets;
 
-  /** Sleep, shorter when the run ends. */
+  /** Sleep; wake up early if the run ends. */
   void pause(unsigned int milliseconds) const;
 };
 
-/** A connection that is known to the killer, and made anew when it is lost. */
+/** A connection that the killer knows. It is made again when it is lost. */
 class Connection {
  public:
   Connection(World &world, const std::string &role)
@@ -91,7 +91,7 @@ class Connection {
 
   /** Connect if there is no connection. @return whether there is one */
   bool connect();
-  /** Close it, as a client that vanishes. */
+  /** Close it abruptly, as a client does that vanishes. */
   void drop();
   Reply attempt(const std::string &sql);
   std::future<Reply> send(const std::string &sql);

@@ -36,7 +36,7 @@ class Writer {
     const unsigned int n = in_transaction ? 1 + random_.below(4) : 1;
     for (unsigned int i = 0; i < n; ++i) attempt(statement(table));
     if (in_transaction) attempt(random_.once_in(4) ? "ROLLBACK" : "COMMIT");
-    // Purge gets rid of what it may, and the readers get to read.
+    // Give purge and the readers time.
     world_.pause(random_.below(20));
   }
 

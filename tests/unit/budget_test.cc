@@ -15,7 +15,7 @@ using Reader = ThreadBudget;
 
 size_t reserved() { return Reader::s_active_threads.load(); }
 
-/** Begins and ends with nothing reserved. */
+/** Each case begins and ends without reserved threads. */
 class Budget : public testing::Test {
  protected:
   Budget() { EXPECT_EQ(reserved(), 0u); }
@@ -78,7 +78,7 @@ TEST_F(Budget, ReleasingMoreThanReservedIsAnAssertion) {
   }
 }
 
-// What all threads hold together never exceeds the budget, and all of it comes
+// All threads together never hold more than the budget, and give all of it
 // back.
 TEST_F(Budget, ConcurrentReadersShareIt) {
   constexpr int n_threads = 8;

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Records that are written here byte by byte.
+// The cases write their records byte by byte.
 
 #include "innodb_api/field_steps.h"
 
@@ -26,7 +26,7 @@ constexpr Field_steps::Step nullable(Field_steps::Step step) {
   return step;
 }
 
-/** What is read of a record of these fields. */
+/** Reads a record that has these fields. */
 class Record {
  public:
   Record(const std::vector<Field_steps::Step> &steps, size_t n_wanted)
@@ -105,7 +105,7 @@ TEST(FieldSteps, NullBitsFillSeveralBytes) {
   EXPECT_EQ(record.field(8), "NULL");
 }
 
-// Lengths come before all null bits, those of fields that are not wanted too.
+// Lengths lie before all null bits, also before those of fields not wanted.
 TEST(FieldSteps, NullBitsOfUnwantedFieldsCount) {
   std::vector<Field_steps::Step> steps{varying(0)};
   for (int i = 0; i < 9; ++i) steps.push_back(nullable(fixed(1, -1)));
@@ -138,7 +138,7 @@ TEST(FieldSteps, WantedFieldOffThePageIsRefused) {
   EXPECT_FALSE(record.locate(bytes({20, 0xC0}), std::string(20, 'r') + "b"));
 }
 
-// What is on the page is a reference of twenty bytes, which is skipped.
+// The page holds only a reference of twenty bytes, which is skipped.
 TEST(FieldSteps, UnwantedFieldOffThePageIsSkipped) {
   Record record({long_varying(-1), fixed(1, 0)}, 1);
   ASSERT_TRUE(record.locate(bytes({20, 0xC0}), std::string(20, 'r') + "b"));

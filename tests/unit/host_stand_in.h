@@ -3,7 +3,7 @@
 
 /**
   @file host_stand_in.h
-  What the pool asks of the server, counted.
+  Stands in for the server functions that the pool calls, and counts the calls.
 */
 
 #ifndef MORVENA_SN_TESTS_HOST_STAND_IN_H
@@ -12,9 +12,9 @@
 #include <atomic>
 #include <stdexcept>
 
-/** Threads that were set up and not yet taken down. */
+/** The threads that were set up and not yet taken down. */
 extern std::atomic<int> threads_set_up;
-/** Threads that were ever set up. */
+/** All threads that were ever set up. */
 extern std::atomic<int> threads_ever_set_up;
 
 /** While it is true, threads that begin wait before they do anything. */

@@ -80,7 +80,7 @@ TEST(LocalTime, AsksTwiceForAStretchWithoutAChange) {
   for (uint32_t utc = one_stretch; utc < 2 * one_stretch; ++utc)
     ASSERT_EQ(local.seconds(utc), zone.expected(utc));
   EXPECT_EQ(zone.asked(), 2);
-  // Another stretch and back: what is known stays known.
+  // Read another stretch and come back: the first one is still known.
   local.seconds(5 * one_stretch);
   local.seconds(one_stretch);
   EXPECT_EQ(zone.asked(), 4);

@@ -35,7 +35,7 @@ bool wait_until(const std::function<bool()> &reached) {
   return true;
 }
 
-/** Keeps the threads that pass it until it opens; they may outlive it. */
+/** Holds threads back until it opens; they may outlive it. */
 class Gate {
  public:
   Gate() : opened_(open_.get_future()) {}
@@ -88,7 +88,7 @@ Futures occupy_workers(Threads *pool, const Gate &gate) {
   return busy;
 }
 
-/** A running pool, gone afterwards with every thread it made. */
+/** A running pool. After the case it has ended, with every thread it made. */
 class Pool : public testing::Test {
  protected:
   Pool() {
@@ -186,7 +186,8 @@ TEST_F(Pool, WorkersRunAtTheSameTime) {
               std::future_status::ready);
 }
 
-// A read that a callback begins is waited for by those whose unit it holds.
+// A callback may begin a read. The workers of the outer read wait for it, so
+// its tasks must not queue behind them.
 TEST_F(Pool, MoreTasksThanWorkersRunAtTheSameTime) {
   std::atomic<int> running{0};
   const auto meet = [&running] {
@@ -202,7 +203,7 @@ TEST_F(Pool, TaskWithoutAnIdleWorkerGetsAThreadOfItsOwn) {
   Gate gate;
   Futures busy = occupy_workers(pool, gate);
   auto extra = pool->submit([] { return threads_set_up.load(); });
-  // The workers are held until after the answer.
+  // The workers are held back until the answer has come.
   EXPECT_EQ(extra.get(), 33);
   EXPECT_EQ(pool->n_idle(), 0u);
   gate.open();
@@ -210,7 +211,7 @@ TEST_F(Pool, TaskWithoutAnIdleWorkerGetsAThreadOfItsOwn) {
 
 TEST_F(Pool, EndedThreadsBesideItGiveTheirStacksBack) {
   constexpr int n_beside = 200;
-  // What the first threads of a process allocate stays for the next.
+  // The next threads reuse what the first threads of a process allocated.
   std::vector<std::thread> first;
   std::atomic<int> running{0};
   for (int i = 0; i < n_beside; ++i) {
@@ -231,7 +232,7 @@ TEST_F(Pool, EndedThreadsBesideItGiveTheirStacksBack) {
       << " stacks";
 }
 
-/** What a thread does on its way out. */
+/** What a thread does when it ends. */
 struct At_exit {
   ~At_exit() {
     if (act) act();
@@ -245,7 +246,7 @@ long n_threads() {
   return std::distance(begin(threads), end(threads));
 }
 
-// With one whose exit takes long, and one that waits to join it.
+// One thread takes long to end, and another one waits to join it.
 TEST_F(Pool, EndedThreadsBesideItDoNotWaitForEachOther) {
   constexpr int n_beside = 20;
   Gate busy_gate, exit_gate;
@@ -323,7 +324,7 @@ TEST(PoolStopping, QueuedTasksRun) {
   Threads *pool = Threads::get_instance();
   Futures tasks;
   const auto submit = [&] { tasks.push_back(pool->submit([&] { ++runs; })); };
-  // One for each worker is queued; no worker has begun.
+  // One task for each worker is queued; no worker has begun.
   for (size_t i = 0; i < Threads::n_workers; ++i) submit();
   ASSERT_EQ(pool->n_idle(), Threads::n_workers);
   std::thread stopper([] { Threads::shutdown(); });
@@ -367,7 +368,7 @@ TEST(PoolStopping, WaitsForWhoHoldsThePool) {
       stopped = true;
     });
     ASSERT_TRUE(wait_until([] { return Threads::get_instance() == nullptr; }));
-    // Nobody gets it any more, but who has it uses it as before.
+    // Nobody can get the pool any more, but its holder uses it as before.
     EXPECT_EQ(Threads::Hold().get(), nullptr);
     Futures tasks;
     for (int i = 0; i < 100; ++i) tasks.push_back(hold.get()->submit([] {}));
@@ -391,7 +392,7 @@ TEST(PoolStopping, WaitsForThreadsBesideThePool) {
     Threads::shutdown();
     stopped = true;
   });
-  // Of 33 threads the one beside the pool is left.
+  // Of 33 threads only the one beside the pool is left.
   ASSERT_TRUE(wait_until([] { return threads_set_up == 1; }));
   EXPECT_FALSE(stopped);
   beside_gate.open();

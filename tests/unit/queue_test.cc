@@ -31,7 +31,7 @@ class Waiter {
     thread_.join();
     return answer_;
   }
-  /** Not for certain: it may not have begun to wait. */
+  /** If true, it may still not have begun to wait. */
   bool still_waits_after_a_moment() const {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     return !has_answer_;
@@ -98,7 +98,7 @@ TEST(UnitQueue, ClosingItEndsEveryWait) {
   EXPECT_FALSE(queue.wait_for_unit());
 }
 
-// The unit that another worker has may still be split.
+// Another worker may still split the unit that it has taken.
 TEST(UnitQueue, IsWaitedForWhileAUnitIsBeingRead) {
   Unit_queue queue;
   queue.enqueue(new_unit());

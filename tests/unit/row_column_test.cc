@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Values of rows that are written here byte by byte.
+// The cases write the values of their rows byte by byte.
 
 #include "row_column.h"
 
@@ -44,7 +44,7 @@ struct Decimal {
   }
 };
 
-/** A column's value of so many digits, of which some make the fraction. */
+/** The value of a decimal column with this many digits and fraction digits. */
 Decimal decimal(uint8_t precision, uint8_t fraction,
                 const std::vector<uchar> &value) {
   int32_t words[9];

@@ -10,7 +10,7 @@
 
 namespace {
 
-/** A text as it comes out of a buffer of eight bytes. */
+/** The text after it was copied into a buffer of eight bytes. */
 std::string in_eight_bytes(const char *text) {
   char buffer[9];
   memset(buffer, '#', sizeof buffer);
@@ -55,7 +55,7 @@ TEST(CopiedText, IsCutBetweenTwoCharactersOfAnyLength) {
       EXPECT_EQ((length - before) % character.size(), 0u);
       EXPECT_GT(length + character.size(), 511u);
       EXPECT_EQ(text.compare(0, length, cut), 0);
-      // What was cut within a character before.
+      // The text was cut inside a character before.
       char again[512];
       copy_text(again, sizeof again, text.substr(0, 511).c_str());
       EXPECT_STREQ(again, cut);
@@ -72,7 +72,7 @@ TEST(CopiedText, ThatFillsTheBufferLosesAHalfCharacter) {
   EXPECT_EQ(in_eight_bytes("12345\xe2\x82"), "12345");
 }
 
-// Bytes that begin no character are nobody's half.
+// Bytes that begin no character are not a part of one that was cut.
 TEST(CopiedText, KeepsBytesThatAreNotUtf8) {
   EXPECT_EQ(in_eight_bytes("\x80\x80\x80\x80\x80\x80\x80\x80"),
             "\x80\x80\x80\x80\x80\x80\x80");

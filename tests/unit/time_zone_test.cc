@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// What Local_time takes for granted of time zones, tried on the machine's.
+// Checks what Local_time assumes of time zones, with the zones of the machine.
 
 #include <cstdint>
 #include <filesystem>
@@ -14,8 +14,8 @@
 
 namespace {
 
-/** A compiled zone file; see tzfile(5). Of its two parts the second one has
-    times of eight bytes. */
+/** A compiled zone file; see tzfile(5). Its second part has times of eight
+    bytes. */
 class Zone_file {
  public:
   explicit Zone_file(const std::filesystem::path &path) {
@@ -45,7 +45,7 @@ class Zone_file {
   }
 
   bool is_valid() const { return is_valid_; }
-  /** Of the distance from UTC, by the second in which they come into force. */
+  /** The changes of the distance from UTC, by the second when they begin. */
   const std::map<int64_t, int64_t> &changes() const { return changes_; }
 
  private:
@@ -78,8 +78,9 @@ class Zone_file {
   std::map<int64_t, int64_t> changes_;
 };
 
-// A distance from UTC that a zone leaves does not come back within six days:
-// equal at both ends of eighteen hours, it is the same all the time between.
+// When a zone changes its distance from UTC, the earlier distance does not come
+// back within six days. So if it is equal at both ends of eighteen hours, it is
+// the same throughout.
 TEST(TimeZones, DoNotReturnToADistanceWithinDays) {
   const std::filesystem::path folder = "/usr/share/zoneinfo";
   if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no zones here";

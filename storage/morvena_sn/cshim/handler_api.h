@@ -38,7 +38,7 @@ class IndexCursor {
   IndexCursor(const IndexCursor &) = delete;
   IndexCursor &operator=(const IndexCursor &) = delete;
 
-  /** Where the cursor's calls report from then on. */
+  /** Set where the cursor's calls report from then on. */
   void report_to(Call_state *state) { state_ = state; }
 
   void cursor_output_col_names_names(std::vector<const char *> &colnames);
@@ -143,8 +143,9 @@ class IndexCursor {
   /** By partition: whether a backward range has met a row of the partition
       that lies before the range. Empty where rows come in order. */
   std::vector<bool> passed_;
-  // The names of the index's columns. To ask for them takes a mutex of InnoDB's
-  // that must not be waited for with a page in hand, as callbacks have one.
+  // The names of the index's columns. Asking InnoDB for them takes a mutex. A
+  // thread that holds a page must not wait for it, and a callback's thread does
+  // hold one.
   std::vector<const char *> key_columns_;
   counters::Batched rows_read_{Tally::ROWS_READ};
   Value_reader value_reader_;

@@ -5,33 +5,35 @@
   @file innodb_api.h
   The parallel reader of an InnoDB index.
 
-  A ParallelIndexReader lives for one read. It is opened on a table and one of
-  its indexes, which gives the plan of the read; it is given a range and a
-  callback, run, and destroyed.
+  A ParallelIndexReader lives for one read. Opening it on a table and one of its
+  indexes makes the plan of the read. The caller then sets a range and a
+  callback, runs the reader and destroys it.
 
   The range is cut into contiguous sub-ranges by descending the B-tree once.
-  Each becomes a unit of work in a queue. Workers take units from it, walk their
-  leaf pages, judge every record under the view, store the visible ones in the
-  server's row format in a batch of their own, and hand full batches to the
-  callback. The last units of a read are cut once more when a worker takes them,
-  so that nobody idles at the end.
+  Each sub-range becomes a unit of work in a queue. A worker takes a unit, walks
+  its leaf pages and finds for every record the version that the read view sees.
+  It stores the visible rows in the server's row format in a batch of its own,
+  and hands full batches to the callback. A worker that takes one of the last
+  units splits it into finer units instead, so that no worker is idle at the
+  end.
 
-  Exactly once.  Boundaries are keys: a position that is taken up again, at a
-  unit's start or when a page was let go, resumes at the first record at or
-  after its key, whatever became of the record and its page meanwhile. Rows that
-  come into being between are not visible to the view.
+  Exactly once.  Boundaries and stored positions are keys. A worker that starts
+  a unit, or comes back to a page that it has released, searches for the first
+  record at or after the key. This works even if the record or its page has
+  changed or is gone. Rows that are inserted meanwhile are not visible to the
+  view.
 
-  Latches.  The read holds its index's latch, shared and counted, from start to
-  end. No worker asks for it again: a request that waits exclusively lets no new
-  shared one through, so the worker would wait for the writer, the writer for
-  the read and the read for the worker. For such a waiter the workers park at
-  their next page end, and the read lets the latch go until he has had it. A
-  worker holds one leaf page at a time, and beside it what one row's look-up
-  latches.
+  Latches.  The read holds the latch of the scanned index, shared and counted,
+  from start to end. No worker requests it again. An exclusive request that
+  waits blocks new shared ones, so the worker would wait for the writer, the
+  writer for the read, and the read for the worker. When a writer waits, the
+  workers park at the end of their page, and the read releases the latch until
+  the writer has had it. A worker holds one leaf page at a time, and in addition
+  what the look-up of one row latches.
 
-  End.  Units created and units completed are counted; the read is over when
-  they are equal. Each step answers with its result; the first failure stops
-  every worker at its next check.
+  End.  The queue counts the units that were created and those that are
+  completed. The read is over when both counts are equal. Each step returns its
+  result. The first failure stops every worker at its next check.
 */
 
 #ifndef MORVENA_SN_INNODB_API_H
@@ -51,9 +53,9 @@ class ParallelIndexReader : public ThreadBudget, public Typed_reads {
  public:
   using ThreadPool = ::ThreadPool;
 
-  /** @param state  where the read tells of itself; null: nowhere
-      @return a reader of the index of that name, null for the clustered index;
-      null when it cannot be read in parallel (the state says why) */
+  /** @param index_name  null: the clustered index
+      @param state  where the read reports progress and failure; null: nowhere
+      @return null if the index cannot be read in parallel; state says why */
   [[nodiscard]] static ParallelIndexReader *open(TABLE *table,
                                                  const char *index_name,
                                                  bool indexonly_scan,
@@ -68,16 +70,16 @@ class ParallelIndexReader : public ThreadBudget, public Typed_reads {
     callback_ = {load_cb, argument};
   }
 
-  /** Read with up to that many workers; fewer than two: in the calling thread.
-      @return whether the read ended without error */
+  /** Read with up to n_threads workers; with fewer than two, in the calling
+      thread. @return whether the read ended without error */
   [[nodiscard]] bool run(size_t n_threads);
-  /** Of the run. */
+  /** The result of run(). */
   dberr_t get_error() const { return error_; }
 
  private:
   explicit ParallelIndexReader(Call_state *state);
 
-  Call_state own_state_;  // of a read that nobody asks about
+  Call_state own_state_;  // used if open() gets no state
   Call_state *const state_;
   std::unique_ptr<const Read_plan> plan_;
   Range range_;  // without bounds at first

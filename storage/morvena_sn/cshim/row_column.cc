@@ -15,7 +15,7 @@ Column_form form_of_integer(const Field *field) {
 }
 
 Column_form form_of(const Field *field) {
-  // Calls itself of its elements' type; a row has them as JSON.
+  // An array's Field tells the type of the elements; a row has them as JSON.
   if (field->is_array()) return Column_form::SERVERS;
   switch (field->real_type()) {
     case MYSQL_TYPE_TINY:
@@ -46,11 +46,11 @@ Column_form form_of(const Field *field) {
 constexpr uint32_t power_of_10[] = {
     1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
 
-// How many bytes so many digits of a decimal take, fewer than a word's nine.
+// The bytes that a group of digits of a decimal takes, by the number of digits.
 constexpr uint8_t bytes_of_digits[] = {0, 1, 1, 2, 2, 3, 3, 4, 4, 4};
 
-// Groups of digits of a stored decimal, most significant byte first. The first
-// bit of all is set in a number that is not negative; a negative one has all
+// Groups of digits of a stored decimal, most significant byte first. A number
+// that is not negative has its very first bit set. A negative number has all
 // bits inverted.
 class Digit_groups {
  public:
@@ -76,7 +76,7 @@ class Digit_groups {
 
 }  // namespace
 
-// Words of zero before the first digit are left out, as the host does it.
+// Leading words that are zero are left out, as the server does.
 bool Row_column::decimal(const uchar *row, int32_t *words, bool *neg,
                          int32_t *intg, int32_t *frac) const {
   Digit_groups groups(row + offset_);

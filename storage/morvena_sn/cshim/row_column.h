@@ -3,9 +3,9 @@
 
 /**
   @file row_column.h
-  One column of rows in the server's format, and the values that are decoded
-  here: the common types, read as what they are. The server's Field decodes the
-  rest, and costs a few calls for each value.
+  One column of rows in the server's format. Values of the common types are
+  decoded here, when they are read as their own type. The server's Field decodes
+  all others, at the cost of a few calls for each value.
 */
 
 #ifndef MORVENA_SN_ROW_COLUMN_H
@@ -20,7 +20,7 @@
 
 /** How a value lies in a row of the server's format. */
 enum class Column_form : uint8_t {
-  SERVERS,   // the Field knows
+  SERVERS,   // decoded by the Field
   SIGNED,    // bytes, least significant first
   UNSIGNED,  // likewise
   FLOAT,
@@ -29,13 +29,13 @@ enum class Column_form : uint8_t {
   VARCHAR,    // length, then that many bytes
   DATE,       // three bytes: year, month, day
   DATETIME,   // seconds in five bytes, most significant first, and a fraction
-  TIMESTAMP,  // seconds in UTC, four bytes, most significant first, likewise
+  TIMESTAMP,  // UTC seconds in four bytes, likewise, and a fraction
 };
 
 /** A column as typed reads see it. */
 struct Row_column {
   Row_column() = default;
-  /** Of a column whose value lies at an offset of the row. */
+  /** A column whose value lies at value_offset in the row. */
   Row_column(Field *column, uint32_t value_offset, uint32_t null_byte,
              uint8_t null_bit);
 
@@ -50,8 +50,8 @@ struct Row_column {
   }
   longlong integer(const uchar *row) const;
   double real(const uchar *row) const;
-  /** Words as Field's decimal has them. @return false for a value that is none
-   */
+  /** Split a decimal into words of nine digits, as the server's decimals have
+      them. @return false if the stored value is not a decimal */
   bool decimal(const uchar *row, int32_t *words, bool *neg, int32_t *intg,
                int32_t *frac) const;
   void text(const uchar *row, char **str, size_t *size) const;
@@ -117,7 +117,7 @@ inline int32_t Row_column::date(const uchar *row) const {
                           static_cast<int32_t>(value & 31));
 }
 
-/** The microseconds in a stored fraction of so many digits. */
+/** The microseconds in a stored fraction of the given number of digits. */
 inline int64_t stored_microseconds(const uchar *fraction, uint8_t digits) {
   switch ((digits + 1) / 2) {
     case 1:

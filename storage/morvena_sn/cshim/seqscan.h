@@ -24,7 +24,7 @@ class SeqScanCursor {
       transaction; never null */
   [[nodiscard]] static std::unique_ptr<SeqScanCursor> open(TABLE *table);
 
-  /** Where the cursor's calls tell of themselves, from now on. */
+  /** Set where the cursor's calls report from then on. */
   void report_to(Call_state *state) { state_ = state; }
 
   /** Read the table along its primary key, or InnoDB's own clustered index.

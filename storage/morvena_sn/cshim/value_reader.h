@@ -3,9 +3,9 @@
 
 /**
   @file value_reader.h
-  A column's value in a row of the server's format, as callers get it: for both
-  kinds of cursor. What row_column.h knows is decoded there, the rest by the
-  server's Field.
+  Converts a column's value from a row of the server's format to the form that
+  callers get, for both kinds of cursor. Common types are decoded in
+  row_column.h, all others by the server's Field.
 */
 
 #ifndef MORVENA_SN_VALUE_READER_H
@@ -24,11 +24,12 @@
 struct Value_in_row {
   const Row_column &column;
   const uchar *row;
-  THD *session;  // whose time zone counts, and that is warned
+  THD *session;  // its time zone applies, and warnings go to it
 };
 
-/** The buffers of the values of one session's rows. Used by one thread at a
-    time. Strings and decimals last until the next read of their kind. */
+/** Reads the values of one session's rows, and holds the buffers for them. Used
+    by one thread at a time. A string or decimal is valid until the next read of
+    its kind. */
 class Value_reader {
  public:
   Value_reader() { buffer_.str.set_charset(&my_charset_bin); }
@@ -100,9 +101,10 @@ class Value_reader {
     return value.column.timestamp(value.row, &local_time_);
   }
 
-  /** Have the host convert the value. Its conversions look at the thread's
-      session, and warn there: not in a client's, nor in one that a callback
-      left with the thread. */
+  /** Let the server's Field convert the value. It uses the session that is
+      attached to the thread, and puts warnings there. That may be a client's
+      session, or one that a callback has left attached, so attach ours first.
+   */
   template <class Convert>
   static std::invoke_result_t<Convert, Field *> by_host(
       const Value_in_row &value, Convert convert) {

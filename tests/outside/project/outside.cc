@@ -1,8 +1,8 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// A plug-in of a project of its own: the rows of a table, counted by an index
-// cursor on the client's thread.
+// A plug-in of a separate project. It counts the rows of a table with an index
+// cursor, on the client's thread.
 //
 //   CREATE FUNCTION outside_rows RETURNS INTEGER SONAME 'outside.so';
 //   SELECT outside_rows('shop', 'orders');

@@ -18,7 +18,7 @@ Row_column column_of(Field *field) {
                     static_cast<uint8_t>(nullable ? field->null_bit : 0));
 }
 
-// Also of a column of which the index has the beginning.
+// Whether the index has the column or a prefix of it.
 bool has_column(const KEY &index, unsigned int field_idx) {
   const KEY_PART_INFO *parts = index.key_part;
   return std::any_of(parts, parts + index.user_defined_key_parts,
@@ -29,8 +29,9 @@ bool has_column(const KEY &index, unsigned int field_idx) {
 
 }  // namespace
 
-// What an index-only read fetches: an index of InnoDB has the columns of the
-// primary key beside its own, and the primary key every stored one.
+// Whether an index-only read fetches a column. An InnoDB index has its own
+// columns and those of the primary key. The primary key has every stored
+// column.
 bool IndexCursor::index_has(unsigned int field_idx) const {
   const uint primary = table()->s->primary_key;
   // An entry of a multi-valued index has one value of the array.
@@ -42,8 +43,8 @@ bool IndexCursor::index_has(unsigned int field_idx) const {
                               : has_column(*primary_key, field_idx);
 }
 
-// A column that was not read with the row holds what an earlier row left there,
-// a pointer to memory that is gone perhaps.
+// A column that was not read with the row holds what an earlier row left there.
+// That may be a pointer to freed memory.
 bool IndexCursor::was_read(unsigned int field_idx) const {
   if (!bitmap_is_set(table()->read_set, field_idx)) return false;
   if (index_only_ && !index_has(field_idx)) return false;

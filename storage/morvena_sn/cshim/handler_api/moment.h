@@ -3,8 +3,8 @@
 
 /**
   @file handler_api/moment.h
-  Which dates and times of a caller a column can take. The server wraps the
-  others around, or takes them for a fault in debug builds. Needs no server.
+  Which of a caller's dates and times a column can store. The server would wrap
+  other values around, and a debug server would stop at them. Needs no server.
 */
 
 #ifndef MORVENA_SN_HANDLER_API_MOMENT_H

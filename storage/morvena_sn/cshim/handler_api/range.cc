@@ -74,7 +74,7 @@ void store_value(Field *field, unsigned char type, const void *value,
   }
 }
 
-// Whether there is a value, as far as that shows without reading it.
+// Whether there is a value, as far as one can tell without reading it.
 bool is_given(const void *value, unsigned char type, int32_t bytes) {
   if (value != nullptr || bytes < 0) return true;
   if (type == VALUE_BYTES) return bytes == 0;
@@ -268,9 +268,9 @@ bool IndexCursor::set_read_range(const field_arg *begin, const field_arg *end,
   return !has_row_;
 }
 
-// Clears what was reported before: an unknown donor, or a bound that the column
-// does not take. Where the handler computes virtual columns it would take that
-// for a failure of theirs.
+// Clears errors that were reported before, for example of an unknown donor or
+// of a bound that the column does not take. When the handler computes virtual
+// columns, it would take such an error for its own.
 bool IndexCursor::find_row() {
   table()->in_use->clear_error();
   if (const int error = refresh_columns()) return !no_row(error);
@@ -374,8 +374,8 @@ void IndexCursor::count_row() {
 void IndexCursor::let_others_in() { host::leave_innodb(trx_); }
 
 // The handler fetches the columns of the sets that it positioned with, but
-// computes virtual columns by the present sets. For the step it gets the
-// former.
+// computes virtual columns by the present sets. So for the step it gets the
+// sets that it positioned with.
 bool IndexCursor::next_row() {
   if (!table()->has_gcol()) return step();
   swap_sets(table(), &columns_read_);

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// batch: a version's columns, in memory of ours and in the server's row format.
+// batch: copies the columns of a row version into the server's row format.
 // In: a visible version. Out: a row of the worker's batch. Holds: nothing of
 // its own. Threads: any worker, each on its own batch; the plan is read only.
 // Fails: no memory, a large value that is not written yet.
@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t first_slots = 64;  // for the rows of a page, mostly
+constexpr size_t first_slots = 64;  // about the rows of a page
 
 void set_null(byte *row, const Column_plan &column, const byte *default_row) {
   row[column.null_byte] |= column.null_bit;
@@ -26,7 +26,7 @@ void set_not_null(byte *row, const Column_plan &column) {
   row[column.null_byte] &= static_cast<byte>(~column.null_bit);
 }
 
-// How many table positions the template reaches to.
+// The number of table positions up to the last column of the template.
 size_t n_positions(const row_prebuilt_t &prebuilt) {
   if (prebuilt.n_template == 0) return 0;
   return prebuilt.mysql_template[prebuilt.n_template - 1].col_no + 1;
@@ -58,7 +58,8 @@ ThreadCtx::Owner ThreadCtx::init_thread_ctx(const Read_plan &plan, size_t id) {
 
 void ThreadCtx::deinit_thread_ctx(ThreadCtx *tctx) { delete tctx; }
 
-// A worker's own Field objects: reading a row points them at it.
+// Each worker needs its own Field objects, because reading a value points the
+// Field at the row.
 bool ThreadCtx::copy_fields() {
   TABLE *table = plan_.mysql_table;
   for (const Column_plan &column : plan_.columns) {
@@ -71,7 +72,8 @@ bool ThreadCtx::copy_fields() {
   return true;
 }
 
-// More rows in a batch than there were so far.
+// Makes room for more rows than any batch has had. Reads of few rows thus need
+// little memory.
 void ThreadCtx::grow_buffer() {
   const size_t n_slots = std::clamp(n_slots_ * 4, first_slots, rows_per_batch);
   std::unique_ptr<byte[]> buffer(new byte[row_bytes_ * n_slots]);
@@ -149,9 +151,10 @@ const byte *ThreadCtx::keep(const mysql_row_templ_t *templ, const byte *data,
   return static_cast<byte *>(mem_heap_dup(large_values_, data, bytes));
 }
 
-// A value that is stored off the page, as of the version in hand; only
-// clustered records have such. Null while its writer is writing it: the donor
-// itself or, under READ UNCOMMITTED, anybody.
+// Fetches a value that is stored off the page, as it was in this version of the
+// row. Only clustered records have such values. Returns null while a writer is
+// still writing the value. The writer is the donor or, under READ UNCOMMITTED,
+// any transaction.
 const byte *ThreadCtx::fetch_extern(const Row_version &version, ulint field_no,
                                     ulint *bytes) {
   dict_index_t *clustered = plan_.clustered_index();
@@ -160,14 +163,14 @@ const byte *ThreadCtx::fetch_extern(const Row_version &version, ulint field_no,
       version.rec, version.offsets, field_no, clustered, &local_bytes);
   lob::ref_t ref(
       const_cast<byte *>(local + local_bytes - BTR_EXTERN_FIELD_REF_SIZE));
-  // The host makes an empty value of it.
+  // InnoDB would return an empty value.
   if (ref.is_being_modified()) return nullptr;
   size_t lob_version = 0;
   byte *data = lob::btr_rec_copy_externally_stored_field(
       plan_.trx, clustered, version.rec, version.offsets, plan_.tree.page_size,
       field_no, bytes, &lob_version, false, large_values_);
   if (data == nullptr) return nullptr;
-  // Small changes made in place since are taken back.
+  // Undo small changes that were made in place after this version.
   version.lob_undo->apply(clustered, field_no, data, *bytes, lob_version,
                           ref.page_no());
   return data;
@@ -176,13 +179,13 @@ const byte *ThreadCtx::fetch_extern(const Row_version &version, ulint field_no,
 void ThreadCtx::store_by_host(const Column_plan &column,
                               const dict_index_t *index, const byte *data,
                               ulint bytes, byte *row) const {
-  // For the host's debug checks.
+  // Only InnoDB's debug checks use it.
   [[maybe_unused]] const ulint sec_field_no =
       plan_.converts_clustered() ? ULINT_UNDEFINED : column.rec_field_no;
   byte *value = row + column.row_offset;
   const ulint whole = column.templ->mysql_col_len;
   if (column.filling != nullptr && bytes < whole) {
-    // The host would copy as many bytes as there are and leave the others.
+    // InnoDB would copy the prefix and leave the other bytes unset.
     const CHARSET_INFO *charset = column.filling;
     charset->cset->fill(charset, reinterpret_cast<char *>(value), whole,
                         charset->pad_char);

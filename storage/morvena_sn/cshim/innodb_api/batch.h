@@ -19,8 +19,9 @@
 #include "innodb_api/row_version.h"
 #include "value_reader.h"
 
-/** A batch of rows, and what reads them: one worker's. Its address is the
-   handle that callers read it by. Rows are copies; they hold until clear(). */
+/** One worker's batch of rows, with the buffers for reading their values.
+    Callers get its address as a handle. The rows are copies and stay valid
+    until clear(). */
 class ThreadCtx {
  public:
   struct Deinit {
@@ -43,30 +44,29 @@ class ThreadCtx {
 
   // --- filling: innodb_api/batch.cc ---
 
-  /** Whether it is to be handed over before it takes a further row. */
+  /** Whether the batch must go to the callback before it takes another row. */
   bool is_full() const {
     return n_stored_ == rows_per_batch ||
            mem_heap_get_size(large_values_) > large_bytes_per_batch;
   }
   bool is_empty() const { return n_stored_ == 0; }
-  /** Append a row. @return false for a version with a large value that its
-      writer has not written yet; there is no such row then. May throw
-      std::bad_alloc. */
+  /** Append a row. @return false, without appending, if a large value of the
+      version is still being written. May throw std::bad_alloc. */
   [[nodiscard]] bool store_row(const Row_version &version);
-  /** Let the rows be read. */
+  /** Make the stored rows visible to typed reads. */
   void show() { n_rows_ = n_stored_; }
-  /** Rows are stored from the first on again. */
+  /** Store the next row as the first one again; free the large values. */
   void clear();
 
   // --- reading: innodb_api/typed_reads.cc ---
 
   size_t n_rows() const { return n_rows_; }
-  /** Pass a value to read(Value_in_row, Value_reader *).
-      @return true without doing so for a position or row that the batch does
-      not have, a column that was not read, and NULL */
+  /** Call read(Value_in_row, Value_reader *) for one value.
+      @return true, without the call, if the batch has no such position or row,
+      the column was not read, or the value is NULL */
   template <class Read>
   [[nodiscard]] bool read_value(uint field_idx, uint nr, Read read);
-  /** A column's own Field; null for one that is not read. */
+  /** The batch's copy of a column's Field; null if the column is not read. */
   Field *field(size_t field_idx) const {
     return row_columns_[field_idx].field_;
   }
@@ -95,13 +95,13 @@ class ThreadCtx {
   const Read_plan &plan_;
   const size_t id_;
   THD *session_ = nullptr;
-  MEM_ROOT root_;                        // of the columns' Fields
+  MEM_ROOT root_;                        // holds the copies of Fields
   std::vector<Row_column> row_columns_;  // by table position
   const size_t row_bytes_;
   std::unique_ptr<byte[]> buffer_;  // n_slots_ rows
   size_t n_slots_ = 0;              // grows to rows_per_batch
   size_t n_stored_ = 0;
-  size_t n_rows_ = 0;         // that typed reads find
+  size_t n_rows_ = 0;         // rows that typed reads can see
   mem_heap_t *large_values_;  // of the stored rows
   Value_reader value_reader_;
 };

@@ -1,10 +1,10 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// callback: a batch in the caller's hands.
-// In: the worker's waiting rows. Out: the caller's answer: go on, or stop.
-// Holds: whatever the worker holds, its leaf page among it. Threads: any
-// worker, at the same time. Fails: the callback refuses, or throws.
+// callback: hands a batch to the caller's function.
+// In: the worker's stored rows. Out: the caller's answer: go on, or stop.
+// Holds: what the worker holds, mostly its leaf page. Threads: any worker, at
+// the same time. Fails: the callback stops the read, or throws.
 
 #include "innodb_api/callback.h"
 
@@ -16,10 +16,11 @@
 
 namespace {
 
-// The process's counters are told of so many pages at a time.
+// Pages are added to the process's counters in steps of this many.
 constexpr size_t pages_between_counts = 64;
 
-// A callback may read in parallel itself, through a handle that is open.
+// A number, not a flag: a callback may run a parallel read through another open
+// handle, and that read calls its own callback in this thread.
 thread_local size_t callbacks_entered = 0;
 
 struct Callback_mark {
@@ -42,7 +43,7 @@ Batch_sender::Batch_sender(const Read_plan &plan, size_t worker,
   if (batch_ == nullptr) throw std::bad_alloc();
 }
 
-// A row that comes after a refused batch is stored and counted all the same.
+// If the callback stops the read, the row is still stored and counted.
 dberr_t Batch_sender::process_row(const Row_version &version) {
   dberr_t err = DB_SUCCESS;
   if (batch_->is_full()) {
@@ -53,7 +54,7 @@ dberr_t Batch_sender::process_row(const Row_version &version) {
     batch_->clear();
   }
   if (!batch_->store_row(version)) {
-    // As in SQL, a row is not there before its values are.
+    // As in SQL, leave out a row whose values are not written yet.
     if (plan_.reads_uncommitted()) return err;
     state_->failure.raise(ER_CHECKREAD,
                           "Cannot read a value that the donor is writing");
@@ -91,7 +92,7 @@ void Batch_sender::end_unit() {
   count();
 }
 
-// Workers share what they add to.
+// All workers add to the same progress, so each adds only its new rows.
 void Batch_sender::tell_progress() {
   state_->progress.rows.fetch_add(n_read_ - n_told_, std::memory_order_relaxed);
   n_told_ = n_read_;

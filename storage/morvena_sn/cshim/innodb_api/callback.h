@@ -3,7 +3,7 @@
 
 /**
   @file innodb_api/callback.h
-  The sink of a read that hands its batches to a callback.
+  A worker's sink: it fills a batch and hands full batches to the callback.
 */
 
 #ifndef MORVENA_SN_INNODB_API_CALLBACK_H
@@ -22,7 +22,7 @@
 using Parallel_load_fn = bool (*)(uint64_t handle, uint64_t thread_id,
                                   void *argument);
 
-/** Whom batches go to. */
+/** The function that gets the batches. */
 struct Load_callback {
   Parallel_load_fn fn = nullptr;
   void *argument = nullptr;
@@ -31,31 +31,31 @@ struct Load_callback {
 /** What became of a batch. */
 enum class Load_answer {
   GO_ON,
-  STOP,   // the callback has refused
-  THROWN  // the callback has thrown; the failure says so
+  STOP,   // the callback asked to stop the read
+  THROWN  // the callback threw; the read's failure says so
 };
 
-/** One worker's sink: its batch, and whom it goes to when it is full. */
+/** One worker's sink: its batch, and the callback that gets it when full. */
 class Batch_sender {
  public:
-  /** @param state  where the read tells of itself; outlives the sender, as the
-                    plan does
+  /** @param state  where the read reports progress and failure; it and the
+                    plan outlive the sender
       Throws std::bad_alloc. */
   Batch_sender(const Read_plan &plan, size_t worker,
                const Load_callback &callback, Call_state *state);
   Batch_sender(const Batch_sender &) = delete;
   Batch_sender &operator=(const Batch_sender &) = delete;
 
-  /** The session of the thread that works. */
+  /** Set the session of the worker's thread. */
   void set_session(THD *session) { batch_->set_session(session); }
 
-  /** Store a row, handing a full batch over first. */
+  /** Store a row. If the batch is full, hand it to the callback first. */
   [[nodiscard]] dberr_t process_row(const Row_version &version);
-  /** Tell of the rows and of one page more. */
+  /** Report one more page and the rows stored from it. */
   void end_page();
-  /** Tell of the rows that no page's end has told of. */
+  /** Report the rows that end_page() has not reported. */
   void end_unit();
-  /** Hand the waiting rows over, if there are any. */
+  /** Hand the stored rows to the callback, if there are any. */
   [[nodiscard]] Load_answer send_batch();
 
   size_t worker() const { return batch_->id(); }
@@ -71,9 +71,9 @@ class Batch_sender {
   Call_state *const state_;
   const ThreadCtx::Owner batch_;
   size_t n_read_ = 0;
-  size_t n_told_ = 0;     // rows that the progress has
-  size_t n_counted_ = 0;  // rows that the process's counters have
-  size_t n_pages_ = 0;    // that they do not have
+  size_t n_told_ = 0;     // rows added to the read's progress
+  size_t n_counted_ = 0;  // rows added to the process's counters
+  size_t n_pages_ = 0;    // pages not yet added to those counters
 };
 
 #endif  // MORVENA_SN_INNODB_API_CALLBACK_H

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// descent: from a page of the index down to a leaf, by key.
+// descent: searches by key, from a page of the index down to a leaf.
 // In: a page's number and a key. Out: a cursor on a leaf that is latched.
 // Holds: pages of one path, in the caller's mini-transaction. Threads: any,
 // under the index latch. Fails: never.

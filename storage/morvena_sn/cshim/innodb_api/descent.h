@@ -3,10 +3,11 @@
 
 /**
   @file innodb_api/descent.h
-  From a page of an index down to a leaf, by key. The caller holds the index
-  latch, which is not asked for here: a request that waits exclusively lets no
-  new shared one through, so a reader that asked again would wait for the
-  writer, the writer for the read, and the read for the reader.
+  Searches by key, from a page of an index down to a leaf. The caller holds the
+  index latch, so these functions do not request it. A second request could
+  deadlock: an exclusive request that waits blocks new shared ones, so this
+  thread would wait for the writer, the writer for the read, and the read for
+  this thread.
 */
 
 #ifndef MORVENA_SN_INNODB_API_DESCENT_H
@@ -18,7 +19,7 @@
 #include "host/innodb.h"
 #include "innodb_api/plan.h"
 
-/** A page latched in a mini-transaction, and where in it. */
+/** A savepoint of a mini-transaction, and the page that was latched there. */
 using Savepoint = std::pair<ulint, buf_block_t *>;
 
 /** Latch a page of the index, shared. */
@@ -32,7 +33,7 @@ void release_pages(std::vector<Savepoint> *savepoints, mtr_t *mtr);
 
 /** Move a cursor to the node pointer under which a range begins.
     @param key  null: no bound
-    @return whether there is one */
+    @return whether the page has one */
 bool position_on_node(page_cur_t *cursor, const dtuple_t *key, bool include);
 
 /** Move a cursor to the first record of a leaf that belongs to a range.
@@ -40,16 +41,19 @@ bool position_on_node(page_cur_t *cursor, const dtuple_t *key, bool include);
     @return whether the page holds it */
 bool position_on_leaf(page_cur_t *cursor, const dtuple_t *key, bool include);
 
-/** Descend to the first record at (or after, if not include) a key, which may
-    lie beyond the subtree's; null: the first of the subtree. After the last of
-    its page if there is none.
-    @param[out] savepoints  the pages of the path, the last of them the leaf */
+/** Descend from a page to the first record at or after a key; if not include,
+    to the first record after it. If no leaf below the page has such a record,
+    go on to the leaves that follow.
+    @param key  null: go to the first record below the page
+    @param[out] savepoints  the latched pages of the path, the leaf last
+    @return a cursor on that record; if there is none, after the last record of
+    a page */
 [[nodiscard]] page_cur_t start_of_range(const Index_tree &tree,
                                         page_no_t page_no, mtr_t *mtr,
                                         const dtuple_t *key, bool include,
                                         std::vector<Savepoint> *savepoints);
 
-/** Whether the root is a leaf. Others may add pages at any time. */
+/** Whether the root is a leaf. A transaction may add pages at any time. */
 [[nodiscard]] bool is_one_page(const Index_tree &tree);
 
 #endif  // MORVENA_SN_INNODB_API_DESCENT_H

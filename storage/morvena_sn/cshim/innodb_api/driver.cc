@@ -1,11 +1,11 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// driver: the rooms together: reserve, cut, work, join, result.
+// driver: runs a read: reserves threads, cuts the range, joins the workers.
 // In: a plan, a range and a callback. Out: the result of the read. Holds:
 // threads of the budget and the index latch, both given back before the result.
 // Threads: the caller's, which waits for its workers. Fails: any worker's
-// failure, threads or memory that cannot be had, a kill.
+// failure, no threads or memory, a kill.
 
 #include <algorithm>
 #include <cstdio>
@@ -31,21 +31,21 @@
 
 namespace {
 
-// The page that a worker keeps, the one that it waits for, and as much again
-// for everybody else.
+// A worker keeps one page and waits for another. As many again are left to the
+// rest of the server.
 constexpr size_t pool_pages_per_worker = 4;
 
-// How many of the process's workers are too many for the buffer pool: once the
-// pages that they keep fill it, none of them gets another, and nobody else
-// does.
+// The number of reserved threads that are too many for the buffer pool. If the
+// pages that workers keep filled the pool, neither they nor anybody else would
+// get another page.
 size_t n_beyond_the_buffer_pool() {
   const size_t bearable = buf_pool_get_n_pages() / pool_pages_per_worker;
   const size_t reserved = ThreadBudget::s_active_threads;
   return reserved > bearable ? reserved - bearable : 0;
 }
 
-// The threads of one read. A single one is not worth a hand-over: the calling
-// thread then reads alone.
+// The threads that one read reserves. Handing the work to a single thread gains
+// nothing, so the calling thread then reads alone.
 class Reserved_threads {
  public:
   explicit Reserved_threads(size_t wanted)
@@ -66,7 +66,7 @@ class Reserved_threads {
   size_t n_;
 };
 
-// What a worker's row in performance_schema.threads says.
+// Describes a worker in its row of performance_schema.threads.
 void tell(const thread_row::Bound &row, size_t worker, const THD *cursors,
           const TABLE *table, const char *index_name) {
   char text[2 * NAME_LEN + 64];
@@ -77,7 +77,7 @@ void tell(const thread_row::Bound &row, size_t worker, const THD *cursors,
   row.enter(thread_row::State::READING);
 }
 
-// A session for a worker's thread, with the settings of the cursor's.
+// A session for a worker's thread, with the settings of the cursor's session.
 class Worker_session {
  public:
   Worker_session(size_t worker, const THD *cursors, const TABLE *table,
@@ -98,10 +98,11 @@ class Worker_session {
   const counters::Running running_{Tally::WORKERS_RUNNING};
 };
 
-// In words. What a callback or a value's reading has reported stays.
+// Reports in words how the read ended. A failure that was reported before, by
+// the callback or by reading a value, stays.
 void tell_end(dberr_t err, Failure *failure) {
   if (err == DB_SUCCESS) {
-    // The answer to a last batch stops nothing.
+    // Nothing was left to stop when the callback refused a last batch.
     failure->clear();
     return;
   }
@@ -152,7 +153,7 @@ class Parallel_run {
   Index_latch latch_;
   Read_stop stop_;
   Unit_queue queue_;
-  std::vector<std::unique_ptr<Batch_sender>> senders_;  // a worker's each
+  std::vector<std::unique_ptr<Batch_sender>> senders_;  // one for each worker
   std::vector<std::future<void>> parallel_threads_;
 };
 
@@ -167,7 +168,7 @@ dberr_t Parallel_run::run(size_t n_threads) {
   }
   for (std::future<void> &worker : parallel_threads_) worker.wait();
   if (threads.count() > 0) report(threads.count());
-  // A kill counts also where there was nothing to read.
+  // A kill is reported even if there was nothing to read.
   const dberr_t err = stop_.get_error() != DB_SUCCESS ? stop_.get_error()
                                                       : stop_.reason_to_stop();
   tell_end(err, &state_->failure);
@@ -177,7 +178,7 @@ dberr_t Parallel_run::run(size_t n_threads) {
 void Parallel_run::cut_and_read(size_t n_threads) {
   const dberr_t err = setup_ctx(plan_.tree, stop_, range_, n_threads, &queue_);
   if (err != DB_SUCCESS) fail(err);
-  // Waking workers takes longer than to read a page.
+  // Waking workers takes longer than reading a single page.
   parallel_read(is_one_page(plan_.tree) ? 0 : n_threads);
 }
 
@@ -208,8 +209,8 @@ void Parallel_run::submit_workers() {
     }
     queue_.open();
   } catch (...) {
-    // No thread, no memory or a stopped pool. Workers that have started do not
-    // begin.
+    // There is no thread or no memory, or the pool has stopped. Workers that
+    // have started take no unit.
     fail(DB_OUT_OF_MEMORY);
   }
 }
@@ -241,7 +242,7 @@ void Parallel_run::work_until_done(Batch_sender *sender) {
     queue_.complete();
   }
   if (stop_.get_error() != DB_SUCCESS) return;
-  // The last, partial batch; there is nothing left for its answer to stop.
+  // The last, partial batch. Nothing is left to stop, so STOP has no effect.
   if (sender->send_batch() == Load_answer::THROWN) fail(DB_ERROR);
 }
 
@@ -256,7 +257,7 @@ dberr_t Parallel_run::read_unit(const Ctx &ctx, Batch_sender *sender) {
   return err;
 }
 
-// The others stop at their next check.
+// The other workers stop at their next check.
 void Parallel_run::fail(dberr_t err) {
   stop_.set_error(err);
   queue_.close();

@@ -3,12 +3,13 @@
 
 /**
   @file innodb_api/field_steps.h
-  Where the wanted fields lie in records that all have the same fields. Needs no
-  server but its types.
+  Finds the wanted fields in records that all have the same fields. Needs only
+  InnoDB's basic types, no running server.
 
-  For leaf records of the COMPACT and DYNAMIC formats. Before the data lie,
-  backwards, a bit for each nullable field and the lengths, in one byte or two,
-  of the fields of variable length that are not NULL.
+  It reads leaf records of the COMPACT and DYNAMIC formats. In front of the
+  data, towards lower addresses, a record has one bit for each nullable field.
+  Then follow the lengths of those variable-length fields that are not NULL, one
+  or two bytes each.
 */
 
 #ifndef MORVENA_SN_INNODB_API_FIELD_STEPS_H
@@ -20,7 +21,7 @@
 
 #include "univ.i"
 
-/** A field of a record; no data: NULL. */
+/** A field of a record; data is null if the value is NULL. */
 struct Located_field {
   const byte *data;
   ulint bytes;
@@ -32,7 +33,7 @@ class Field_steps {
     uint16_t fixed_bytes;  // 0: of variable length
     bool is_nullable;
     bool is_long;  // its length may take two bytes
-    int32_t slot;  // among the wanted fields, -1: none
+    int32_t slot;  // its place among the wanted fields; -1: not wanted
   };
 
   /** Append the field that comes next in a record. */
@@ -42,11 +43,12 @@ class Field_steps {
     steps_.push_back(step);
     if (step.slot >= 0) n_steps_ = steps_.size();
   }
-  /** Have a wanted field that the records lack be found with this value. */
+  /** Give a value to a wanted field that the records do not have. */
   void add_missing(size_t slot, const Located_field &value) {
     missing_.push_back({slot, value});
   }
-  /** There is no further field: forget what comes after the last wanted one. */
+  /** To be called after the last add(): drops the steps after the last wanted
+      field. */
   void end() { steps_.resize(n_steps_); }
 
   /**
@@ -64,7 +66,7 @@ class Field_steps {
 
   ulint n_nullable_ = 0;
   ulint null_bytes_ = 0;
-  size_t n_steps_ = 0;  // up to the last wanted one
+  size_t n_steps_ = 0;  // up to the last wanted field
   std::vector<Step> steps_;
   std::vector<Missing> missing_;
 };

@@ -1,10 +1,10 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// latch: who may be in the scanned index's tree, and when it is left to others.
+// latch: who may be in the tree of the scanned index, and when a writer may.
 // In: the driver's hold, workers that enter and leave. Out: the latch, for a
-// moment, to who waits for it exclusively. Holds: the index latch, shared.
-// Threads: the driver's and all workers. Fails: never.
+// moment, to a thread that waits for it exclusively. Holds: the index latch,
+// shared. Threads: the driver's and all workers. Fails: never.
 
 #include "innodb_api/latch.h"
 
@@ -55,14 +55,15 @@ void Index_latch::park() {
   ++n_in_tree_;
 }
 
-// One turn, also when the next begins at once: a thread that waited for the end
-// of all of them might never go on.
+// Waits for the end of the current turn only. The next turn may begin at once,
+// and a thread that waited for a moment without any turn might never go on.
 void Index_latch::wait_for_turn(Checked_lock *lock) {
   const uint64_t turn = turn_;
   while (turn_ == turn) lock->wait(&gone_on_);
 }
 
-// The waiter has the latch's next turn: asking for it again waits for him.
+// The waiting writer gets the latch first, so requesting it again waits until
+// the writer has had it.
 void Index_latch::give_away() {
   host::s_unlock(latch_, latch_pass);
   host::s_lock(latch_, latch_pass);

@@ -3,12 +3,13 @@
 
 /**
   @file innodb_api/latch.h
-  The scanned index's latch, as one read holds it: shared, from start to end.
+  The latch of the scanned index. A read holds it shared, from start to end.
 
-  Somebody who waits for it exclusively lets no new shared holder through, so a
-  long read would hold up every statement on the index. Workers therefore park
-  when they see such a waiter, with no page in hand; when nobody of the read is
-  in the tree any more, the latch is let go and taken again, and all go on.
+  An exclusive request that waits blocks every new shared request, so a long
+  read would hold up every statement on the index. A worker that sees such a
+  request releases its page and parks. When no worker of the read is in the tree
+  any more, the read releases the latch and requests it again. It gets the latch
+  after the writer, and then all workers go on.
 */
 
 #ifndef MORVENA_SN_INNODB_API_LATCH_H
@@ -34,7 +35,7 @@ class Index_latch {
   void index_s_lock();
   void index_s_unlock();
 
-  /** Holds it until the end of the scope. */
+  /** Holds the latch until the end of the scope. */
   class Hold {
    public:
     explicit Hold(Index_latch *latch) : latch_(latch) {
@@ -48,14 +49,15 @@ class Index_latch {
     Index_latch *latch_;
   };
 
-  /** Whether somebody waits for the latch, for whatever reason. */
+  /** Whether a thread waits for the latch, shared or exclusively. */
   bool has_waiters() const;
-  /** Whether somebody waits for it exclusively. The host's mark of waiters does
-      not show the first of them. */
+  /** Whether a thread waits for the latch exclusively. InnoDB's flag for
+     waiters does not show the first such thread. */
   bool is_wanted() const;
 
-  /** While an object of this lives its thread may hold pages of the index. Made
-      under the latch; waits while the latch is given away. */
+  /** While it lives, its thread may hold pages of the index. The read holds the
+      latch when it is made. The constructor waits while the read gives the
+     latch away. */
   class In_tree {
    public:
     explicit In_tree(Index_latch *latch) : latch_(latch) {
@@ -69,7 +71,7 @@ class Index_latch {
     Index_latch *latch_;
   };
 
-  /** Wait until the latch has been given away once and is held again. The
+  /** Wait until the read has given the latch away once and holds it again. The
       calling thread is in the tree and holds no page. */
   void park() EXCLUDES(mutex_);
 
@@ -86,7 +88,7 @@ class Index_latch {
   std::condition_variable gone_on_;  // with mutex_
   size_t n_in_tree_ GUARDED_BY(mutex_) = 0;
   bool giving_way_ GUARDED_BY(mutex_) = false;
-  uint64_t turn_ GUARDED_BY(mutex_) = 0;  // how often it was given away
+  uint64_t turn_ GUARDED_BY(mutex_) = 0;  // times it was given away
 };
 
 #endif  // MORVENA_SN_INNODB_API_LATCH_H

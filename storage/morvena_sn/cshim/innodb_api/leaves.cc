@@ -3,7 +3,7 @@
 
 // leaves: one leaf page after another, in key order.
 // In: a boundary to begin at. Out: records on a latched page. Holds: one leaf
-// page, shared, the next one latched before it is let go. Threads: any worker.
+// page, shared; it latches the next before it releases it. Threads: any worker.
 // Fails: never.
 
 #include "innodb_api/leaves.h"
@@ -16,7 +16,8 @@
 
 namespace {
 
-// The position's page as it was when it was stored, if nothing has changed it.
+// Latches the page of a stored position, if nothing has changed the page since.
+// Returns whether that succeeded.
 bool restore_as_stored(btr_pcur_t *pcur, mtr_t *mtr) {
   const uint64_t modify_clock = pcur->m_modify_clock;
   return pcur->m_block_when_stored.run_with_hint([&](buf_block_t *block) {
@@ -26,8 +27,9 @@ bool restore_as_stored(btr_pcur_t *pcur, mtr_t *mtr) {
   });
 }
 
-// Records lie on a page in the order in which they came. Where that is not the
-// key's, the processor cannot tell which lines come next.
+// Records lie on a page in the order in which they were inserted. If that is
+// not key order, the processor cannot predict which cache lines are read next,
+// so fetch all of them.
 void prefetch_page(const buf_block_t *block) {
   constexpr ulint line = 64;
   const page_t *page = buf_block_get_frame(block);
@@ -50,8 +52,9 @@ bool Leaf_walk::come_to(const Iter &boundary) {
     cursor_.index = tree_.index;
     return true;
   }
-  // By the key, from the root, under the index latch that the read holds: the
-  // host's own restore would ask for that latch once more.
+  // Search by key from the root, under the index latch that the read holds.
+  // InnoDB's own function for returning to a position would request that latch
+  // again.
   std::vector<Savepoint> path;
   cursor_ = start_of_range(tree_, tree_.index->page, mtr(), boundary.tuple_,
                            true, &path);
@@ -86,8 +89,8 @@ dberr_t Leaf_walk::next_page() {
   return DB_SUCCESS;
 }
 
-// Leave the page to whoever waits, and the index latch too to who wants it
-// exclusively.
+// Releases the page for a thread that waits. If that thread wants the index
+// latch exclusively, also parks until it has had the latch.
 // @return whether the cursor stands on a record that is still to be handled
 bool Leaf_walk::give_way() {
   const std::shared_ptr<Iter> last_handled = leave();
@@ -107,9 +110,9 @@ std::shared_ptr<Iter> Leaf_walk::leave() {
   return position;
 }
 
-// What the page has become does not matter: another page may have been merged
-// into it, rows may have come in before and after.
+// The page may have been merged with another one, and rows may have been
+// inserted before and after the position. The key finds the place in any case.
 void Leaf_walk::come_back(const Iter &last_handled) {
-  // Stepping on from a record that has not been handled would lose it.
+  // If the record is gone, the cursor stands on one that is not handled yet.
   if (come_to(last_handled)) step();
 }

@@ -19,13 +19,13 @@
 #include "innodb_api/scope.h"
 
 /**
-  A cursor over leaf records. It alone latches pages between two rows: the page
-  that it stands on, shared, and when it moves on the next one before it lets go
-  of that. The read holds the index latch, and the thread is in the tree.
+  A cursor over leaf records. It latches the page that it stands on, shared. To
+  move on it latches the next page and then releases the first. No other part of
+  a worker keeps a page latched from one row to the next. The read holds the
+  index latch, and the thread is in the tree.
 
-  A position that is taken up again is a key: the cursor comes to stand at the
-  first record at or after it, whatever became of the record and its page
-  meanwhile.
+  A stored position is a key. The cursor returns to the first record at or after
+  the key, even if the record or its page has changed or is gone.
 */
 class Leaf_walk {
  public:
@@ -33,8 +33,8 @@ class Leaf_walk {
   Leaf_walk(const Leaf_walk &) = delete;
   Leaf_walk &operator=(const Leaf_walk &) = delete;
 
-  /** Come to stand on a boundary's record if it is still there, else on the
-      first one after it. @return whether it is that record */
+  /** Move to a boundary's record, or to the first record after it if that
+      record is gone. @return whether the record is still there */
   bool come_to(const Iter &boundary);
 
   bool is_after_last() const { return page_cur_is_after_last(&cursor_); }
@@ -42,23 +42,22 @@ class Leaf_walk {
   void step() { page_cur_move_to_next(&cursor_); }
   /** The last record of the page. */
   const rec_t *last_record();
-  /** That holds the page. */
+  /** The mini-transaction that holds the page. */
   mtr_t *mtr() { return mtrs_[current_mtr_].get(); }
 
-  /** At a page's end, all records of which are handled: on to the next page.
-      For somebody who waits for the index latch everything is let go first.
-      @return DB_END_OF_INDEX when there is none */
+  /** Move to the next page, when all records of this one are handled. If a
+      thread waits for the index latch, release the page first and come back by
+      key. @return DB_END_OF_INDEX if there is no next page */
   [[nodiscard]] dberr_t next_page();
 
-  /** Let go of the page, at its end. @return the last record handled, null if
-      the page has none and is not let go */
+  /** Release the page, when all its records are handled. @return the position
+      of the last one; null, without releasing, if the page has no record */
   [[nodiscard]] std::shared_ptr<Iter> leave();
-  /** Come to stand on the first record after one at which leave() was called.
-   */
+  /** Move to the first record after the position that leave() returned. */
   void come_back(const Iter &last_handled);
 
-  /** What a thread does between leave() and come_back() for a waiter:
-      sched_yield(), unless a test has something happen there. */
+  /** Called between leave() and come_back(), to let the waiter run. It is
+      sched_yield(); tests put another function in its place. */
   static std::atomic<void (*)()> s_yield;
 
  private:
@@ -67,8 +66,8 @@ class Leaf_walk {
 
   const Index_tree &tree_;
   Index_latch *const latch_;
-  // One holds the page in hand; the other takes the next page. A single one
-  // would grow with every page.
+  // One holds the current page; the other latches the next one. A single
+  // mini-transaction would grow with every page.
   Read_mtr mtrs_[2];
   size_t current_mtr_ = 0;
   page_cur_t cursor_{};

@@ -5,7 +5,7 @@
 // In: an open, locked table and an index name. Out: a plan, or a refusal in
 // words; the cursor's transaction has a view. Holds: the dictionary table,
 // until the plan's end. Threads: the caller's. Fails: no such index, an index
-// that has no B-tree of whole keys, no memory for a view.
+// that cannot be scanned in parallel, no memory for a view.
 
 #include <string>
 
@@ -20,7 +20,7 @@
 namespace {
 
 // A virtual column has no stored value. In the clustered index it matters only
-// when it is read; the bit looked at is that of InnoDB's number of the column.
+// if it is read. The read set is looked up by InnoDB's number of the column.
 bool has_virtual_field(const dict_index_t *index, const TABLE *table) {
   for (ulint i = 0; i < dict_index_get_n_fields(index); ++i) {
     const dict_col_t *col = index->get_field(i)->col;
@@ -66,10 +66,10 @@ Refusal refusal(const dict_index_t *index, const TABLE *table,
   return {0, nullptr};
 }
 
-// A cursor whose donor gave no view takes one of its own at its first read and
-// keeps it, as when the host reads its rows one by one. A read-only server has
-// no views; without changes every read sees the same.
-// @return false if a view is needed and cannot be had
+// If the donor gave no view, the cursor takes one of its own at its first read
+// and keeps it, as it does when it reads row by row. A read-only server has no
+// views: nothing changes there, so every read sees the same rows.
+// @return false if a view is needed and cannot be made
 bool take_snapshot(trx_t *trx) {
   if (srv_read_only_mode) return true;
   if (trx->isolation_level == TRX_ISO_READ_UNCOMMITTED) return true;

@@ -5,7 +5,7 @@
 // In: a range, or a unit to be split. Out: sub-ranges in key order, as units in
 // the queue. Holds: pages of one path at a time and the page being sampled, in
 // one mini-transaction. Threads: the caller's, and workers that split a unit.
-// Fails: out of memory, a kill, a read that has ended meanwhile.
+// Fails: out of memory, a kill, another worker's failure.
 
 #include "innodb_api/partition.h"
 
@@ -16,7 +16,7 @@
 
 namespace {
 
-// The records of a page that lie in the range, from a position on.
+// The number of records of a page, from a position on, that lie in the range.
 uint32_t count_records(page_cur_t cursor, const Iter &end,
                        const dict_index_t *index, Record_offsets *offsets,
                        mem_heap_t **heap) {
@@ -29,14 +29,15 @@ uint32_t count_records(page_cur_t cursor, const Iter &end,
   return n;
 }
 
-// About two sub-ranges for each worker.
+// Taking every nth record makes about two sub-ranges for each worker.
 uint32_t sampling_step(uint32_t n_records, size_t nthreads) {
   const auto wanted = static_cast<int32_t>(2 * static_cast<uint32_t>(nthreads));
   const uint32_t step = n_records / (wanted > 0 ? wanted : 1);
   return step > 0 ? step : 1;
 }
 
-// Neighbours share no boundary: each has its own on the same record.
+// Two neighbouring sub-ranges meet at a record that belongs to the second one
+// only, so each has its own boundary at that record.
 void append_range(std::vector<Range> *ranges, dict_index_t *index,
                   const page_cur_t &start, mtr_t *mtr) {
   auto first = create_persistent_cursor(index, start, mtr);
@@ -47,8 +48,8 @@ void append_range(std::vector<Range> *ranges, dict_index_t *index,
   ranges->emplace_back(std::move(first), std::make_shared<Iter>());
 }
 
-// The last sub-range ends where the whole does; its copy of that bound does not
-// depend on the conversion's buffers.
+// The last sub-range ends where the whole range ends. It gets a copy of that
+// bound, because the bound may lie in the buffers of the key conversion.
 void close_last_range(const Iter &end, std::vector<Range> *ranges) {
   if (end.tuple_ == nullptr || ranges->empty()) return;
   Iter *last = ranges->back().second.get();
@@ -57,8 +58,8 @@ void close_last_range(const Iter &end, std::vector<Range> *ranges) {
   for (ulint i = 0; i < dtuple_get_n_fields(tuple); ++i) {
     dfield_dup(dtuple_get_nth_field(tuple, i), last->heap_);
   }
-  // The copy would compare every field, and so take a boundary record that has
-  // changed since for another one.
+  // A copy compares every field. If other columns of the boundary record have
+  // changed since, it would not recognise the record.
   dtuple_set_n_fields_cmp(tuple, dtuple_get_n_fields_cmp(end.tuple_));
   last->tuple_ = tuple;
   last->include_ = end.include_;
@@ -75,8 +76,8 @@ class Cut {
         split_level_(split_level),
         nthreads_(nthreads) {}
 
-  // Every sub-range's start is a record inside the range, so it belongs to it,
-  // also when the range's own start is open.
+  // Every sub-range starts at a record inside the range. So its start is
+  // closed, even if the start of the whole range is open.
   dberr_t run(std::vector<Range> *ranges) {
     const dberr_t err = partition_range(tree_.index->page, 0, ranges);
     mtr_.commit();
@@ -155,7 +156,7 @@ dberr_t Cut::partition_range(page_no_t page_no, size_t depth,
   return DB_SUCCESS;
 }
 
-// @param n_whole  how many of the first are not split
+// @param n_whole  the number of ranges, from the first, that are not split
 dberr_t enqueue_units(const std::vector<Range> &ranges, size_t n_whole,
                       Unit_queue *queue) {
   try {
@@ -170,8 +171,8 @@ dberr_t enqueue_units(const std::vector<Range> &ranges, size_t n_whole,
 
 }  // namespace
 
-// The units of whole groups, one for each worker, are read as they are; the
-// rest is cut again.
+// Most units are read as they are: as many as divide evenly among the workers.
+// The few that remain at the end are split.
 dberr_t setup_ctx(const Index_tree &tree, const Read_stop &stop,
                   const Range &range, size_t nthreads, Unit_queue *queue) {
   std::vector<Range> ranges;

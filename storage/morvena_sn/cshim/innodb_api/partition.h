@@ -3,9 +3,9 @@
 
 /**
   @file innodb_api/partition.h
-  A range, cut into units for a read's workers by descending the B-tree once: a
-  sub-range begins at a record that is pinned as a boundary, and ends before the
-  next boundary. The index latch is held.
+  Cuts a range into units for the workers of a read, by descending the B-tree
+  once. Each sub-range begins at a record whose key becomes a boundary, and ends
+  before the next boundary. The caller holds the index latch.
 */
 
 #ifndef MORVENA_SN_INNODB_API_PARTITION_H
@@ -18,14 +18,14 @@
 #include "innodb_api/range.h"
 #include "innodb_api/stop.h"
 
-/** Cut a range into units for that many workers, 0: the calling thread. The
-   last ones are to be split, so that nobody idles at the end. */
+/** Cut a range into units for nthreads workers; 0: for the calling thread. The
+    last units are marked to be split, so that no worker is idle at the end. */
 [[nodiscard]] dberr_t setup_ctx(const Index_tree &tree, const Read_stop &stop,
                                 const Range &range, size_t nthreads,
                                 Unit_queue *queue);
 
-/** Queue finer units that cover a unit's range, which itself is not read. None
-    when its records are gone. */
+/** Split a unit: queue finer units that cover its range, and none if its
+    records are gone. The unit itself is not read. */
 [[nodiscard]] dberr_t split_ctx(const Index_tree &tree, const Read_stop &stop,
                                 const Ctx &ctx, size_t nthreads,
                                 Unit_queue *queue);

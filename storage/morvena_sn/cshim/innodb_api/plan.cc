@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// plan: how are the index's records judged and converted?
+// plan: which views decide over the index's records, how are they converted?
 // In: an index that may be read. Out: the plan's parts. Holds: nothing.
 // Threads: the caller's; read only afterwards. Fails: out of memory.
 
@@ -15,8 +15,9 @@
 
 namespace {
 
-// A read sees an entry of a secondary index as it stands also under READ
-// COMMITTED; rows that it looks up are judged whenever there is a view.
+// Under READ COMMITTED, too, a read takes an entry of a secondary index as it
+// stands. For the clustered records that it looks up, the view decides whenever
+// there is one.
 Judgement judgement_of(const trx_t &trx, const dict_index_t &index) {
   const auto without_view =
       index.is_clustered() ? TRX_ISO_READ_UNCOMMITTED : TRX_ISO_READ_COMMITTED;
@@ -68,7 +69,7 @@ row_prebuilt_t *new_prebuilt(TABLE *table, dict_table_t *dict_table,
 
 }  // namespace
 
-// The clustered index holds every column.
+// The clustered index holds every column, so reading it counts as index-only.
 Read_plan::Read_plan(TABLE *server_table, Dictionary_table *dict_table,
                      dict_index_t *index, bool is_indexonly, trx_t *cursors_trx)
     : trx(cursors_trx),
@@ -87,7 +88,7 @@ Read_plan::Read_plan(TABLE *server_table, Dictionary_table *dict_table,
 }
 
 // One entry for each stored column that is read or written, in the table's
-// order. InnoDB numbers the stored columns alone.
+// order. InnoDB numbers only the stored columns.
 void Read_plan::build_template() {
   const uint n_fields = mysql_table->s->fields;
   prebuilt->mysql_template =
@@ -116,8 +117,8 @@ void Read_plan::build_template() {
   prebuilt->need_to_access_clustered = converts_clustered();
 }
 
-// What the template holds of the read set: a column that is only written is no
-// part of the rows that callers get.
+// Plans the template's columns that are in the read set. A column that is only
+// in the write set is no part of the rows that callers get.
 void Read_plan::plan_columns() {
   columns.reserve(prebuilt->n_template);
   for (ulint i = 0; i < prebuilt->n_template; ++i) {
@@ -131,16 +132,16 @@ void Read_plan::plan_columns() {
     if (!converts_clustered()) {
       const ulint col_no =
           clustered_index()->get_field(templ->clust_rec_field_no)->col->ind;
-      // The whole column if the index holds it, else its prefix.
+      // Take the whole column if the index holds it, else its prefix.
       field_no = tree.index->get_col_pos(col_no, false, false);
       is_prefix = field_no == ULINT_UNDEFINED;
       if (is_prefix) field_no = tree.index->get_col_pos(col_no, true, false);
-      // A column that the index does not hold has no value, which a row could
-      // not say of one that is never NULL.
+      // Leave out a column that the index does not hold. It has no value, and
+      // a row cannot show that for a column that is never NULL.
       if (field_no == ULINT_UNDEFINED) continue;
     } else if (host::has_instant_columns(table)) {
-      // Of a column whose beginning is in the key, the host may build an
-      // earlier version with no more than the beginning.
+      // If the key holds a prefix of the column, InnoDB may build an earlier
+      // version that holds no more than the prefix.
       const ulint col_no = clustered_index()->get_field(field_no)->col->ind;
       is_prefix = clustered_index()->get_col_pos(col_no, true) != field_no;
     }
@@ -152,9 +153,11 @@ void Read_plan::plan_columns() {
   }
 }
 
-// The key, for the ends of units, the id of the row's transaction, and the
-// columns that are read. With columns added or dropped instantly the fields'
-// order in a record is not the index's.
+// A read needs three things of a record: the key, to compare it with the end of
+// the unit, the id of the row's transaction, and the columns that are read.
+// Offsets of fields after the last of these are not computed. After columns
+// were added or dropped instantly, fields may lie in another order than in the
+// index, so there is no limit then.
 void Read_plan::limit_offsets() {
   if (!converts_clustered() || host::has_instant_columns(table)) return;
   const dict_index_t *clustered = clustered_index();
@@ -166,7 +169,7 @@ void Read_plan::limit_offsets() {
   (tree.index->is_clustered() ? n_scanned_fields : n_fetched_fields) = n;
 }
 
-// Of the scanned index, when its records are the ones that are converted.
+// Needed only if the rows come from the records of the scanned index.
 void Read_plan::lay_out_records() {
   if (!indexonly_scan) return;
   std::vector<ulint> wanted;

@@ -3,9 +3,9 @@
 
 /**
   @file innodb_api/plan.h
-  What a read reads: made when it is opened, the same for all of its workers,
-  and constant from then on. Every room takes it, or a part of it, by const
-  reference.
+  The plan of a read: what it reads, and how. The plan is made when the read is
+  opened and never changes; all workers share it. Every room takes it, or a part
+  of it, by const reference.
 */
 
 #ifndef MORVENA_SN_INNODB_API_PLAN_H
@@ -22,7 +22,7 @@ class Dictionary_table;
 class Failure;
 struct TABLE;
 
-/** Where one column of the template comes from and goes to. */
+/** One column of the template: its place in a record and in a row. */
 struct Column_plan {
   Column_plan(const mysql_row_templ_t *column, ulint field_no)
       : templ(column),
@@ -33,19 +33,20 @@ struct Column_plan {
         length_bytes(static_cast<byte>(column->mysql_length_bytes)),
         form(stored_form(column)) {}
 
-  /** The records may hold a prefix of a value of fixed length. */
+  /** The records may hold only a prefix of the fixed-length value: fill up the
+      rest of the value by the charset's padding. */
   void fill_up(const CHARSET_INFO *charset) {
     filling = charset;
     form = Stored_form::HOSTS;
   }
 
   const mysql_row_templ_t *templ;
-  const CHARSET_INFO *filling = nullptr;  // the rest of a value that is cut
+  const CHARSET_INFO *filling = nullptr;  // pads a prefix; null: no prefixes
   ulint rec_field_no;                     // in the records that are converted
   uint32_t row_offset;                    // of its value in a row
   uint32_t null_byte;                     // likewise
   byte null_bit;                          // 0: never null
-  byte length_bytes;                      // of a VARCHAR in a row
+  byte length_bytes;                      // of a VARCHAR's length in a row
   Stored_form form;                       // of its values in those records
 };
 
@@ -55,8 +56,8 @@ struct Index_tree {
   page_size_t page_size;
 };
 
-/** The views that records are judged under. Null: every record counts as it
-    stands, whoever has written it. */
+/** The read views that decide which version of a record a read sees. Null: the
+    record as it stands, whoever has written it. */
 struct Judgement {
   ReadView *of_entries;  // records of the scanned index
   ReadView *of_rows;     // clustered records that are looked up for an entry
@@ -68,7 +69,7 @@ class Read_plan {
     @param table       open and locked in the calling thread's session, whose
                        transaction gets a view if it needs one and has none
     @param index_name  null: the clustered index
-    @param indexonly_scan  the index is to supply every column by itself
+    @param indexonly_scan  the index itself supplies every column
     @return null when the index cannot be read in parallel; *failure says why.
     May throw std::bad_alloc.
   */
@@ -83,7 +84,8 @@ class Read_plan {
   bool converts_clustered() const {
     return tree.index->is_clustered() || !indexonly_scan;
   }
-  /** Whether values that are being written may be met, and are left out. */
+  /** Whether the read may meet large values that are still being written. It
+      leaves out their rows. */
   bool reads_uncommitted() const {
     return trx->isolation_level == TRX_ISO_READ_UNCOMMITTED;
   }
@@ -102,17 +104,18 @@ class Read_plan {
   const bool indexonly_scan;  // the scanned index supplies every column
   const bool is_compact;      // the format of the records
   const Judgement judgement;
-  /** The host's state for converting rows and keys. Its template has the
+  /** InnoDB's state for converting rows and keys. Its template has the
       columns that are read or written, in the table's order. */
   const std::unique_ptr<row_prebuilt_t, Free_prebuilt> prebuilt;
-  /** What the template has of the columns that callers read. */
+  /** The template's columns that callers read. */
   std::vector<Column_plan> columns;
-  /** How many of a record's first fields are looked at in a record that is
-      visible as it is, of the scanned index and of one that is looked up. */
+  /** For a record that is visible as it stands: the number of its first fields
+      whose offsets are needed. One number is for records of the scanned index,
+      the other for clustered records that are looked up. */
   ulint n_scanned_fields = ULINT_UNDEFINED;
   ulint n_fetched_fields = ULINT_UNDEFINED;
-  /** Of the scanned index: the columns, then in the clustered one the id of the
-      row's transaction. */
+  /** Finds fields in records of the scanned index: the columns and, in the
+      clustered index, after them the id of the row's transaction. */
   Record_layout layout;
 
  private:

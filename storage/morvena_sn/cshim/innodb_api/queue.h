@@ -7,8 +7,9 @@
   completed. Needs no server.
 
   A unit is created when it is queued, and completed when a worker says so. A
-  worker that splits one queues the finer units first: when as many units are
-  completed as were created, all is read.
+  worker that splits a unit queues the finer units before it completes the unit.
+  So the whole range has been read when as many units are completed as were
+  created.
 */
 
 #ifndef MORVENA_SN_INNODB_API_QUEUE_H
@@ -28,14 +29,14 @@ class Unit_queue {
   Unit_queue(const Unit_queue &) = delete;
   Unit_queue &operator=(const Unit_queue &) = delete;
 
-  /** Append a unit. May throw std::bad_alloc; there is no such unit then. */
+  /** Append a unit. May throw std::bad_alloc; the queue is then unchanged. */
   void enqueue(std::shared_ptr<Ctx> ctx) EXCLUDES(mutex_);
   /** @return the oldest unit, empty when there is none */
   [[nodiscard]] std::shared_ptr<Ctx> deque() EXCLUDES(mutex_);
 
   /** The workers are ready: units may be taken. */
   void open() EXCLUDES(mutex_);
-  /** No further unit is to be taken, because the read fails. */
+  /** The read has failed: wait_for_unit() returns false from then on. */
   void close() EXCLUDES(mutex_);
   /** Wait until the queue is open and has a unit. Another worker may be faster
       to take it. @return false when all are completed or the queue is closed */

@@ -1,10 +1,10 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// range: the caller's bounds as host keys, and positions that need no latch.
+// range: the caller's bounds as InnoDB keys, and positions without a latch.
 // In: key images; records under a page latch. Out: boundaries (Iter).
-// Holds: nothing of its own. Threads: the caller's, and workers that split or
-// let go of their page. Fails: out of memory.
+// Holds: nothing of its own. Threads: the caller's, and workers that split a
+// unit or release their page. Fails: out of memory.
 
 #include "innodb_api/range.h"
 
@@ -56,8 +56,9 @@ int cmp_dtuple(const dict_index_t *index, dtuple_t *a, dtuple_t *b) {
   for (ulint i = 0; i < a->n_fields_cmp; ++i) {
     const ulint a_bytes = dfield_get_len(dtuple_get_nth_field(a, i));
     const ulint b_bytes = dfield_get_len(dtuple_get_nth_field(b, i));
-    // a's value against itself at b's length: the shorter is a prefix.
-    // Comparing the bytes would read beyond a's value.
+    // The value of a is compared with itself cut to b's length, so only the
+    // lengths count: the shorter value is a prefix of the longer. Comparing
+    // bytes would read beyond the value of a.
     if (a_bytes == b_bytes) continue;
     const bool is_ascending =
         dict_index_is_ibuf(index) || index->get_field(i)->is_ascending;
@@ -75,9 +76,9 @@ Range range_between(const Read_plan &plan, const key_range *start,
   const auto convert = [&](const key_range *bound, dtuple_t *tuple,
                            byte *buffer) -> const dtuple_t * {
     if (bound == nullptr || key == nullptr) return nullptr;
-    // Not the bound's length, which leaves NULL parts out: the conversion would
-    // stop inside a field. A bound of no parts would compare equal to
-    // everything.
+    // The bound's own length leaves out NULL parts, so the conversion would
+    // stop inside a field: count the bytes of all its parts. A bound without
+    // parts would compare equal to every record, so it counts as no bound.
     const uint bytes = calculate_key_len(
         plan.mysql_table, static_cast<uint>(key - plan.mysql_table->key_info),
         bound->keypart_map);
@@ -91,8 +92,8 @@ Range range_between(const Read_plan &plan, const key_range *start,
       convert(start, prebuilt->search_tuple, prebuilt->srch_key_val1);
   range.second->tuple_ =
       convert(end, prebuilt->m_stop_tuple, prebuilt->srch_key_val2);
-  // Every other flag excludes the bound, that of a closed end of a backward
-  // cursor too.
+  // Every other flag leaves the bound out, even the flag of the closed end of a
+  // backward cursor.
   if (start != nullptr) {
     range.first->include_ = start->flag == HA_READ_KEY_OR_NEXT;
   }

@@ -3,7 +3,7 @@
 
 /**
   @file innodb_api/range.h
-  Ranges and their boundaries, which need no latch.
+  Ranges and their boundaries. A boundary holds no latch.
 */
 
 #ifndef MORVENA_SN_INNODB_API_RANGE_H
@@ -17,8 +17,8 @@
 class Read_plan;
 struct key_range;
 
-/** One boundary of a range. Its key is a copy, and the stored cursor position a
-    hint that the key replaces when it is stale. */
+/** One boundary of a range. Its key is a copy. Its stored cursor position is
+    only a hint: if it is stale, the record is searched by the key. */
 struct Iter {
   Iter() = default;
   ~Iter();
@@ -32,14 +32,15 @@ struct Iter {
   btr_pcur_t *pcur_ = nullptr;       // stored on the record; null without one
 };
 
-/** A plan's range between two bounds, null for none. It uses the bounds' key
-    images and the plan's buffers: there is one such range at a time. */
+/** Make a plan's range from two bounds, null for none. The range points to the
+    bounds' key images and the plan's buffers, so a plan has one such range at a
+    time. */
 [[nodiscard]] Range range_between(const Read_plan &plan, const key_range *start,
                                   const key_range *end);
 
-/** Pin the record under a page cursor as a boundary; its page is latched in
-   mtr. On an empty page the boundary holds no record. May throw std::bad_alloc.
- */
+/** Make a boundary at the record under a page cursor, whose page is latched in
+    mtr. If the page has no such record, the boundary has no key. May throw
+    std::bad_alloc. */
 [[nodiscard]] std::shared_ptr<Iter> create_persistent_cursor(
     dict_index_t *index, const page_cur_t &page_cursor, mtr_t *mtr);
 

@@ -1,16 +1,16 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// record_layout: what has to be known of an index to find fields in its
-// records. In: an index and the wanted fields. Out: for each version of its
-// records a step for each field up to the last wanted one. Threads: the
-// caller's; read only afterwards.
+// record_layout: prepares the search for fields in the records of an index.
+// In: an index and the wanted fields. Out: for each version of its records a
+// step for each field up to the last wanted one. Threads: the caller's; read
+// only afterwards.
 
 #include "innodb_api/record_layout.h"
 
 namespace {
 
-// An empty value is no NULL.
+// An empty value is not NULL, so it needs a pointer that is not null.
 Located_field default_of(const dict_col_default_t *value) {
   static constexpr byte empty = 0;
   if (value->len == UNIV_SQL_NULL) return {nullptr, 0};
@@ -27,7 +27,8 @@ class Record_layout::Plan {
     for (size_t slot = 0; slot < wanted.size(); ++slot) {
       if (wanted[slot] >= slots_.size()) return;
       int32_t &taken = slots_[wanted[slot]];
-      // A field has one slot: the second of two that want it would stay empty.
+      // A field fills one slot. If it is wanted twice, the second slot would
+      // stay empty, so the records cannot be read this way.
       if (taken >= 0) return;
       taken = static_cast<int32_t>(slot);
     }
@@ -37,8 +38,9 @@ class Record_layout::Plan {
   bool is_possible() const { return is_possible_; }
   size_t n_fields() const { return slots_.size(); }
 
-  // Of records that have the fields, in the order in which they lie, for which
-  // has(field, position) holds.
+  // The version of records that have exactly the fields for which
+  // has(field, position) is true; position counts fields as they lie in a
+  // record.
   template <class Has>
   Version of(Has has) const {
     Version version;

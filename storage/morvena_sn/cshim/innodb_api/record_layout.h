@@ -3,18 +3,19 @@
 
 /**
   @file innodb_api/record_layout.h
-  Where the columns of a read lie in the records of an index, found without the
-  offsets of all fields that the host's routines want.
+  Finds the columns of a read in the records of an index. It does not compute
+  the offsets of all fields, as InnoDB's functions do.
 
-  For leaf records of the COMPACT and DYNAMIC formats, whose header of five
-  bytes comes after what Field_steps looks at.
+  It reads leaf records of the COMPACT and DYNAMIC formats. Their header of five
+  bytes lies between the data and the null bits and lengths that Field_steps
+  reads.
 
-  Where columns were added or dropped instantly, the clustered index has records
-  of several versions, each with the columns of its time. Between header and
-  null bits lies what a record says of its version, if the header has a mark for
-  it: the number of its row version, or, in the scheme of hosts before row
-  versions, how many fields it has. A column that a version lacks has the value
-  that it was added with.
+  After columns were added or dropped instantly, the clustered index has records
+  of several versions, each with the columns that the table had at the time. A
+  mark in the header tells whether a record gives its version. The version then
+  lies between the header and the null bits. It is the number of the row version
+  or, in the older scheme of servers without row versions, the number of fields.
+  A column that a version lacks has the value that it was added with.
 */
 
 #ifndef MORVENA_SN_INNODB_API_RECORD_LAYOUT_H
@@ -32,12 +33,12 @@ class Record_layout {
   /** @param wanted  the fields to be located, by their numbers in the index */
   void init(const dict_index_t *index, const std::vector<ulint> &wanted);
 
-  /** Whether init() found records that can be read this way. */
+  /** Whether init() found that the records can be read this way. */
   bool is_usable() const { return usable_; }
 
   /** Locate the wanted fields, in the order given to init().
-      @return false if one is stored off the page, or the record has another
-      layout after all */
+      @return false if one is stored off the page, or the layout of the record's
+      version is not known */
   bool locate(const rec_t *rec, Located_field *fields) const;
 
  private:
@@ -50,9 +51,9 @@ class Record_layout {
   const Version *marked_version(const rec_t *rec, const byte **nulls) const;
 
   bool usable_ = false;
-  Version unmarked_;               // of records that do not tell theirs
+  Version unmarked_;               // of records that do not give theirs
   std::vector<Version> versions_;  // by the number of the row version
-  ulint fewest_fields_ = 0;        // of records of the earlier scheme
+  ulint fewest_fields_ = 0;        // of a record in the older scheme
   std::vector<Version> earlier_;   // by the number of fields beyond those
 };
 

@@ -3,7 +3,7 @@
 
 /**
   @file innodb_api/row_version.h
-  What a unit's reading hands to a batch, row by row.
+  One row, as the reading of a unit hands it to a batch.
 */
 
 #ifndef MORVENA_SN_INNODB_API_ROW_VERSION_H
@@ -12,15 +12,14 @@
 #include "host/innodb.h"
 #include "innodb_api/record_layout.h"
 
-/** A record, or an earlier version of it, that the read may see. Whatever it
-    points to holds until the row has been taken. */
+/** A record, or an earlier version of it, that the read may see. What it points
+    to stays valid until the sink has taken the row. */
 struct Row_version {
   const rec_t *rec;             // null: there is none
   ulint *offsets;               // of rec; null: see fields
-  const Located_field *fields;  // of rec, a column of the plan each, in place
-                                // of the offsets when not null
-  lob::undo_vers_t *lob_undo;   // partial updates to take back from its large
-                                // values
+  const Located_field *fields;  // of rec, one for each column of the plan; if
+                                // not null, they replace the offsets
+  lob::undo_vers_t *lob_undo;   // partial updates to undo in its large values
 };
 
 #endif  // MORVENA_SN_INNODB_API_ROW_VERSION_H

@@ -3,7 +3,7 @@
 
 /**
   @file innodb_api/scope.h
-  What must be given back on every way out of a room.
+  Guards that end mini-transactions and free heaps on every way out of a scope.
 */
 
 #ifndef MORVENA_SN_INNODB_API_SCOPE_H
@@ -38,7 +38,7 @@ class Read_mtr {
   bool active_ = false;
 };
 
-/** A memory heap of its own. */
+/** A memory heap that is freed at the end of its scope. */
 class Scratch_heap {
  public:
   explicit Scratch_heap(ulint bytes) : heap_(host::new_heap(bytes)) {}
@@ -53,15 +53,15 @@ class Scratch_heap {
   mem_heap_t *heap_;
 };
 
-/** Offsets of one record after another. The array on the stack does for most;
-    the heap takes a longer one, which is then reused. */
+/** The offsets of one record at a time. The array in the object suffices for
+    most records. A longer array is made in the heap and then reused. */
 class Record_offsets {
  public:
   Record_offsets() { rec_offs_init(stack_); }
   Record_offsets(const Record_offsets &) = delete;
   Record_offsets &operator=(const Record_offsets &) = delete;
 
-  /** @param n_fields  the offsets of only so many fields */
+  /** @param n_fields  compute the offsets of only this many fields */
   ulint *of(const rec_t *rec, const dict_index_t *index, mem_heap_t **heap,
             ulint n_fields = ULINT_UNDEFINED) {
     offsets_ = host::rec_offsets(rec, index, offsets_, heap, n_fields);

@@ -1,7 +1,7 @@
 // Copyright (c) 2026, the morvena_sn authors.
 // SPDX-License-Identifier: GPL-2.0-only
 
-// Secondary entry against clustered record, column by column.
+// Compares a secondary entry with a clustered record, column by column.
 
 #include "innodb_api/sec_match.h"
 
@@ -39,17 +39,18 @@ ulint prefix_bytes(const dict_field_t *field, ulint bytes, const byte *data) {
                                      reinterpret_cast<const char *>(data));
 }
 
-// Against a value that is stored off the page, or its beginning.
+// Compares an entry's value with a value that is stored off the page, or with
+// the prefix of it that the index holds.
 bool row_sel_sec_rec_is_for_blob(const Pair &pair, const dict_field_t *field,
                                  Value clust, Value sec) {
   byte buf[REC_VERSION_56_MAX_INDEX_COL_LEN];
   const ulint clust_len = clust.bytes;
-  // An index holds no longer value.
+  // The buffer has room for the longest value that an index can hold.
   const ulint wanted = field->prefix_len > 0 ? field->prefix_len : sizeof buf;
   ut_a(clust_len >= BTR_EXTERN_FIELD_REF_SIZE);
   ut_a(wanted <= sizeof buf);
   const byte *reference = clust.data + clust_len - BTR_EXTERN_FIELD_REF_SIZE;
-  // Not written yet.
+  // The value is not written yet.
   if (memcmp(reference, field_ref_zero, BTR_EXTERN_FIELD_REF_SIZE) == 0) {
     return false;
   }
@@ -57,7 +58,7 @@ bool row_sel_sec_rec_is_for_blob(const Pair &pair, const dict_field_t *field,
       pair.trx, pair.clust_index, buf, wanted,
       dict_table_page_size(pair.clust_index->table), clust.data, false,
       clust_len);
-  // Being freed.
+  // The value is being freed.
   if (fetched == 0) return false;
   const ulint bytes =
       field->prefix_len > 0 ? prefix_bytes(field, fetched, buf) : fetched;
@@ -126,8 +127,9 @@ bool same_stored(const Pair &pair, ulint i, Value sec) {
   const ulint local =
       is_extern ? clust.bytes - BTR_EXTERN_FIELD_REF_SIZE : clust.bytes;
   const ulint cut = prefix_bytes(field, local, clust.data);
-  // Where a row keeps no prefix of such values on its page, an empty entry says
-  // nothing about the part that is kept.
+  // Some row formats keep no prefix of a large value on the row's page. The
+  // part on the page is then empty and equals an empty entry, whatever the
+  // value is, so it does not decide.
   const bool on_page_decides =
       cut >= sec.bytes &&
       !(dict_table_has_atomic_blobs(pair.clust_index->table) && sec.bytes == 0);

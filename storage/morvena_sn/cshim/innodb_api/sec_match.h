@@ -16,7 +16,7 @@
   their collations; a delete-marked clustered record matches nothing.
 
   @param[out] is_equal  whether every column matches
-  @return DB_SUCCESS, or why a column's value could not be had
+  @return DB_SUCCESS, or why a column's value could not be computed
 */
 dberr_t row_sel_sec_rec_is_for_clust_rec(const rec_t *sec_rec,
                                          const dict_index_t *sec_index,

@@ -5,9 +5,9 @@
   @file innodb_api/stop.h
   What ends a read before its time: the first failure of a worker, or a kill.
 
-  Each step of a read answers with its result, and stops at one that is not
-  DB_SUCCESS; the result leads. Whoever drives the steps brings it here, for the
-  other workers, which look between rows.
+  Each step of a read returns its result, and stops when that is not DB_SUCCESS.
+  The worker that runs the steps records the failure here. The other workers
+  check it between rows.
 */
 
 #ifndef MORVENA_SN_INNODB_API_STOP_H
@@ -19,19 +19,20 @@
 
 class Read_stop {
  public:
-  /** @param trx  of the session that is read for */
+  /** @param trx  the transaction of the cursor's session */
   explicit Read_stop(const trx_t *trx) : trx_(trx) {}
   Read_stop(const Read_stop &) = delete;
   Read_stop &operator=(const Read_stop &) = delete;
 
   dberr_t get_error() const { return error_.load(); }
-  /** The first one stays. A kill explains whatever fails along with it. */
+  /** Record a failure; the first one stays. If the session is killed, record
+      the kill instead, because it causes the other failures. */
   void set_error(dberr_t err) {
     if (trx_is_interrupted(trx_)) err = DB_INTERRUPTED;
     dberr_t none = DB_SUCCESS;
     error_.compare_exchange_strong(none, err);
   }
-  /** DB_SUCCESS: none. */
+  /** @return DB_SUCCESS if the read goes on */
   [[nodiscard]] dberr_t reason_to_stop() const {
     return trx_is_interrupted(trx_) ? DB_INTERRUPTED : get_error();
   }

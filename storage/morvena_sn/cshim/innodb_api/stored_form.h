@@ -3,8 +3,8 @@
 
 /**
   @file innodb_api/stored_form.h
-  How a column's values lie in InnoDB's records, and the forms of which a value
-  gets into a row of the server's format in a few instructions.
+  How a column's values are stored in InnoDB's records. Values of most forms are
+  copied into a row of the server's format in a few instructions.
 */
 
 #ifndef MORVENA_SN_INNODB_API_STORED_FORM_H
@@ -15,10 +15,10 @@
 #include "host/innodb.h"
 
 enum class Stored_form : uint8_t {
-  HOSTS,     // converted by the host
+  HOSTS,     // converted by InnoDB
   SIGNED,    // most significant byte first, the sign inverted
   UNSIGNED,  // most significant byte first
-  PLAIN,     // as in a row
+  PLAIN,     // the same bytes as in a row
   VARCHAR,   // without the length that it has in a row; may be off the page
 };
 
@@ -65,8 +65,9 @@ inline void store_reversed(byte *to, const byte *from, ulint bytes) {
 
 }  // namespace stored_form_detail
 
-/** Store a value that is not NULL, is on the page and has not the form HOSTS.
-    @param length_bytes  of a VARCHAR in a row */
+/** Store a value into a row. The value is not NULL, all of its bytes are at
+    from, and its form is not HOSTS.
+    @param length_bytes  the bytes of a VARCHAR's length in a row */
 inline void store_value(Stored_form form, byte *to, const byte *from,
                         ulint bytes, ulint length_bytes) {
   switch (form) {

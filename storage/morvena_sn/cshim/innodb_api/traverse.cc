@@ -4,8 +4,7 @@
 // traverse: the records of one unit, page by page.
 // In: a unit's range. Out: its visible rows, to the sink. Holds: what leaves
 // holds; for one row, what its look-up latches. Threads: any worker. Fails: the
-// sink's and visibility's failures, a kill; ends quietly when another worker
-// has failed.
+// sink's and visibility's failures, a kill, another worker's failure.
 
 #include "innodb_api/traverse.h"
 
@@ -26,7 +25,7 @@ bool has_multi_value_field(const dtuple_t *tuple) {
 
 }  // namespace
 
-// Reads that judge without a view are left to the general way.
+// Without a view the record layout is not used: view_ is null.
 template <class Sink>
 Traversal<Sink>::Traversal(const Read_plan &plan, const Read_stop &stop,
                            Index_latch *latch, const Range &range, Sink *sink)
@@ -66,7 +65,8 @@ dberr_t Traversal<Sink>::read_page() {
   return err;
 }
 
-// Whether the unit can end on a page is settled once, against its last record.
+// Compares the page's last record with the unit's end. If that record lies
+// before the end, the others do too and need no comparison.
 template <class Sink>
 void Traversal<Sink>::start_page() {
   if (view_ != nullptr && !index_->is_clustered()) {
@@ -80,8 +80,8 @@ void Traversal<Sink>::start_page() {
   check_end_ = is_past_end(end_, rec, index_, offsets);
 }
 
-// DB_END_OF_INDEX at the unit's end. Pairs gathered on the page in which it
-// ends are dropped.
+// Returns DB_END_OF_INDEX at the unit's end. The pairs gathered on that page
+// are then dropped.
 template <class Sink>
 dberr_t Traversal<Sink>::handle_record() {
   const rec_t *rec = leaves_.record();
@@ -99,8 +99,9 @@ dberr_t Traversal<Sink>::handle_record() {
   return DB_SUCCESS;
 }
 
-// Whether a record is to be read as it stands; its fields are located then. Of
-// a secondary index only the page tells who changed it last.
+// Whether the view sees a record as it stands. If so, its fields have been
+// located. A secondary record does not tell which transaction changed it last;
+// only its page does.
 template <class Sink>
 bool Traversal<Sink>::is_visible_in_place(const rec_t *rec) {
   if (!index_->is_clustered()) {
@@ -116,18 +117,20 @@ dberr_t Traversal<Sink>::read_index_only(const rec_t *rec, ulint *offsets) {
   Row_version version{rec, offsets, nullptr, nullptr};
   dberr_t err = visibility_.check_visibility(&version, heap_.get(),
                                              leaves_.mtr(), &row_mtr_);
-  // The entry is delivered, or a copy of a version: nobody has to wait for the
-  // row's page while the sink has the row.
+  // The sink gets the entry or a copy of a version, never a record on the page
+  // of the clustered record. Release that page, so that nobody waits for it
+  // while the sink has the row.
   row_mtr_.commit();
   if (err != DB_SUCCESS) return err;
   if (version.rec != nullptr) err = sink_->process_row(version);
   const bool version_built = version.offsets != offsets || !version.rec;
-  // Building a version may take thousands of steps back.
+  // Building a version may have read thousands of undo records.
   if (err == DB_SUCCESS && version_built) err = stop_.reason_to_stop();
   return err;
 }
 
-// A merge sort: it stays inside the range also under an order that is none.
+// std::stable_sort stays inside the vector even if the comparison is no strict
+// weak order, as that of cmp_dtuple may be. std::sort may leave it.
 template <class Sink>
 dberr_t Traversal<Sink>::look_up_pending() {
   if (pairs_.empty()) return DB_SUCCESS;
@@ -163,5 +166,5 @@ dberr_t Traversal<Sink>::end_page() {
   return stop_.reason_to_stop();
 }
 
-// The sinks there are.
+// The only sink of the plug-in.
 template class Traversal<Batch_sender>;

@@ -3,13 +3,15 @@
 
 /**
   @file innodb_api/traverse.h
-  The reading of one unit: its visible rows, page by page, to a sink.
+  Reads one unit, page by page, and hands its visible rows to a sink.
 
-  A sink takes rows. It has
+  A sink has two functions:
+
     [[nodiscard]] dberr_t process_row(const Row_version &version);
-        which takes a row, or fails the unit. Whatever the version points to
-  goes when it returns; void end_page(); which is called at a page's end, when
-  all rows of the page are taken.
+        takes a row, or fails the unit. What the version points to is valid
+        during the call only.
+    void end_page();
+        is called when the sink has got all rows of a page.
 */
 
 #ifndef MORVENA_SN_INNODB_API_TRAVERSE_H
@@ -35,12 +37,12 @@ class Traversal {
   Traversal(const Traversal &) = delete;
   Traversal &operator=(const Traversal &) = delete;
 
-  /** Read the unit to its end. Under the index latch, in the tree. Quiet where
-      the read has failed elsewhere. */
+  /** Read the unit to its end. The read holds the index latch, and the thread
+      is in the tree. If another worker has failed, return its failure. */
   [[nodiscard]] dberr_t traverse();
 
  private:
-  // A secondary record of the page in hand, and the key of its clustered
+  // A secondary record of the current page, and the key of its clustered
   // record.
   using Pending_pair = std::pair<const rec_t *, dtuple_t *>;
 
@@ -64,9 +66,9 @@ class Traversal {
   Scratch_heap heap_;  // emptied at a page's end
   Record_offsets offsets_;
   std::vector<Pending_pair> pairs_;
-  ReadView *const view_;       // null: no record is read by the layout
-  bool check_end_ = true;      // whether the unit may end on the page in hand
-  bool page_visible_ = false;  // of a secondary index: all of the page in hand
+  ReadView *const view_;       // null: the record layout is not used
+  bool check_end_ = true;      // whether the unit may end on the current page
+  bool page_visible_ = false;  // the view sees all of a secondary index's page
   std::vector<Located_field> located_;
 };
 

@@ -4,7 +4,7 @@
 // typed reads: values of the rows of a batch.
 // In: a batch, a column's position, a row's number. Out: the value in the form
 // that is asked for. Holds: nothing. Threads: the one that has the batch.
-// Fails: no value.
+// Fails: there is no value.
 
 #include "innodb_api/batch.h"
 

@@ -15,7 +15,7 @@
 
 struct Iter;
 
-/** Start and end; innodb_api/range.h has them. */
+/** Start and end; innodb_api/range.h defines Iter. */
 using Range = std::pair<std::shared_ptr<Iter>, std::shared_ptr<Iter>>;
 
 /** A sub-range that one worker reads or splits. */

@@ -23,7 +23,7 @@ class Clustered_search {
   Clustered_search(dict_index_t *index, const dtuple_t *ref, mtr_t *mtr)
       : index_(index) {
     cursor_.index = index;
-    // Nobody else uses an intrinsic table.
+    // No other session uses an intrinsic table, so it needs no latch.
     if (index->table->is_intrinsic()) {
       btr_cur_search_to_nth_level_with_no_latch(
           index, 0, ref, PAGE_CUR_LE, &cursor_, __FILE__, __LINE__, mtr, false);
@@ -38,7 +38,7 @@ class Clustered_search {
   Clustered_search(const Clustered_search &) = delete;
   Clustered_search &operator=(const Clustered_search &) = delete;
 
-  // Null when the row is not there any more.
+  // Null if the row is gone.
   const rec_t *record() const {
     const rec_t *rec = btr_cur_get_rec(&cursor_);
     if (!page_rec_is_user_rec(rec)) return nullptr;
@@ -62,8 +62,8 @@ dtuple_t *build_row_ref(const Read_plan &plan, const rec_t *sec_rec,
   return ref;
 }
 
-// *version becomes that of a clustered record that the view sees; without a
-// record when there is none, or it cannot be built. The mini-transaction holds
+// Replaces a clustered record in *version by the version of it that the view
+// sees. rec becomes null if there is none, or if it cannot be built. mtr holds
 // the record's page.
 dberr_t Visibility::find_version(dict_index_t *index, ReadView *view,
                                  Row_version *version, mem_heap_t **heap,
@@ -92,8 +92,8 @@ dberr_t Visibility::check_visibility(Row_version *version, mem_heap_t *&heap,
     if (err != DB_SUCCESS || version->rec == nullptr) return err;
   } else if (view != nullptr &&
              !lock_sec_rec_cons_read_sees(version->rec, index, view)) {
-    // The page was changed by somebody whom the view may not see: the row
-    // tells.
+    // The view may not see the transaction that changed the page last, so the
+    // clustered record decides.
     const dtuple_t *ref =
         build_row_ref(plan_, version->rec, version->offsets, heap);
     Row_version row{};
@@ -108,7 +108,8 @@ dberr_t Visibility::check_visibility(Row_version *version, mem_heap_t *&heap,
   return DB_SUCCESS;
 }
 
-// A clustered version that is delete-marked itself is delivered all the same.
+// A clustered record that is visible as it stands is delivered even if it is
+// delete-marked itself, provided that the entry is not.
 dberr_t Visibility::lookup_cluster_rec(const rec_t *sec_rec,
                                        const dtuple_t *ref,
                                        Row_version *version, mem_heap_t *&heap,
@@ -129,7 +130,7 @@ dberr_t Visibility::lookup_cluster_rec(const rec_t *sec_rec,
       !rec_get_deleted_flag(sec_rec, plan_.is_compact)) {
     return DB_SUCCESS;
   }
-  // The entry counts only if it still is that version's.
+  // The version is delivered only if the entry belongs to it.
   bool is_equal = false;
   const dberr_t err = row_sel_sec_rec_is_for_clust_rec(
       sec_rec, plan_.tree.index, version->rec, clustered, plan_.trx,

@@ -13,12 +13,13 @@
 #include "innodb_api/row_version.h"
 #include "innodb_api/scope.h"
 
-/** The key of the clustered record that a secondary one belongs to, in heap. */
+/** Build the key of the clustered record that a secondary record belongs to.
+   The key is allocated in heap. */
 [[nodiscard]] dtuple_t *build_row_ref(const Read_plan &plan,
                                       const rec_t *sec_rec, ulint *sec_offsets,
                                       mem_heap_t *heap);
 
-/** Judges the records of one unit. */
+/** Finds the visible versions of the records of one unit. */
 class Visibility {
  public:
   explicit Visibility(const Read_plan &plan) : plan_(plan) {}
@@ -27,22 +28,25 @@ class Visibility {
   Visibility &operator=(const Visibility &) = delete;
 
   /**
-    Judge a record of the scanned index, which is to supply the row.
+    Find the visible version of a record of the scanned index, when that index
+    supplies the row.
 
-    @param[in,out] version  the record with its offsets, on a page that mtr
-                            holds; becomes the version to deliver, in heap
-                            perhaps, without a record if there is none
-    @param row_mtr  holds the row's page afterwards if the row had to be asked
+    @param[in,out] version  in: the record with its offsets, on a page that mtr
+                            holds; out: the version to deliver, perhaps in heap;
+                            its rec is null if there is none
+    @param row_mtr  holds the clustered record's page afterwards, if that record
+                    had to be looked up
   */
   [[nodiscard]] dberr_t check_visibility(Row_version *version,
                                          mem_heap_t *&heap, mtr_t *mtr,
                                          Read_mtr *row_mtr);
 
   /**
-    Look the clustered record of a secondary one up.
+    Look up the clustered record of a secondary record.
 
-    @param[out] version  what to deliver, without a record if there is nothing
-    @param row_mtr  holds the record's page afterwards
+    @param[out] version  the version to deliver; its rec is null if there is
+    none
+    @param row_mtr  holds the clustered record's page afterwards
   */
   [[nodiscard]] dberr_t lookup_cluster_rec(const rec_t *sec_rec,
                                            const dtuple_t *ref,
@@ -55,7 +59,7 @@ class Visibility {
                        Row_version *version, mem_heap_t **heap, mtr_t *mtr);
 
   const Read_plan &plan_;
-  lob::undo_vers_t lob_undo_;  // of the version in hand
+  lob::undo_vers_t lob_undo_;  // of the current version
 };
 
 #endif  // MORVENA_SN_INNODB_API_VISIBILITY_H
